@@ -1,0 +1,28 @@
+// Runs a program to the end with a chosen environment and collects its output; the
+// end-to-end tests use it to run the real executable.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tw::test {
+
+struct ProcessResult {
+  int exitStatus = -1;  // exit code, or 128 + signal number
+  std::string standardOutput;
+  std::string standardError;
+};
+
+struct ProcessOptions {
+  // Variables added to (or, with an empty optional, removed from) the test's own environment.
+  std::map<std::string, std::optional<std::string>> environment;
+  // Give the child a pseudo-terminal as standard input instead of /dev/null.
+  bool terminalInput = false;
+};
+
+ProcessResult runProcess(const std::string& program, const std::vector<std::string>& arguments,
+                         const ProcessOptions& options = {});
+
+}  // namespace tw::test
