@@ -1,0 +1,37 @@
+// Runs the operating system's own tools as child processes (no shell, no quoting) and
+// commands with administrator rights.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/Error.h"
+
+namespace tw::Shell {
+
+struct Result {
+  int status;
+  std::string output;  // standard output and standard error together, UTF-8 (empty when invalid)
+};
+
+// Runs the program at an absolute system path (mapped through the host's root). Never
+// throws: a program that cannot start is logged and gives (-1, "").
+Result run(const std::string& executablePath, const std::vector<std::string>& arguments);
+
+// A command that ended unsuccessfully. Description: "Command failed: " + command + "\n" + output.
+class CommandError : public Error {
+ public:
+  CommandError(std::string command, std::string output);
+  const std::string& command() const { return command_; }
+  const std::string& output() const { return output_; }
+
+ private:
+  std::string command_;
+  std::string output_;
+};
+
+// Runs `command` through the system shell with administrator rights after the system's own
+// credential prompt. Throws CommandError when the runner fails or the user cancels.
+void runAsAdministrator(const std::string& command);
+
+}  // namespace tw::Shell

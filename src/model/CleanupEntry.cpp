@@ -1,0 +1,194 @@
+#include "model/CleanupEntry.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+
+#include "fs/DirectorySize.h"
+#include "fs/RemoveItem.h"
+#include "platform/ByteCountFormatter.h"
+#include "platform/ThreadPool.h"
+
+namespace tw {
+namespace {
+
+std::string trimmed(const std::string& text) {
+  const char* whitespace = " \t\n\r\f\v";
+  auto first = text.find_first_not_of(whitespace);
+  if (first == std::string::npos) return {};
+  auto last = text.find_last_not_of(whitespace);
+  return text.substr(first, last - first + 1);
+}
+
+}  // namespace
+
+int64_t addSizes(int64_t a, int64_t b) {
+  int64_t sum = 0;
+  if (__builtin_add_overflow(a, b, &sum)) {
+    std::fprintf(stderr, "Fatal error: size sum overflows a signed 64-bit byte count (%lld + %lld)\n",
+                 static_cast<long long>(a), static_cast<long long>(b));
+    std::abort();
+  }
+  return sum;
+}
+
+std::strong_ordering CleanupEntry::Size::operator<=>(const Size& other) const {
+  if (isUnknown() || other.isUnknown()) return !isUnknown() <=> !other.isUnknown();
+  return *bytes_ <=> *other.bytes_;
+}
+
+CleanupEntry::CleanupEntry(std::string label, std::string extraInfo, std::optional<std::string> tooltipText,
+                           std::optional<Icon> icon, bool tooltip, bool selected)
+    : icon_(std::move(icon)),
+      label_(std::move(label)),
+      extraInfo_(std::move(extraInfo)),
+      tooltipText_(trimmed(tooltipText ? *tooltipText : label_ + " " + extraInfo_)),
+      tooltip_(tooltip),
+      selection_(selected ? Selection::on : Selection::off) {}
+
+std::string CleanupEntry::itemDescription() const { return label_ + " " + extraInfo_; }
+
+int64_t CleanupEntry::selectedSize() const {
+  int64_t total = 0;
+  for (const auto& item : items()) total = addSizes(total, item->selectedSize());
+  if (selection() == Selection::on && !paths().empty()) total = addSizes(total, size().bytesOrZero());
+  return total;
+}
+
+void CleanupEntry::setPaths(std::vector<std::filesystem::path> paths) { paths_ = std::move(paths); }
+
+void CleanupEntry::setItems(std::vector<CleanupEntryPtr> items) { items_ = std::move(items); }
+
+size_t CleanupEntry::nonEmptyItemCount() const {
+  size_t count = 0;
+  for (const auto& item : items()) count += item->isEmpty() ? 0 : 1;
+  return count;
+}
+
+bool CleanupEntry::isEmpty() const { return items().empty() && paths().empty(); }
+
+bool CleanupEntry::hasPaths() const { return !paths().empty(); }
+
+void CleanupEntry::addItem(const CleanupEntryPtr& entry) {
+  if (!paths().empty() || !entry) return;
+  entry->setParent(shared_from_this());
+  items_.push_back(entry);
+}
+
+void CleanupEntry::addItems(const std::vector<CleanupEntryPtr>& entries) {
+  if (!paths().empty()) return;
+  for (const auto& entry : entries) addItem(entry);
+}
+
+void CleanupEntry::removeAllItems() { items_.clear(); }
+
+void CleanupEntry::addPath(const std::filesystem::path& path) {
+  if (!items().empty()) return;
+  paths_.push_back(path);
+}
+
+void CleanupEntry::addPaths(const std::vector<std::filesystem::path>& paths) {
+  for (const auto& path : paths) addPath(path);
+}
+
+void CleanupEntry::deleteItem(const std::optional<std::filesystem::path>& path) {
+  if (path) removeItem(*path);
+}
+
+void CleanupEntry::select() {
+  setSelection(Selection::on);
+  for (const auto& item : items()) item->select();
+}
+
+void CleanupEntry::deselect() {
+  setSelection(Selection::off);
+  for (const auto& item : items()) item->deselect();
+}
+
+std::optional<CleanupEntry::Size> CleanupEntry::calculateSize() {
+  HardLinkTracker tracker;
+  return calculateSize(tracker);
+}
+
+std::optional<CleanupEntry::Size> CleanupEntry::calculateSize(HardLinkTracker& tracker) {
+  std::mutex totalMutex;
+  int64_t total = 0;
+  auto add = [&](int64_t bytes) {
+    std::lock_guard lock(totalMutex);
+    total = addSizes(total, bytes);
+  };
+  const auto& children = items();
+  ThreadPool::shared().concurrentPerform(children.size(), [&](size_t index) {
+    auto result = children[index]->calculateSize(tracker);
+    if (result && !result->isUnknown()) add(result->bytesOrZero());
+  });
+  const auto& ownPaths = paths();
+  ThreadPool::shared().concurrentPerform(ownPaths.size(),
+                                         [&](size_t index) { add(measurePath(ownPaths[index], &tracker)); });
+  setSize(Size::value(total));
+  return size();
+}
+
+std::optional<CleanupEntry::Size> CleanupEntry::updateSize() {
+  HardLinkTracker tracker;
+  int64_t total = 0;
+  for (const auto& item : items()) {
+    auto result = item->sizeOrCalculate(tracker);
+    if (result && !result->isUnknown()) total = addSizes(total, result->bytesOrZero());
+  }
+  for (const auto& path : paths()) total = addSizes(total, measurePath(path, &tracker));
+  setSize(Size::value(total));
+  return size();
+}
+
+std::optional<CleanupEntry::Size> CleanupEntry::sizeOrCalculate() {
+  HardLinkTracker tracker;
+  return sizeOrCalculate(tracker);
+}
+
+std::optional<CleanupEntry::Size> CleanupEntry::sizeOrCalculate(HardLinkTracker& tracker) {
+  if (size().isUnknown()) return calculateSize(tracker);
+  return size();
+}
+
+CleanupEntry::Selection CleanupEntry::updateSelection() {
+  for (const auto& item : items()) item->updateSelection();
+  const size_t nonEmpty = nonEmptyItemCount();
+  Selection result = selection();
+  if (nonEmpty == 0) {
+    if (isEmpty()) result = Selection::off;
+  } else {
+    size_t selectedCount = 0;
+    bool anyMixed = false;
+    for (const auto& item : items()) {
+      if (item->selection() != Selection::off) ++selectedCount;
+      if (item->selection() == Selection::mixed) anyMixed = true;
+    }
+    if (selectedCount == nonEmpty) {
+      result = anyMixed ? Selection::mixed : Selection::on;
+    } else if (selectedCount == 0) {
+      result = Selection::off;
+    } else {
+      result = Selection::mixed;
+    }
+  }
+  setSelection(result);
+  return result;
+}
+
+void CleanupEntry::clear() {
+  items_.clear();
+  paths_.clear();
+  setSize(Size::unknown());
+}
+
+std::string CleanupEntry::description(int level) const {
+  std::string text(static_cast<size_t>(level > 0 ? level : 0), '\t');
+  text += " " + label_;
+  if (!size().isUnknown()) text += ": " + formatByteCount(size().bytesOrZero());
+  text += "\n";
+  for (const auto& item : items()) text += item->description(level + 1);
+  return text;
+}
+
+}  // namespace tw
