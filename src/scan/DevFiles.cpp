@@ -7,6 +7,7 @@
 
 #include "app/Logger.h"
 #include "model/CleanupEntry.h"
+#include "model/XcodeEntries.h"
 #include "platform/SecurityScope.h"
 #include "scan/Scanners.h"
 
@@ -93,6 +94,9 @@ bool cacheFoldersAccessible(const std::filesystem::path& developerFolder) {
 }
 
 CleanupEntryPtr makeLocationEntry(DevFiles::Location location) {
+  // The old documentation downloads are one fixed folder, so that location's entry is the item
+  // itself (and describes itself with the empty text when it is deleted).
+  if (location == DevFiles::Location::oldDocumentation) return std::make_shared<OldDocumentationFileEntry>(false);
   const LocationInfo& locationInfo = info(location);
   return std::make_shared<CleanupEntry>(std::string(locationInfo.label), std::string(),
                                         std::string(locationInfo.tooltipText), std::nullopt, /*tooltip=*/true,
