@@ -1,5 +1,6 @@
 #include "model/XcodeEntries.h"
 
+#include "model/AppleDevices.h"
 #include "model/SystemImages.h"
 #include "platform/Text.h"
 
@@ -28,13 +29,91 @@ DerivedDataFileEntry::DerivedDataFileEntry(std::string projectName, std::filesys
       projectName_(std::move(projectName)),
       pathUrl_(std::move(pathUrl)) {}
 
-DeviceSupportFileEntry::OSType DeviceSupportFileEntry::osTypeFromName(std::string_view) { return OSType::other; }
-std::string DeviceSupportFileEntry::osTypeDisplayName(OSType) { return {}; }
+namespace {
+
+using OSType = DeviceSupportFileEntry::OSType;
+
+std::string deviceSupportLabel(const std::optional<std::string>& device, OSType osType, const Version& version,
+                               const std::optional<AppleBuild>& build) {
+  std::string label = DeviceSupportFileEntry::osTypeDisplayName(osType) + " " + version.toString() + " " +
+                      (build ? build->toString() : std::string());
+  if (device) label += " (" + AppleDevices::name(*device) + ")";
+  return label;
+}
+
+// The asset catalogue has pictures for the OS versions that shipped with their own look; any
+// other version shows the OS's generic picture.
+std::string deviceSupportImage(OSType osType, const Version& version) {
+  struct Range {
+    uint64_t first;
+    uint64_t last;
+  };
+  std::string folder;
+  Range range{0, 0};
+  switch (osType) {
+    case OSType::iOS:
+      folder = "OS/iOS/";
+      range = {2, 18};
+      break;
+    case OSType::watchOS:
+      folder = "OS/watchOS/";
+      range = {2, 11};
+      break;
+    case OSType::tvOS:
+      folder = "OS/tvOS/";
+      range = {9, 18};
+      break;
+    case OSType::macOS:
+      folder = "OS/macOS/";
+      range = {12, 15};
+      break;
+    case OSType::visionOS:
+      folder = "OS/visionOS/";
+      range = {2, 2};
+      break;
+    case OSType::other:
+      return "OS/iOS/Generic";
+  }
+  const uint64_t major = version.major;
+  if ((major >= range.first && major <= range.last) || major == 26) return folder + std::to_string(major);
+  return folder + "Generic";
+}
+
+}  // namespace
+
+DeviceSupportFileEntry::OSType DeviceSupportFileEntry::osTypeFromName(std::string_view name) {
+  if (name == "iOS") return OSType::iOS;
+  if (name == "watchOS") return OSType::watchOS;
+  if (name == "tvOS") return OSType::tvOS;
+  if (name == "macOS") return OSType::macOS;
+  if (name == "visionOS") return OSType::visionOS;
+  return OSType::other;
+}
+
+std::string DeviceSupportFileEntry::osTypeDisplayName(OSType type) {
+  switch (type) {
+    case OSType::iOS:
+      return "iOS";
+    case OSType::watchOS:
+      return "watchOS";
+    case OSType::tvOS:
+      return "tvOS";
+    case OSType::macOS:
+      return "macOS";
+    case OSType::visionOS:
+      return "visionOS";
+    case OSType::other:
+      break;
+  }
+  return {};
+}
 
 DeviceSupportFileEntry::DeviceSupportFileEntry(std::optional<std::string> device, OSType osType, Version version,
                                                std::optional<AppleBuild> build, EntryDate date,
                                                std::optional<std::string> architecture, bool selected)
-    : CleanupEntry("", "", std::nullopt, std::nullopt, true, selected),
+    : CleanupEntry(deviceSupportLabel(device, osType, version, build), "",
+                   deviceSupportLabel(device, osType, version, build) + " " + formatMediumDate(date),
+                   Icon::image(deviceSupportImage(osType, version)), true, selected),
       device_(std::move(device)),
       osType_(osType),
       version_(version),
@@ -47,11 +126,27 @@ bool DeviceSupportFileEntry::operator==(const DeviceSupportFileEntry& other) con
          device_ == other.device_;
 }
 
+namespace {
+
+std::string statusMark(ArchiveFileEntry::SubmissionStatus status) {
+  switch (status) {
+    case ArchiveFileEntry::SubmissionStatus::success:
+      return "✅";
+    case ArchiveFileEntry::SubmissionStatus::failure:
+      return "❌";
+    case ArchiveFileEntry::SubmissionStatus::undefined:
+      break;
+  }
+  return {};
+}
+
+}  // namespace
+
 ArchiveFileEntry::ArchiveFileEntry(std::string projectName, std::string bundleName, std::string versionString,
                                    std::string build, EntryDate date, SubmissionStatus submissionStatus, bool selected,
                                    const std::filesystem::path& archiveUrl)
-    : CleanupEntry(versionString + " (" + build + ") ", formatShortDateTime(date), std::nullopt, std::nullopt, true,
-                   selected),
+    : CleanupEntry(versionString + " (" + build + ") " + statusMark(submissionStatus), formatShortDateTime(date),
+                   std::nullopt, std::nullopt, true, selected),
       projectName_(std::move(projectName)),
       bundleName_(std::move(bundleName)),
       versionString_(std::move(versionString)),
