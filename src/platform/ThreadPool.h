@@ -22,6 +22,10 @@ class ThreadPool {
 
   unsigned workerCount() const;
 
+  // Threads (workers and waiting callers) asleep for want of work right now; a producer of
+  // fine-grained work hands some of it over only while this is above zero.
+  unsigned idleThreadCount() const;
+
   // Runs body(0) ... body(count - 1) spread over the workers and the calling thread and
   // returns when every iteration has finished. May be called from inside a body: a caller
   // that waits runs pending work itself, so nested use never deadlocks.
