@@ -11,4 +11,10 @@ namespace tw {
 // tw::FileSystemError describing the first failure, if there was one.
 void removeItem(const std::filesystem::path& path);
 
+#if defined(TIDEWELL_TEST_HOOKS)
+// Test builds only: called with a folder's name after it was looked at and before it is
+// opened, so that tests can change the tree in exactly that window.
+extern void (*removeItemBeforeOpeningFolderHook)(const char* name);
+#endif
+
 }  // namespace tw
