@@ -3,12 +3,48 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/Logger.h"
+#include "app/Preferences.h"
+#include "cli/CmdLine.h"
+#include "platform/Host.h"
 
 namespace tw {
+namespace {
 
-int runApplication(int, char**) {
-  std::puts("The window is not in this build yet.");
-  return isatty(STDIN_FILENO) ? 0 : 1;
+// The launcher script in the bundle's resources sets this, so that a start without a terminal
+// (SSH commands, CI jobs) is still a command-line start.
+constexpr const char* kFromCommandLineVariable = "TIDEWELL_FROM_COMMAND_LINE";
+
+bool isCommandLineStart() { return ::isatty(STDIN_FILENO) == 1 || std::getenv(kFromCommandLineVariable) != nullptr; }
+
+}  // namespace
+
+int runApplication(int argc, char** argv) {
+  Logger::installMain(std::make_unique<Logger>("MainLog", Logger::Level::info, Logger::FileLogging::on));
+
+  const auto& bundle = Host::current().bundle;
+  Preferences::shared().setAppFolder(bundle.empty() ? std::nullopt : std::optional<std::filesystem::path>(bundle));
+
+  std::vector<std::string> arguments(argv, argv + argc);
+
+  if (!isCommandLineStart()) {
+    std::fputs(
+        "Tidewell: the window is not part of this build; run `tidewell --help` from a terminal, or start "
+        "Contents/Resources/tidewell.sh inside the bundle.\n",
+        stderr);
+    return 1;
+  }
+
+  // Log lines would otherwise mix with the tool's own output.
+  Logger::main().setConsoleLogging(false);
+  CmdLine::shared()->start(arguments);
+  return 0;
 }
 
 }  // namespace tw

@@ -1,0 +1,398 @@
+#include "cli/CmdLine.h"
+
+#include <plist/plist.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <optional>
+#include <sstream>
+
+#include "app/Logger.h"
+#include "app/Preferences.h"
+#include "cli/ArgumentsParser.h"
+#include "fs/Files.h"
+#include "platform/ByteCountFormatter.h"
+#include "platform/Host.h"
+#include "platform/Text.h"
+
+namespace tw {
+namespace {
+
+constexpr const char* kToolName = "tidewell";
+constexpr const char* kToolDescription = "Reclaims storage that Xcode stores in caches and old files";
+constexpr const char* kInfoOption = "info";
+constexpr const char* kCleanOption = "clean";
+constexpr const char* kHelpOption = "--help";
+constexpr const char* kFromCommandLineVariable = "TIDEWELL_FROM_COMMAND_LINE";
+
+// The values "clean" accepts, in the order the usage text lists them.
+std::vector<std::string> cleanValues() {
+  std::vector<std::string> values{"all"};
+  for (auto location : DevFiles::allLocations()) values.emplace_back(DevFiles::commandLineName(location));
+  return values;
+}
+
+std::string cleanDescription() {
+  std::string names;
+  for (const auto& value : cleanValues()) {
+    if (!names.empty()) names += ", ";
+    names += value;
+  }
+  return "Perform cleaning of given items. Available options: " + names +
+         ". If you want to clean all, pass \"all\" or nothing";
+}
+
+// --- Unicode white space -------------------------------------------------------------------
+
+// White space and line breaks as people mean them in a typed value: every space separator,
+// the line and paragraph separators, and the control characters for tab and line breaks.
+bool isWhitespaceOrNewline(char32_t c) {
+  if (c >= 0x09 && c <= 0x0D) return true;
+  switch (c) {
+    case 0x20:
+    case 0x85:
+    case 0xA0:
+    case 0x1680:
+    case 0x2028:
+    case 0x2029:
+    case 0x202F:
+    case 0x205F:
+    case 0x3000:
+      return true;
+    default:
+      return c >= 0x2000 && c <= 0x200A;
+  }
+}
+
+// Decodes the UTF-8 sequence that starts at `begin`; `length` receives its byte count. Malformed
+// input decodes to U+FFFD one byte at a time, which is never white space.
+char32_t decodeAt(std::string_view text, size_t begin, size_t& length) {
+  auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+  unsigned char lead = byte(begin);
+  size_t expected = lead < 0x80 ? 1 : (lead >> 5) == 0x6 ? 2 : (lead >> 4) == 0xE ? 3 : (lead >> 3) == 0x1E ? 4 : 0;
+  if (expected == 0 || begin + expected > text.size()) {
+    length = 1;
+    return 0xFFFD;
+  }
+  char32_t value = expected == 1 ? lead : lead & (0x7F >> expected);
+  for (size_t i = 1; i < expected; ++i) {
+    if ((byte(begin + i) & 0xC0) != 0x80) {
+      length = 1;
+      return 0xFFFD;
+    }
+    value = (value << 6) | (byte(begin + i) & 0x3F);
+  }
+  length = expected;
+  return value;
+}
+
+std::string_view trimmed(std::string_view text) {
+  size_t begin = 0;
+  while (begin < text.size()) {
+    size_t length = 0;
+    if (!isWhitespaceOrNewline(decodeAt(text, begin, length))) break;
+    begin += length;
+  }
+  size_t end = text.size();
+  while (end > begin) {
+    size_t start = end - 1;
+    while (start > begin && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80) --start;
+    size_t length = 0;
+    char32_t c = decodeAt(text, start, length);
+    if (start + length != end || !isWhitespaceOrNewline(c)) break;
+    end = start;
+  }
+  return text.substr(begin, end - begin);
+}
+
+// Only "all" is ever compared after lower-casing, and no character but 'A' and 'L' lower-cases
+// to 'a' or 'l', so ASCII lower-casing decides exactly as a full Unicode mapping would.
+std::string asciiLowercased(std::string_view text) {
+  std::string result(text);
+  for (char& c : result) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return result;
+}
+
+// --- Bundle information ----------------------------------------------------------------------
+
+struct PlistDeleter {
+  void operator()(void* node) const { plist_free(static_cast<plist_t>(node)); }
+};
+using PlistPtr = std::unique_ptr<void, PlistDeleter>;
+
+// The bundle's Contents/Info.plist (XML or binary); null when it is missing or not a dictionary.
+PlistPtr readInfoDictionary(const std::filesystem::path& bundle) {
+  if (bundle.empty()) return nullptr;
+  std::ifstream in(bundle / "Contents" / "Info.plist", std::ios::binary);
+  if (!in) return nullptr;
+  std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  if (data.empty() || data.size() > UINT32_MAX) return nullptr;
+  plist_t root = nullptr;
+  plist_from_memory(data.data(), static_cast<uint32_t>(data.size()), &root);
+  PlistPtr dictionary(root);
+  if (!root || plist_get_node_type(root) != PLIST_DICT) return nullptr;
+  return dictionary;
+}
+
+std::optional<std::string> stringValue(const PlistPtr& dictionary, const char* key) {
+  plist_t node = plist_dict_get_item(static_cast<plist_t>(dictionary.get()), key);
+  if (!node || plist_get_node_type(node) != PLIST_STRING) return std::nullopt;
+  char* value = nullptr;
+  plist_get_string_val(node, &value);
+  if (!value) return std::nullopt;
+  std::string result(value);
+  std::free(value);
+  return result;
+}
+
+}  // namespace
+
+CmdLine::Error::Error(Kind kind, std::string option)
+    : tw::Error(kind == Kind::wrongOption ? "Wrong value for \"clean\": " + option : "Conflicting options"),
+      kind_(kind),
+      option_(std::move(option)) {}
+
+const std::shared_ptr<CmdLine>& CmdLine::shared() {
+  static const auto instance = std::make_shared<CmdLine>(std::cout);
+  return instance;
+}
+
+CmdLine::CmdLine(std::ostream& out) : out_(out) {}
+
+void CmdLine::line(std::string_view text) { out_ << text << '\n'; }
+
+void CmdLine::exitProcess(int status) {
+  out_.flush();
+  std::fflush(stdout);
+  std::exit(status);
+}
+
+void CmdLine::fatal(std::string_view message) {
+  line(message);
+  out_.flush();
+  std::fflush(stdout);
+  std::abort();
+}
+
+void CmdLine::start(const std::vector<std::string>& arguments) {
+  printBanner();
+
+  ArgumentsParser parser(kToolName, kToolDescription);
+  parser.addOption(kInfoOption, "Show all items available to clean.");
+  parser.addOptionWithValue(kCleanOption, cleanDescription(), cleanValues());
+  parser.addOption(kHelpOption, "Prints this message");
+
+  try {
+    auto options = parser.parse(arguments);
+    if (options.size() >= 2) throw Error(Error::Kind::conflictingOptions, {});
+    if (options.empty()) throw ArgumentsParser::Error(ArgumentsParser::Error::Kind::insufficientArguments, {});
+
+    const CommandLineOption& option = options.front();
+    if (option.name() == kInfoOption) {
+      run(Mode::info, {DevFiles::allLocations().begin(), DevFiles::allLocations().end()});
+    } else if (option.name() == kCleanOption) {
+      auto locations = parseLocations(option.withValue()->value.value_or(""));
+      run(Mode::clean, locations);
+    } else {
+      parser.printUsage(out_);
+      exitProcess(0);
+    }
+  } catch (const ArgumentsParser::Error& error) {
+    switch (error.kind()) {
+      case ArgumentsParser::Error::Kind::wrongArgument:
+        fail("Unrecognized argument: " + error.argument());
+      case ArgumentsParser::Error::Kind::noValue:
+        fail("Expected value for option: " + error.argument());
+      case ArgumentsParser::Error::Kind::insufficientArguments:
+        break;
+    }
+    parser.printUsage(out_);
+    exitProcess(0);
+  } catch (const Error& error) {
+    if (error.kind() == Error::Kind::wrongOption) fail(error.what());
+    parser.printUsage(out_);
+    exitProcess(0);
+  } catch (const std::exception&) {
+    parser.printUsage(out_);
+    exitProcess(0);
+  }
+}
+
+void CmdLine::printBanner() {
+  const auto& bundle = Host::current().bundle;
+  auto info = readInfoDictionary(bundle);
+  if (!info) fatal("CmdLineTool: No Info.plist in main app bundle!?");
+  auto version = stringValue(info, "CFBundleShortVersionString");
+  if (!version) fatal("CmdLineTool: Can't get app version from main bundle!");
+  auto build = stringValue(info, "CFBundleVersion");
+  if (!build) fatal("CmdLineTool: Can't get app build number from main bundle!");
+
+  line("Tidewell " + *version + " (" + *build + ")");
+  line();
+
+  // Started without the launcher script: from an old link or straight from the bundle.
+  if (std::getenv(kFromCommandLineVariable)) {
+    out_.flush();
+    return;
+  }
+  line("WARNING: It seems you haven't updated your command line tool!");
+  line("You might have problems running this tool from headless environments like SSH, or CI servers...");
+  line();
+  line(
+      "To update command line tool for the future, link command line tool script to one of your directories in "
+      "PATH, for example /usr/local/bin.");
+  line();
+  line("$ sudo ln -sf " + bundle.string() + "/Contents/Resources/tidewell.sh /usr/local/bin/tidewell");
+  line();
+  out_.flush();
+}
+
+std::vector<DevFiles::Location> CmdLine::parseLocations(std::string_view value) {
+  const auto& all = DevFiles::allLocations();
+  if (asciiLowercased(trimmed(value)) == "all") return {all.begin(), all.end()};
+
+  std::vector<DevFiles::Location> locations;
+  size_t begin = 0;
+  while (begin <= value.size()) {
+    size_t comma = value.find(',', begin);
+    if (comma == std::string_view::npos) comma = value.size();
+    std::string_view piece = value.substr(begin, comma - begin);
+    begin = comma + 1;
+    if (piece.empty()) continue;
+
+    std::string_view name = trimmed(piece);
+    if (name == "all") {
+      locations.insert(locations.end(), all.begin(), all.end());
+      continue;
+    }
+    auto match = std::find_if(all.begin(), all.end(),
+                              [&](DevFiles::Location location) { return DevFiles::commandLineName(location) == name; });
+    if (match == all.end()) throw Error(Error::Kind::wrongOption, std::string(name));
+    locations.push_back(*match);
+  }
+  return locations;
+}
+
+void CmdLine::run(Mode mode, const std::vector<DevFiles::Location>& locations) {
+  auto developerFolder = Files::developerFolderGrant(nullptr);
+  if (!developerFolder) {
+    fail(
+        "Tidewell needs permission to your ~/Library/Developer folder to scan Xcode cache files.\n"
+        "To use command line tool, open UI version of Xcode and grant access to this folder on first run.");
+  }
+  auto derivedDataFolder = Files::customDerivedDataFolderGrant(nullptr);
+  auto archivesFolder = Files::customArchivesFolderGrant(nullptr);
+  auto devFiles = DevFiles::create(*developerFolder, derivedDataFolder, archivesFolder);
+  if (!devFiles) {
+    fail("Cannot locate Xcode cache files.\nCheck if you have Xcode installed and some projects built.");
+  }
+  devFiles->setDeleteDelegate(shared_from_this());
+
+  line("Scanning...");
+  line();
+  out_.flush();
+
+  devFiles->reset();
+  devFiles->scan(locations);
+
+  std::string total = formatByteCount(devFiles->totalSize());
+  switch (mode) {
+    case Mode::clean:
+      clean(*devFiles, locations);
+      break;
+    case Mode::info: {
+      std::vector<CleanupEntryPtr> entries;
+      for (const auto& [location, entry] : devFiles->locations()) entries.push_back(entry);
+      printInfo(entries);
+      line("Total size available to clean: " + total);
+      break;
+    }
+    default:
+      fail("Can't start with mode different than \"info\" or \"clean\"");
+  }
+  out_.flush();
+}
+
+void CmdLine::printInfo(const std::vector<CleanupEntryPtr>& entries) {
+  // Plain code-point order of the normalised labels, not a localized one: Z before A.
+  std::vector<std::pair<std::string, CleanupEntryPtr>> sorted;
+  sorted.reserve(entries.size());
+  for (const auto& entry : entries) sorted.emplace_back(canonicalNormalized(entry->label()), entry);
+  std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+
+  for (const auto& [label, entry] : sorted) {
+    printEntry(*entry, 0);
+    line();
+  }
+}
+
+void CmdLine::printEntry(const CleanupEntry& entry, size_t depth) {
+  std::string text(depth, '\t');
+  text += "[" + formatByteCount(entry.size().bytesOrZero()) + "] " + entry.label() + " ";
+  if (!entry.extraInfo().empty()) text += "(" + entry.extraInfo() + ")";
+  line(text);
+  for (const auto& child : entry.items()) printEntry(*child, depth + 1);
+}
+
+void CmdLine::clean(DevFiles& devFiles, const std::vector<DevFiles::Location>& locations) {
+  for (const auto& [location, entry] : devFiles.locations()) entry->deselect();
+  for (auto location : locations) {
+    auto found = devFiles.locations().find(location);
+    if (found != devFiles.locations().end()) found->second->select();
+  }
+
+  // Measured before deleting: this is what the selection held, and what is reported and added up.
+  int64_t selectedSize = devFiles.selectedSize();
+  devFiles.deleteSelected(false);
+
+  line();
+  line("Total bytes cleaned: " + formatByteCount(selectedSize));
+  out_.flush();
+  Preferences::shared().addToTotalBytesCleaned(selectedSize);
+}
+
+void CmdLine::fail(const std::string& message) {
+  line("Error: " + message);
+  line();
+  if (const auto& logFile = Logger::main().logFilePath()) {
+    line("You can check full log here: " + logFile->string());
+    line();
+  }
+  exitProcess(1);
+}
+
+void CmdLine::deleteStarted(DevFiles&) {
+  line("Removing files:");
+  out_.flush();
+}
+
+void CmdLine::deletingItem(DevFiles&, const std::string& locationLabel, const std::string& itemDescription,
+                           const std::optional<std::filesystem::path>& url, size_t index, size_t count) {
+  std::string text = locationLabel + ": ";
+  if (!itemDescription.empty()) {
+    text += itemDescription + " - ";
+  } else if (url) {
+    text += url->string() + " - ";
+  }
+  text += std::to_string(index) + "/" + std::to_string(count);
+  line(text);
+  out_.flush();
+}
+
+void CmdLine::deleteFailed(DevFiles&, const std::exception& error, const std::string& locationLabel, const std::string&,
+                           const std::optional<std::filesystem::path>& url) {
+  line("Warning: Following file couldn't be removed: " + capitalizedWords(locationLabel) + ": " +
+       (url ? url->string() : std::string("-")) + " " + error.what());
+  out_.flush();
+}
+
+void CmdLine::deleteFinished(DevFiles&) {}
+
+}  // namespace tw
