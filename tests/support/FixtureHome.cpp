@@ -1,0 +1,342 @@
+#include "support/FixtureHome.h"
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <stdexcept>
+
+#include "support/TempDir.h"
+
+namespace tw::test {
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr long long kPlistEpoch = 978307200;  // 2001-01-01T00:00:00Z in Unix time
+constexpr size_t KB = 1000;
+
+plist_t dict(std::initializer_list<std::pair<const char*, plist_t>> items) {
+  plist_t result = plist_new_dict();
+  for (const auto& [key, value] : items) plist_dict_set_item(result, key, value);
+  return result;
+}
+
+plist_t str(const std::string& value) { return plist_new_string(value.c_str()); }
+
+class Writer {
+ public:
+  Writer(fs::path root, const FixtureHomeOptions& options) : root_(std::move(root)), factor_(options.sizeFactor) {}
+
+  fs::path path(const fs::path& relative) const { return root_ / relative; }
+
+  fs::path file(const fs::path& relative, size_t bytes) const {
+    auto target = path(relative);
+    writeFileOfSize(target, bytes * factor_);
+    return target;
+  }
+
+  fs::path text(const fs::path& relative, std::string_view contents) const {
+    auto target = path(relative);
+    writeFile(target, contents);
+    return target;
+  }
+
+  fs::path folder(const fs::path& relative) const {
+    auto target = path(relative);
+    fs::create_directories(target);
+    return target;
+  }
+
+ private:
+  fs::path root_;
+  size_t factor_;
+};
+
+void writeDerivedData(const Writer& w, FixtureHome& home) {
+  const fs::path base = "Library/Developer/Xcode/DerivedData";
+  struct Project {
+    std::string folder;
+    std::string workspace;
+    long long lastAccess;
+  };
+  const Project projects[] = {
+      {"WeatherApp-dxkbzjmvkxoqcbfbujrwnxhcelpx", "/Users/sam/Projects/WeatherApp/WeatherApp.xcodeproj", 1709545260},
+      {"Tidewell-gfqlwhbxkpcyaeiodzsrmnutvjoq", "/Users/sam/Projects/Tidewell/Tidewell.xcworkspace", 1711959600},
+      {"Notes Ünïcode-aaaabbbbccccddddeeeeffffgggg", "/Users/sam/Projects/Notes Ünïcode/Notes.xcodeproj", 1680000000},
+  };
+  for (const auto& project : projects) {
+    fs::path folder = base / project.folder;
+    writePlist(w.path(folder / "info.plist"),
+               dict({{"LastAccessedDate", plistDate(project.lastAccess)}, {"WorkspacePath", str(project.workspace)}}),
+               PlistFormat::xml);
+    std::string name = project.folder.substr(0, project.folder.rfind('-'));
+    auto binary = w.file(folder / "Build/Products/Debug-iphonesimulator" / (name + ".app") / name, 900 * KB);
+    w.file(folder / "Build/Intermediates.noindex" / (name + ".build/Debug-iphonesimulator/main.o"), 400 * KB);
+    w.file(folder / "Index.noindex/DataStore/v5/records/A1/main.swift-3KQ8DLA9ZQ2KX", 250 * KB);
+    w.text(folder / "Logs/Build/LogStoreManifest.plist",
+           "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict/></plist>");
+    // The build system links products into place: one file, two names, counted once.
+    fs::create_hard_link(binary, w.path(folder / "Build/Intermediates.noindex/PrecompiledLink" / name));
+    home.derivedDataProjects.push_back(w.path(folder));
+  }
+  // A project folder whose info.plist was cut short while Xcode wrote it.
+  fs::path broken = base / "Broken-zzzzyyyyxxxxwwwwvvvvuuuutttt";
+  w.text(broken / "info.plist",
+         "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n<key>Work");
+  w.file(broken / "Build/Products/Debug/Broken", 1200 * KB);
+  home.derivedDataProjects.push_back(w.path(broken));
+  w.file(base / "ModuleCache.noindex/2N2Y7RB0F8Q3H/Foundation-1RDNS9YUB6LBD.pcm", 600 * KB);
+}
+
+void writeArchives(const Writer& w, FixtureHome& home) {
+  struct Archive {
+    std::string day, name, identifier, version, build;
+    long long created;
+    PlistFormat format;
+  };
+  const Archive archives[] = {
+      {"2024-03-04", "WeatherApp", "com.example.weather", "2.1", "45", 1709545260, PlistFormat::xml},
+      {"2024-03-04", "WeatherApp", "com.example.weather", "2.1.1", "46", 1709570000, PlistFormat::binary},
+      {"2023-11-20", "Tidewell", "dev.tidewell.Tidewell", "1.0", "1", 1700489000, PlistFormat::binary},
+  };
+  int counter = 0;
+  for (const auto& a : archives) {
+    fs::path folder = fs::path("Library/Developer/Xcode/Archives") / a.day /
+                      (a.name + " " + std::to_string(4 + counter++) + "-3-24, 9.41.xcarchive");
+    writePlist(w.path(folder / "Info.plist"),
+               dict({{"ApplicationProperties",
+                      dict({{"ApplicationPath", str("Applications/" + a.name + ".app")},
+                            {"CFBundleIdentifier", str(a.identifier)},
+                            {"CFBundleShortVersionString", str(a.version)},
+                            {"CFBundleVersion", str(a.build)},
+                            {"SigningIdentity", str("Apple Development: Sam Example (ABCDE12345)")}})},
+                     {"ArchiveVersion", plist_new_uint(2)},
+                     {"CreationDate", plistDate(a.created)},
+                     {"Name", str(a.name)},
+                     {"SchemeName", str(a.name)}}),
+               a.format);
+    w.file(folder / "Products/Applications" / (a.name + ".app") / a.name, 800 * KB);
+    w.file(folder / "dSYMs" / (a.name + ".app.dSYM") / "Contents/Resources/DWARF" / a.name, 500 * KB);
+    home.archives.push_back(w.path(folder));
+  }
+  // An archive without Info.plist: Xcode crashed while exporting.
+  fs::path orphan = "Library/Developer/Xcode/Archives/2022-01-15/Orphan 15-1-22, 10.00.xcarchive";
+  w.file(orphan / "Products/Applications/Orphan.app/Orphan", 300 * KB);
+  home.archives.push_back(w.path(orphan));
+}
+
+void writeDeviceSupport(const Writer& w, FixtureHome& home) {
+  struct Support {
+    std::string platformFolder, name, version, build;
+  };
+  const Support items[] = {
+      {"iOS DeviceSupport", "17.4 (21E213) arm64e", "17.4", "21E213"},
+      {"iOS DeviceSupport", "iPhone15,2 17.5.1 (21F90)", "17.5.1", "21F90"},
+      {"iOS DeviceSupport", "16.7.2 (20H115)", "16.7.2", "20H115"},
+      {"watchOS DeviceSupport", "Watch6,1 10.4 (21T216)", "10.4", "21T216"},
+  };
+  for (const auto& item : items) {
+    fs::path folder = fs::path("Library/Developer/Xcode") / item.platformFolder / item.name;
+    writePlist(
+        w.path(folder / "Info.plist"),
+        dict({{"DSC Extractor Version", str("1241.17")}, {"Version", str(item.version)}, {"Build", str(item.build)}}),
+        PlistFormat::xml);
+    w.file(folder / "Symbols/System/Library/Caches/com.apple.dyld/dyld_shared_cache_arm64e", 1300 * KB);
+    w.file(folder / "Symbols/usr/lib/libobjc.A.dylib", 200 * KB);
+    w.text(folder / ".finalized", "");
+    home.deviceSupport.push_back(w.path(folder));
+  }
+}
+
+void writeXcodeCaches(const Writer& w, FixtureHome& home) {
+  const fs::path xcode = "Library/Developer/Xcode";
+  for (const char* version : {"v244.5", "v246.1"}) {
+    w.file(xcode / "DocumentationCache" / version / "en/documentation.db", 700 * KB);
+    w.file(xcode / "DocumentationCache" / version / "en/index/data.skidx", 500 * KB);
+    home.documentationCaches.push_back(w.path(xcode / "DocumentationCache" / version));
+  }
+
+  const fs::path userData = xcode / "UserData";
+  writePlist(w.path(userData / "Previews/Simulator Devices/5B1E3C2A-9F0D-4C8E-8E51-6B7A2D9C4F10/device.plist"),
+             dict({{"UDID", str("5B1E3C2A-9F0D-4C8E-8E51-6B7A2D9C4F10")},
+                   {"deviceType", str("com.apple.CoreSimulator.SimDeviceType.iPhone-15-Pro")},
+                   {"name", str("iPhone 15 Pro")},
+                   {"runtime", str("com.apple.CoreSimulator.SimRuntime.iOS-17-4")},
+                   {"state", plist_new_uint(1)}}),
+             PlistFormat::binary);
+  w.file(userData / "Previews/Simulator Devices/5B1E3C2A-9F0D-4C8E-8E51-6B7A2D9C4F10/data/Library/Caches/cache.db",
+         1100 * KB);
+  w.file(userData / "IB Support/Simulator Devices/device_set.plist", 2 * KB);
+  w.file(userData / "IDEEditorInteractivityHistory/WeatherApp.xcodeproj/history.db", 300 * KB);
+  home.keep.push_back(w.text(userData / "KeyBindings/Sam.idekeybindings", "<?xml version=\"1.0\"?><plist/>"));
+  home.keep.push_back(
+      w.text(userData / "FontAndColorThemes/Midnight Tide.xccolortheme", "<?xml version=\"1.0\"?><plist/>"));
+  home.keep.push_back(w.text(userData / "CodeSnippets/guard-let.codesnippet", "<?xml version=\"1.0\"?><plist/>"));
+
+  for (const char* name : {"iOS Device Logs 16.4.db", "iOS Device Logs 17.4.db", "watchOS Device Logs 10.2.db"}) {
+    home.deviceLogs.push_back(w.file(xcode / name, 400 * KB));
+  }
+
+  const fs::path docSet = "Library/Developer/Shared/Documentation/DocSets/com.apple.adc.documentation.iOS.docset";
+  w.file(docSet / "Contents/Resources/docSet.dsidx", 600 * KB);
+  w.text(docSet / "Contents/Info.plist", "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict/></plist>");
+}
+
+void writeSimulators(const Writer& w, FixtureHome& home) {
+  const fs::path simulator = "Library/Developer/CoreSimulator";
+  struct Device {
+    std::string udid, type, name, runtime;
+  };
+  const Device devices[] = {
+      {"0F5C8A1E-7B2D-4E6A-9C3F-1D2E3F4A5B6C", "iPhone-15", "iPhone 15", "iOS-17-4"},
+      {"A3B9E7D1-2C4F-4A6B-8D0E-F1A2B3C4D5E6", "iPhone-8", "iPhone 8", "iOS-15-5"},
+      {"C7D2F4A9-6E1B-4C3D-A5F7-9B8E0D1C2A3F", "Apple-Watch-Series-9-45mm", "Apple Watch Series 9 (45mm)",
+       "watchOS-10-4"},
+  };
+  plist_t defaultDevices = plist_new_dict();
+  for (const auto& d : devices) {
+    fs::path folder = simulator / "Devices" / d.udid;
+    writePlist(w.path(folder / "device.plist"),
+               dict({{"UDID", str(d.udid)},
+                     {"deviceType", str("com.apple.CoreSimulator.SimDeviceType." + d.type)},
+                     {"name", str(d.name)},
+                     {"runtime", str("com.apple.CoreSimulator.SimRuntime." + d.runtime)},
+                     {"state", plist_new_uint(1)},
+                     {"isDeleted", plist_new_bool(0)}}),
+               PlistFormat::binary);
+    w.file(folder / "data/Containers/Data/Application/7E1F/Library/Caches/images.db", 900 * KB);
+    w.file(folder / "data/Library/Logs/system.log", 250 * KB);
+    plist_dict_set_item(defaultDevices, d.udid.c_str(), str("com.apple.CoreSimulator.SimRuntime." + d.runtime));
+    home.simulatorDevices.push_back(w.path(folder));
+  }
+  writePlist(w.path(simulator / "Devices/device_set.plist"),
+             dict({{"DefaultDevices", defaultDevices}, {"Version", plist_new_uint(2)}}), PlistFormat::binary);
+
+  const fs::path dyld = simulator / "Caches/dyld";
+  for (const char* hostAndRuntime : {"23E214/com.apple.CoreSimulator.SimRuntime.iOS-17-4.21E213",
+                                     "22G120/com.apple.CoreSimulator.SimRuntime.iOS-16-4.20E247"}) {
+    w.file(dyld / hostAndRuntime / "dyld_sim_shared_cache_arm64", 1200 * KB);
+    w.file(dyld / hostAndRuntime / "dyld_sim_shared_cache_arm64.map", 50 * KB);
+    home.dyldCaches.push_back(w.path(dyld / hostAndRuntime));
+  }
+
+  // XCTest's clones of a simulator, left behind when a UI test run was killed.
+  const std::string clone = "E9F8A7B6-C5D4-4E3F-A2B1-0C9D8E7F6A5B";
+  fs::path cloneFolder = fs::path("Library/Developer/XCTestDevices") / clone;
+  writePlist(w.path(cloneFolder / "device.plist"),
+             dict({{"UDID", str(clone)},
+                   {"deviceType", str("com.apple.CoreSimulator.SimDeviceType.iPhone-15")},
+                   {"name", str("Clone 1 of iPhone 15")},
+                   {"runtime", str("com.apple.CoreSimulator.SimRuntime.iOS-17-4")},
+                   {"state", plist_new_uint(1)}}),
+             PlistFormat::binary);
+  w.file(cloneFolder / "data/Library/Caches/snapshot.db", 1100 * KB);
+  home.xctestDevices.push_back(w.path(cloneFolder));
+}
+
+void writeCaches(const Writer& w, FixtureHome& home) {
+  const std::pair<const char*, size_t> caches[] = {
+      {"Library/Caches/org.swift.swiftpm/repositories/swift-argument-parser-8c1a/objects/pack.pack", 1300},
+      {"Library/Caches/CocoaPods/Pods/Release/Alamofire/5.9.0-9e1c2/Source/Session.swift", 1200},
+      {"Library/Caches/org.carthage.CarthageKit/dependencies/Quick/objects.pack", 1150},
+      {"Library/Caches/Homebrew/downloads/3f2a--node-21.7.1.arm64_sonoma.bottle.tar.gz", 1500},
+      {"Library/Caches/Google/Chrome/Default/Cache/Cache_Data/data_1", 1300},
+      {"Library/Caches/com.tinyspeck.slackmacgap/Cache.db", 1100},
+      {"Library/Application Support/Code/CachedData/1e790d77f81672c49be070e04474901747115651/chrome.jsc", 1200},
+      {".npm/_cacache/content-v2/sha512/9f/86/d081884c7d659a2feaa0c55ad015a3bf4f1b2b0b822cd15d6c15b0f00a08", 1400},
+      {".cargo/registry/cache/index.crates.io-6f17d22bba15001f/serde-1.0.197.crate", 1250},
+      {".gradle/caches/modules-2/files-2.1/com.google.guava/guava/33.0.0-jre/guava-33.0.0-jre.jar", 1300},
+      {".cache/huggingface/hub/models--gpt2/blobs/248dfc3911869ec493c76e65bf2fcf7f615828b0254c12b473182f0f81d3a707",
+       1600},
+  };
+  for (const auto& [relative, kilobytes] : caches) {
+    w.file(relative, kilobytes * KB);
+    // The cache's own top folder below the well-known parent ("Library/Caches/Homebrew", ".npm/_cacache").
+    fs::path top;
+    int depth = 0;
+    for (const auto& part : fs::path(relative)) {
+      top /= part;
+      if (++depth == (std::string(relative).rfind("Library/", 0) == 0 ? 3 : 2)) break;
+    }
+    home.cacheFolders.push_back(w.path(top));
+  }
+  // A small cache that a scanner should leave out of its list.
+  w.file(".cache/pip/http/small", 20 * KB);
+}
+
+void writeProjects(const Writer& w, FixtureHome& home) {
+  const fs::path rust = "Projects/rusty-tool";
+  home.keep.push_back(
+      w.text(rust / "Cargo.toml", "[package]\nname = \"rusty-tool\"\nversion = \"0.3.1\"\nedition = \"2021\"\n"));
+  home.keep.push_back(w.text(rust / "src/main.rs", "fn main() {\n    println!(\"hello\");\n}\n"));
+  w.file(rust / "target/debug/rusty-tool", 900 * KB);
+  w.file(rust / "target/debug/deps/librusty_tool-4f2c.rlib", 500 * KB);
+  w.text(rust / "target/CACHEDIR.TAG", "Signature: 8a477f597d28d172789f06886806bc55\n");
+  home.projectBuildFolders.push_back(w.path(rust / "target"));
+
+  const fs::path web = "Projects/web-shop";
+  home.keep.push_back(w.text(web / "package.json", "{\n  \"name\": \"web-shop\",\n  \"version\": \"1.4.0\"\n}\n"));
+  home.keep.push_back(w.text(web / "src/index.js", "console.log('shop');\n"));
+  w.file(web / "node_modules/left-pad/index.js", 700 * KB);
+  w.text(web / "node_modules/left-pad/package.json", "{\"name\":\"left-pad\",\"bin\":\"cli.js\"}\n");
+  w.file(web / "node_modules/typescript/lib/typescript.js", 800 * KB);
+  w.text(web / "node_modules/left-pad/cli.js", "#!/usr/bin/env node\n");
+  fs::create_directories(w.path(web / "node_modules/.bin"));
+  fs::create_symlink("../left-pad/cli.js", w.path(web / "node_modules/.bin/left-pad"));
+  home.projectBuildFolders.push_back(w.path(web / "node_modules"));
+
+  // A link from inside a project to the user's documents: a walk must not follow it.
+  home.keep.push_back(w.file("Documents/Thesis/chapter-1.pages", 300 * KB));
+  fs::create_directory_symlink("../../Documents", w.path(web / "docs-shortcut"));
+
+  // User logs and the Trash.
+  w.file("Library/Logs/DiagnosticReports/WeatherApp-2024-03-04-094101.ips", 200 * KB);
+  w.file("Library/Logs/CoreSimulator/CoreSimulator.log", 900 * KB);
+  w.file(".Trash/Old Installer.dmg", 1500 * KB);
+}
+
+}  // namespace
+
+void writePlist(const fs::path& path, plist_t plist, PlistFormat format) {
+  char* data = nullptr;
+  uint32_t length = 0;
+  if (format == PlistFormat::xml) {
+    plist_to_xml(plist, &data, &length);
+  } else {
+    plist_to_bin(plist, &data, &length);
+  }
+  plist_free(plist);
+  if (!data) throw std::runtime_error("cannot serialise property list for " + path.string());
+  std::string contents(data, length);
+  if (format == PlistFormat::xml) {
+    plist_to_xml_free(data);
+  } else {
+    plist_to_bin_free(data);
+  }
+  writeFile(path, contents);
+}
+
+plist_t plistDate(long long secondsSince1970) {
+  return plist_new_date(static_cast<int32_t>(secondsSince1970 - kPlistEpoch), 0);
+}
+
+FixtureHome FixtureHome::write(const fs::path& root, const FixtureHomeOptions& options) {
+  FixtureHome home;
+  home.root = root;
+  home.developerFolder = root / "Library/Developer";
+  Writer w(root, options);
+  w.folder("Library/Developer/Xcode");
+  w.folder("Library/Developer/CoreSimulator");
+  writeDerivedData(w, home);
+  writeArchives(w, home);
+  writeDeviceSupport(w, home);
+  writeXcodeCaches(w, home);
+  writeSimulators(w, home);
+  if (options.caches) writeCaches(w, home);
+  if (options.projects) writeProjects(w, home);
+  return home;
+}
+
+}  // namespace tw::test
