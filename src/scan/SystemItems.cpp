@@ -1,6 +1,248 @@
+#include "scan/SystemItems.h"
+
+#include <dirent.h>
+#include <plist/plist.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <iterator>
+#include <optional>
+
+#include "fs/DirectorySize.h"
+#include "fs/Shell.h"
+#include "model/SystemEntries.h"
+#include "platform/Host.h"
+#include "platform/Text.h"
+#include "scan/DevCaches.h"
 #include "scan/Scanners.h"
 
+namespace tw::SystemItems {
+namespace {
+
+using std::filesystem::path;
+
+constexpr std::string_view kSnapshotPrefix = "com.apple.TimeMachine.";
+constexpr std::string_view kSnapshotSuffix = ".local";
+const char* const kComputerIcon = "NSImageNameComputer";
+
+// Names in `folder` that do not start with a dot, sorted; nothing when it cannot be listed.
+std::vector<std::string> visibleNames(const path& folder) {
+  std::vector<std::string> names;
+  DIR* directory = ::opendir(folder.c_str());
+  if (!directory) return names;
+  while (const dirent* item = ::readdir(directory)) {
+    if (item->d_name[0] == '.') continue;
+    names.emplace_back(item->d_name);
+  }
+  ::closedir(directory);
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+void removeAll(std::string& text, std::string_view part) {
+  for (size_t found = text.find(part); found != std::string::npos; found = text.find(part, found)) {
+    text.erase(found, part.size());
+  }
+}
+
+CleanupEntryPtr groupEntry(const std::string& label, const char* icon, const std::string& tooltip,
+                           const std::vector<CleanupEntryPtr>& items) {
+  auto group = std::make_shared<CleanupEntry>(label, "", tooltip, CleanupEntry::Icon::system(icon), true, false);
+  group->addItems(items);
+  return group;
+}
+
+// The text under `key` of a property-list dictionary, when there is a non-empty one.
+std::optional<std::string> dictionaryString(plist_t dictionary, const char* key) {
+  plist_t node = plist_dict_get_item(dictionary, key);
+  if (!node || plist_get_node_type(node) != PLIST_STRING) return std::nullopt;
+  uint64_t length = 0;
+  const char* value = plist_get_string_ptr(node, &length);
+  if (!value || length == 0) return std::nullopt;
+  return std::string(value, length);
+}
+
+// "Display Name", else "Device Name" of a backup's Info.plist (XML or binary).
+std::optional<std::string> backupDeviceName(const path& infoPlist) {
+  std::ifstream file(infoPlist, std::ios::binary);
+  if (!file) return std::nullopt;
+  std::string data((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  if (data.empty() || data.size() > UINT32_MAX) return std::nullopt;
+  plist_t root = nullptr;
+  plist_from_memory(data.data(), static_cast<uint32_t>(data.size()), &root);
+  if (!root) return std::nullopt;
+  std::optional<std::string> name;
+  if (plist_get_node_type(root) == PLIST_DICT) {
+    name = dictionaryString(root, "Display Name");
+    if (!name) name = dictionaryString(root, "Device Name");
+  }
+  plist_free(root);
+  return name;
+}
+
+std::string modificationDateText(const path& item) {
+  struct stat info {};
+  // The earliest time point is the "distant past", which date texts show as 1 January of year 1.
+  if (::lstat(item.c_str(), &info) != 0) return formatMediumDate(TimePoint::min());
+  auto since = std::chrono::seconds(info.st_mtim.tv_sec) + std::chrono::nanoseconds(info.st_mtim.tv_nsec);
+  return formatMediumDate(TimePoint(std::chrono::duration_cast<TimePoint::duration>(since)));
+}
+
+bool isFolder(const path& item) {
+  struct stat info {};
+  return ::lstat(item.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+}  // namespace
+
+std::vector<std::string> parseLocalSnapshots(std::string_view listing) {
+  std::vector<std::string> dates;
+  size_t start = 0;
+  while (start < listing.size()) {
+    size_t end = listing.find('\n', start);
+    if (end == std::string_view::npos) end = listing.size();
+    std::string_view line = listing.substr(start, end - start);
+    start = end + 1;
+    const size_t first = line.find_first_not_of(" \t");
+    if (first == std::string_view::npos) continue;
+    line = line.substr(first, line.find_last_not_of(" \t") - first + 1);
+    if (!line.starts_with(kSnapshotPrefix)) continue;
+    std::string date(line);
+    removeAll(date, kSnapshotPrefix);
+    removeAll(date, kSnapshotSuffix);
+    dates.push_back(std::move(date));
+  }
+  return dates;
+}
+
+CleanupEntryPtr timeMachineSnapshots() {
+  // Where there is no tmutil (any system but macOS) the shell logs that it cannot run it.
+  const Shell::Result result = Shell::run("/usr/bin/tmutil", {"listlocalsnapshots", "/"});
+  if (result.status != 0) return nullptr;
+  std::vector<CleanupEntryPtr> snapshots;
+  for (std::string& date : parseLocalSnapshots(result.output)) {
+    snapshots.push_back(std::make_shared<TimeMachineSnapshotFileEntry>(std::move(date), false));
+  }
+  if (snapshots.empty()) return nullptr;
+  return groupEntry("Time Machine Local Snapshots", kComputerIcon,
+                    "Local APFS snapshots created by Time Machine. Deleted via \"tmutil deletelocalsnapshots\". macOS "
+                    "also purges them automatically when space is needed.",
+                    snapshots);
+}
+
+CleanupEntryPtr trash() {
+  const path home = DevCaches::realHomeDirectory();
+  if (home.empty()) return nullptr;
+  const path trashFolder = home / ".Trash";
+  const std::vector<std::string> names = visibleNames(trashFolder);
+  if (names.empty()) return nullptr;
+  auto entry = std::make_shared<CleanupEntry>(
+      "Trash", "", "⚠️ Contents of your Trash. Same as \"Empty Trash\" in Finder – files are gone for good.",
+      CleanupEntry::Icon::system("NSImageNameTrashFull"), true, false);
+  // The items, not the folder: emptying the Trash keeps the Trash itself.
+  for (const std::string& name : names) entry->addPath(trashFolder / name);
+  HardLinkTracker tracker;
+  const std::optional<CleanupEntry::Size> size = entry->calculateSize(tracker);
+  if (!size || size->isUnknown() || size->bytesOrZero() < DevCaches::kMinimumEntrySize) return nullptr;
+  return entry;
+}
+
+CleanupEntryPtr updatesAndInstallers() {
+  const Host& host = Host::current();
+  std::vector<CleanupEntryPtr> items;
+
+  const path updates = host.system("/Library/Updates");
+  for (const std::string& name : visibleNames(updates)) {
+    if (name == "index.plist") continue;
+    const path item = updates / name;
+    auto entry = std::make_shared<PrivilegedFileEntry>(
+        name, DevCaches::abbreviatedPath(item),
+        "Downloaded macOS update package. Deleting requires admin rights; macOS will re-download the update if "
+        "still needed.",
+        CleanupEntry::Icon::system(kComputerIcon), true, false);
+    entry->addPath(item);
+    items.push_back(entry);
+  }
+
+  const path applications = host.system("/Applications");
+  for (const std::string& name : visibleNames(applications)) {
+    if (!name.starts_with("Install macOS") || path(name).extension() != ".app") continue;
+    auto entry = std::make_shared<PrivilegedFileEntry>(
+        name, "",
+        "Full macOS installer application. Can be re-downloaded from the App Store or with \"softwareupdate\".",
+        CleanupEntry::Icon::system(kComputerIcon), true, false);
+    entry->addPath(applications / name);
+    items.push_back(entry);
+  }
+
+  items = DevCaches::measuredLargeEnough(std::move(items));
+  if (items.empty()) return nullptr;
+  return groupEntry("macOS Updates & Installers", kComputerIcon,
+                    "Downloaded but not yet installed macOS updates (/Library/Updates) and full installers in "
+                    "/Applications. Deleting may require admin rights.",
+                    items);
+}
+
+CleanupEntryPtr deviceBackups() {
+  const path home = DevCaches::realHomeDirectory();
+  if (home.empty()) return nullptr;
+  const path backups = home / "Library" / "Application Support" / "MobileSync" / "Backup";
+  std::vector<CleanupEntryPtr> items;
+  for (const std::string& name : visibleNames(backups)) {
+    const path folder = backups / name;
+    if (!isFolder(folder)) continue;
+    const std::string label = backupDeviceName(folder / "Info.plist").value_or(name);
+    auto entry =
+        std::make_shared<CleanupEntry>(label, modificationDateText(folder),
+                                       "⚠️ Backup at " + folder.string() + ". Deleting removes it permanently.",
+                                       CleanupEntry::Icon::system(kComputerIcon), true, false);
+    entry->addPath(folder);
+    items.push_back(entry);
+  }
+  items = DevCaches::measuredLargeEnough(std::move(items));
+  if (items.empty()) return nullptr;
+  return groupEntry("iOS Device Backups", kComputerIcon,
+                    "⚠️ Local backups of iPhones & iPads made by Finder/iTunes. Deleting removes the backup "
+                    "permanently – make sure you don't need it!",
+                    items);
+}
+
+CleanupEntryPtr userLogs() {
+  const path home = DevCaches::realHomeDirectory();
+  if (home.empty()) return nullptr;
+  const path logs = home / "Library" / "Logs";
+  const std::string folderIcon(DevCaches::kFolderIcon);
+  std::vector<CleanupEntryPtr> items;
+  for (const std::string& name : visibleNames(logs)) {
+    const path item = logs / name;
+    auto entry = std::make_shared<CleanupEntry>(name, "",
+                                                "Logs at " + item.string() + ". Recreated by the app that writes them.",
+                                                CleanupEntry::Icon::system(folderIcon), true, false);
+    entry->addPath(item);
+    items.push_back(entry);
+  }
+  items = DevCaches::measuredLargeEnough(std::move(items));
+  if (items.empty()) return nullptr;
+  return groupEntry("User Logs", folderIcon.c_str(),
+                    "Application & diagnostic logs in ~/Library/Logs. Apps recreate them; delete if you don't need "
+                    "them for debugging.",
+                    items);
+}
+
+}  // namespace tw::SystemItems
+
 namespace tw {
-std::vector<CleanupEntryPtr> scanSystemItems() { return {}; }
-std::vector<CleanupEntryPtr> scanCloudFolders() { return {}; }
+
+std::vector<CleanupEntryPtr> scanSystemItems() {
+  std::vector<CleanupEntryPtr> result;
+  for (CleanupEntryPtr entry :
+       {SystemItems::timeMachineSnapshots(), SystemItems::trash(), SystemItems::updatesAndInstallers(),
+        SystemItems::deviceBackups(), SystemItems::userLogs()}) {
+    if (entry) result.push_back(std::move(entry));
+  }
+  return result;
+}
+
 }  // namespace tw
