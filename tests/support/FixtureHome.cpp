@@ -78,7 +78,7 @@ void writeDerivedData(const Writer& w, FixtureHome& home) {
     w.text(folder / "Logs/Build/LogStoreManifest.plist",
            "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict/></plist>");
     // The build system links products into place: one file, two names, counted once.
-    fs::create_hard_link(binary, w.path(folder / "Build/Intermediates.noindex/PrecompiledLink" / name));
+    fs::create_hard_link(binary, w.folder(folder / "Build/Intermediates.noindex/PrecompiledLink") / name);
     home.derivedDataProjects.push_back(w.path(folder));
   }
   // A project folder whose info.plist was cut short while Xcode wrote it.
@@ -92,19 +92,20 @@ void writeDerivedData(const Writer& w, FixtureHome& home) {
 
 void writeArchives(const Writer& w, FixtureHome& home) {
   struct Archive {
-    std::string day, name, identifier, version, build;
+    std::string day, folder, name, identifier, version, build;
     long long created;
     PlistFormat format;
   };
   const Archive archives[] = {
-      {"2024-03-04", "WeatherApp", "com.example.weather", "2.1", "45", 1709545260, PlistFormat::xml},
-      {"2024-03-04", "WeatherApp", "com.example.weather", "2.1.1", "46", 1709570000, PlistFormat::binary},
-      {"2023-11-20", "Tidewell", "dev.tidewell.Tidewell", "1.0", "1", 1700489000, PlistFormat::binary},
+      {"2024-03-04", "WeatherApp 4-3-24, 09.41", "WeatherApp", "com.example.weather", "2.1", "45", 1709545260,
+       PlistFormat::xml},
+      {"2024-03-04", "WeatherApp 4-3-24, 16.33", "WeatherApp", "com.example.weather", "2.1.1", "46", 1709570000,
+       PlistFormat::binary},
+      {"2023-11-20", "Tidewell 20-11-23, 14.03", "Tidewell", "dev.tidewell.Tidewell", "1.0", "1", 1700489000,
+       PlistFormat::binary},
   };
-  int counter = 0;
   for (const auto& a : archives) {
-    fs::path folder = fs::path("Library/Developer/Xcode/Archives") / a.day /
-                      (a.name + " " + std::to_string(4 + counter++) + "-3-24, 9.41.xcarchive");
+    fs::path folder = fs::path("Library/Developer/Xcode/Archives") / a.day / (a.folder + ".xcarchive");
     writePlist(w.path(folder / "Info.plist"),
                dict({{"ApplicationProperties",
                       dict({{"ApplicationPath", str("Applications/" + a.name + ".app")},

@@ -22,7 +22,7 @@ void writePlist(const std::filesystem::path& path, plist_t plist, PlistFormat fo
 plist_t plistDate(long long secondsSince1970);
 
 struct FixtureHomeOptions {
-  // Multiplies every file size; 1 writes about 40 MB in all. Items meant to be listed are
+  // Multiplies every file size; 1 writes about 50 MB in all. Items meant to be listed are
   // larger than 1 MiB even at factor 1, because smaller discovered items are not shown.
   size_t sizeFactor = 1;
   // Tool, editor, browser and app caches outside the developer folder.
