@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "app/Logger.h"
+#include "fs/DirectorySize.h"
 #include "model/CleanupEntry.h"
 #include "model/XcodeEntries.h"
 #include "platform/SecurityScope.h"
@@ -101,6 +102,21 @@ CleanupEntryPtr makeLocationEntry(DevFiles::Location location) {
   return std::make_shared<CleanupEntry>(std::string(locationInfo.label), std::string(),
                                         std::string(locationInfo.tooltipText), std::nullopt, /*tooltip=*/true,
                                         /*selected=*/false);
+}
+
+// The group's size is the sum of its locations'. Locations left out of this scan are empty and
+// must keep their unknown size (the command line shows them without one), so they are not
+// measured; every scanned location knows its size already, which makes the sum the same as a
+// full recomputation.
+void updateGroupSize(CleanupEntry& group) {
+  HardLinkTracker tracker;
+  int64_t total = 0;
+  for (const auto& item : group.items()) {
+    if (item->isEmpty() && item->size().isUnknown()) continue;
+    const std::optional<CleanupEntry::Size> size = item->sizeOrCalculate(tracker);
+    if (size && !size->isUnknown()) total = addSizes(total, size->bytesOrZero());
+  }
+  group.setSize(CleanupEntry::Size::value(total));
 }
 
 void startAccess(const std::optional<std::filesystem::path>& folder) {
@@ -208,7 +224,7 @@ void DevFiles::scan(const std::vector<Location>& locations) {
       delegate.locationScanned(devFiles, location);
     });
   }
-  appleGroupEntry_->updateSize();
+  updateGroupSize(*appleGroupEntry_);
   appleGroupEntry_->updateSelection();
   state_ = State::scanComplete;
   post([](DevFiles& devFiles, DevFilesScanDelegate& delegate) { delegate.scanFinished(devFiles); });

@@ -30,7 +30,7 @@ std::string projectNameOfFolder(const std::filesystem::path& folder) {
   }
   std::string projectName;
   if (parts.size() <= 1) {
-    projectName = parts.empty() ? name : parts.front();
+    projectName = name;
   } else {
     for (size_t index = 0; index + 1 < parts.size(); ++index) {
       if (index > 0) projectName += '-';
