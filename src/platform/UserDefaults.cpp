@@ -83,7 +83,7 @@ Loaded load(const std::filesystem::path& path) {
   FileDescriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!fd) {
     int code = errno;
-    if (code == ENOENT) return result;
+    if (code == ENOENT || code == ENOTDIR) return result;  // nothing stored yet
     result.state = Loaded::State::bad;
     struct stat status {};
     if (::lstat(path.c_str(), &status) == 0) result.identity = identityOf(status);
@@ -312,8 +312,8 @@ std::optional<UserDefaults::Value> UserDefaults::object(const std::string& key) 
       std::lock_guard lock(reportedMutex());
       if (reportedFiles().insert({storePath_.string(), loaded.identity}).second && problemHandler_) {
         problemHandler_({Problem::Kind::unreadable, "The settings file " + storePath_.string() + " is unusable (" +
-                                                        loaded.reason + ") and cannot be moved aside (" +
-                                                        error.what() + "); the default settings apply"});
+                                                        loaded.reason + ") and cannot be moved aside (" + error.what() +
+                                                        "); the default settings apply"});
       }
     }
   }
