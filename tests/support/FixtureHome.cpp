@@ -125,7 +125,7 @@ void writeArchives(const Writer& w, FixtureHome& home) {
   // An archive without Info.plist: Xcode crashed while exporting.
   fs::path orphan = "Library/Developer/Xcode/Archives/2022-01-15/Orphan 15-1-22, 10.00.xcarchive";
   w.file(orphan / "Products/Applications/Orphan.app/Orphan", 300 * KB);
-  home.archives.push_back(w.path(orphan));
+  home.unreadableArchives.push_back(w.path(orphan));
 }
 
 void writeDeviceSupport(const Writer& w, FixtureHome& home) {
@@ -153,10 +153,11 @@ void writeDeviceSupport(const Writer& w, FixtureHome& home) {
 
 void writeXcodeCaches(const Writer& w, FixtureHome& home) {
   const fs::path xcode = "Library/Developer/Xcode";
-  for (const char* version : {"v244.5", "v246.1"}) {
-    w.file(xcode / "DocumentationCache" / version / "en/documentation.db", 700 * KB);
-    w.file(xcode / "DocumentationCache" / version / "en/index/data.skidx", 500 * KB);
-    home.documentationCaches.push_back(w.path(xcode / "DocumentationCache" / version));
+  // DocumentationCache/<format>/<Xcode version>.
+  for (const char* cache : {"v244.5/15.3", "v246.1/15.4", "v246.1/16.0"}) {
+    w.file(xcode / "DocumentationCache" / cache / "en/documentation.db", 700 * KB);
+    w.file(xcode / "DocumentationCache" / cache / "en/index/data.skidx", 500 * KB);
+    home.documentationCaches.push_back(w.path(xcode / "DocumentationCache" / cache));
   }
 
   const fs::path userData = xcode / "UserData";
@@ -176,8 +177,8 @@ void writeXcodeCaches(const Writer& w, FixtureHome& home) {
       w.text(userData / "FontAndColorThemes/Midnight Tide.xccolortheme", "<?xml version=\"1.0\"?><plist/>"));
   home.keep.push_back(w.text(userData / "CodeSnippets/guard-let.codesnippet", "<?xml version=\"1.0\"?><plist/>"));
 
-  for (const char* name : {"iOS Device Logs 16.4.db", "iOS Device Logs 17.4.db", "watchOS Device Logs 10.2.db"}) {
-    home.deviceLogs.push_back(w.file(xcode / name, 400 * KB));
+  for (const char* name : {"iOS Device Logs 16.4.db", "iOS Device Logs 17.4.db", "iOS Device Logs 17.4.1.db"}) {
+    home.deviceLogs.push_back(w.file(xcode / "iOS Device Logs" / name, 400 * KB));
   }
 
   const fs::path docSet = "Library/Developer/Shared/Documentation/DocSets/com.apple.adc.documentation.iOS.docset";

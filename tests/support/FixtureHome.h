@@ -37,6 +37,8 @@ struct FixtureHome {
   std::filesystem::path developerFolder;  // root/Library/Developer
   std::vector<std::filesystem::path> derivedDataProjects;
   std::vector<std::filesystem::path> archives;  // the .xcarchive folders
+  // An archive without Info.plist, which no scan can describe and so none lists.
+  std::vector<std::filesystem::path> unreadableArchives;
   std::vector<std::filesystem::path> deviceSupport;
   std::vector<std::filesystem::path> documentationCaches;
   std::vector<std::filesystem::path> deviceLogs;
