@@ -1,25 +1,18 @@
 #include "model/AppleDevices.h"
 
+#include <atomic>
 #include <system_error>
 
 #include "app/Logger.h"
 #include "platform/CsvReader.h"
 #include "platform/Error.h"
 #include "platform/Host.h"
+#include "platform/Text.h"
 
 namespace tw {
 namespace {
 
 constexpr std::string_view fileName = "device_identifiers.csv";
-
-std::string trimmedName(const std::string& text) {
-  // White space and line breaks, as a quoted cell may hold them.
-  const char* blanks = " \t\n\r\f\v";
-  auto first = text.find_first_not_of(blanks);
-  if (first == std::string::npos) return {};
-  auto last = text.find_last_not_of(blanks);
-  return text.substr(first, last - first + 1);
-}
 
 }  // namespace
 
@@ -41,7 +34,7 @@ AppleDevices AppleDevices::fromFile(const std::filesystem::path& file) {
       auto identifier = table.text(row, *identifierColumn);
       if (!identifier) continue;
       auto nameCell = table.text(row, *nameColumn);
-      std::string name = nameCell ? trimmedName(*nameCell) : std::string();
+      std::string name = nameCell ? trimmedWhiteSpaceAndNewlines(*nameCell) : std::string();
       if (name.empty()) name = *identifier;
       devices.names_.insert_or_assign(std::move(*identifier), std::move(name));
     }
@@ -52,7 +45,14 @@ AppleDevices AppleDevices::fromFile(const std::filesystem::path& file) {
   return devices;
 }
 
+namespace {
+
+std::atomic<const AppleDevices*> installedTable{nullptr};
+
+}  // namespace
+
 const AppleDevices& AppleDevices::shared() {
+  if (const AppleDevices* installed = installedTable.load(std::memory_order_acquire)) return *installed;
   static const AppleDevices table = [] {
     const Host& host = Host::current();
     // Outside a bundle there are no resources; a relative path would read whatever the working
@@ -73,5 +73,10 @@ std::string AppleDevices::lookup(std::string_view identifier) const {
   auto found = names_.find(std::string(identifier));
   return found != names_.end() ? found->second : std::string(identifier);
 }
+
+ScopedAppleDevices::ScopedAppleDevices(AppleDevices table)
+    : table_(std::move(table)), previous_(installedTable.exchange(&table_, std::memory_order_acq_rel)) {}
+
+ScopedAppleDevices::~ScopedAppleDevices() { installedTable.store(previous_, std::memory_order_release); }
 
 }  // namespace tw

@@ -28,7 +28,22 @@ class AppleDevices {
   size_t size() const { return names_.size(); }
 
  private:
+  friend class ScopedAppleDevices;
   std::unordered_map<std::string, std::string> names_;
+};
+
+// Makes name() and shared() answer from the given table for the lifetime of the object, so that
+// tests see device names without a bundle. Not for use while other threads look names up.
+class ScopedAppleDevices {
+ public:
+  explicit ScopedAppleDevices(AppleDevices table);
+  ~ScopedAppleDevices();
+  ScopedAppleDevices(const ScopedAppleDevices&) = delete;
+  ScopedAppleDevices& operator=(const ScopedAppleDevices&) = delete;
+
+ private:
+  AppleDevices table_;
+  const AppleDevices* previous_;
 };
 
 }  // namespace tw

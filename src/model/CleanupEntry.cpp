@@ -4,20 +4,24 @@
 #include <cstdlib>
 #include <mutex>
 
+#include "app/Logger.h"
 #include "fs/DirectorySize.h"
 #include "fs/RemoveItem.h"
 #include "platform/ByteCountFormatter.h"
+#include "platform/Text.h"
 #include "platform/ThreadPool.h"
 
 namespace tw {
 namespace {
 
-std::string trimmed(const std::string& text) {
-  const char* whitespace = " \t\n\r\f\v";
-  auto first = text.find_first_not_of(whitespace);
-  if (first == std::string::npos) return {};
-  auto last = text.find_last_not_of(whitespace);
-  return text.substr(first, last - first + 1);
+// Measuring never fails a size calculation: what cannot be counted counts 0.
+int64_t measuredOrZero(const std::filesystem::path& path, HardLinkTracker& tracker) {
+  try {
+    return measurePath(path, &tracker);
+  } catch (const std::exception& failure) {
+    log::warning("CleanupEntry: Cannot measure " + path.string() + ": " + failure.what());
+    return 0;
+  }
 }
 
 }  // namespace
@@ -25,8 +29,12 @@ std::string trimmed(const std::string& text) {
 int64_t addSizes(int64_t a, int64_t b) {
   int64_t sum = 0;
   if (__builtin_add_overflow(a, b, &sum)) {
-    std::fprintf(stderr, "Fatal error: size sum overflows a signed 64-bit byte count (%lld + %lld)\n",
-                 static_cast<long long>(a), static_cast<long long>(b));
+    // No byte count of real files comes near 2^63; a sum this large means corrupted sizes, and
+    // going on would show and delete on the strength of a wrapped-around number.
+    std::string message = "Fatal error: size sum overflows a signed 64-bit byte count (" + std::to_string(a) + " + " +
+                          std::to_string(b) + ")";
+    log::error(message);
+    std::fprintf(stderr, "%s\n", message.c_str());
     std::abort();
   }
   return sum;
@@ -42,7 +50,7 @@ CleanupEntry::CleanupEntry(std::string label, std::string extraInfo, std::option
     : icon_(std::move(icon)),
       label_(std::move(label)),
       extraInfo_(std::move(extraInfo)),
-      tooltipText_(trimmed(tooltipText ? *tooltipText : label_ + " " + extraInfo_)),
+      tooltipText_(trimmedWhiteSpaceAndNewlines(tooltipText ? *tooltipText : label_ + " " + extraInfo_)),
       tooltip_(tooltip),
       selection_(selected ? Selection::on : Selection::off) {}
 
@@ -71,7 +79,9 @@ bool CleanupEntry::hasPaths() const { return !paths().empty(); }
 
 void CleanupEntry::addItem(const CleanupEntryPtr& entry) {
   if (!paths().empty() || !entry) return;
-  entry->setParent(shared_from_this());
+  // An entry that is not owned by a shared pointer can still hold children; they just have no
+  // parent to point back to.
+  entry->setParent(weak_from_this().lock());
   items_.push_back(entry);
 }
 
@@ -124,7 +134,7 @@ std::optional<CleanupEntry::Size> CleanupEntry::calculateSize(HardLinkTracker& t
   });
   const auto& ownPaths = paths();
   ThreadPool::shared().concurrentPerform(ownPaths.size(),
-                                         [&](size_t index) { add(measurePath(ownPaths[index], &tracker)); });
+                                         [&](size_t index) { add(measuredOrZero(ownPaths[index], tracker)); });
   setSize(Size::value(total));
   return size();
 }
@@ -136,7 +146,7 @@ std::optional<CleanupEntry::Size> CleanupEntry::updateSize() {
     auto result = item->sizeOrCalculate(tracker);
     if (result && !result->isUnknown()) total = addSizes(total, result->bytesOrZero());
   }
-  for (const auto& path : paths()) total = addSizes(total, measurePath(path, &tracker));
+  for (const auto& path : paths()) total = addSizes(total, measuredOrZero(path, tracker));
   setSize(Size::value(total));
   return size();
 }

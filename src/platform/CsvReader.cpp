@@ -173,8 +173,9 @@ CsvTable CsvTable::parse(std::string_view text) {
   for (size_t r = 1; r < records.size(); ++r) {
     auto& record = records[r];
     if (record.fields.size() != columnCount) {
-      throw Error("line " + std::to_string(record.line) + " has " + std::to_string(record.fields.size()) +
-                  " fields, the header has " + std::to_string(columnCount));
+      auto fields = [](size_t count) { return std::to_string(count) + (count == 1 ? " field" : " fields"); };
+      throw Error("line " + std::to_string(record.line) + " has " + fields(record.fields.size()) + ", the header has " +
+                  std::to_string(columnCount));
     }
     std::vector<std::optional<std::string>> row;
     row.reserve(columnCount);

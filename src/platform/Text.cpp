@@ -6,7 +6,9 @@
 #include <unicode/locid.h>
 #include <unicode/normalizer2.h>
 #include <unicode/timezone.h>
+#include <unicode/uchar.h>
 #include <unicode/unistr.h>
+#include <unicode/utf8.h>
 
 #include <memory>
 
@@ -81,7 +83,7 @@ std::string formatDate(TimePoint time, icu::DateFormat::EStyle dateStyle, icu::D
   icu::DateFormat* format = dateFormatForThread(dateStyle, timeStyle);
   if (!format) return {};
   // The earliest representable moment stands for the platform's "distant past", 1 January of year 1.
-  constexpr UDate distantPast = -62135596800000.0;
+  constexpr UDate distantPast = -62135769600000.0;  // on the calendar that is Julian before 1582
   UDate date =
       time == TimePoint::min()
           ? distantPast
@@ -117,6 +119,27 @@ std::string capitalizedWords(std::string_view text) {
   // its first letter in title case and the rest in lower case.
   unicode.toTitle(nullptr, icu::Locale::getDefault());
   return toUtf8(unicode);
+}
+
+std::string trimmedWhiteSpaceAndNewlines(std::string_view text) {
+  const auto length = static_cast<int32_t>(text.size());
+  int32_t start = 0;
+  while (start < length) {
+    int32_t next = start;
+    UChar32 c = 0;
+    U8_NEXT(text.data(), next, length, c);
+    if (c < 0 || !u_isUWhiteSpace(c)) break;
+    start = next;
+  }
+  int32_t end = length;
+  while (end > start) {
+    int32_t previous = end;
+    UChar32 c = 0;
+    U8_PREV(text.data(), start, previous, c);
+    if (c < 0 || !u_isUWhiteSpace(c)) break;
+    end = previous;
+  }
+  return std::string(text.substr(static_cast<size_t>(start), static_cast<size_t>(end - start)));
 }
 
 std::string canonicalNormalized(std::string_view text) {

@@ -16,6 +16,10 @@ int localizedStandardCompare(std::string_view a, std::string_view b);
 // Every word with its first letter in upper case and the rest in lower case.
 std::string capitalizedWords(std::string_view text);
 
+// The text without white space and line breaks at both ends (Unicode white space: tabs, line
+// feeds, no-break and other wide spaces included).
+std::string trimmedWhiteSpaceAndNewlines(std::string_view text);
+
 // Canonical normalisation (NFC), for comparing texts by code points.
 std::string canonicalNormalized(std::string_view text);
 
