@@ -1,9 +1,7 @@
 #include <fcntl.h>
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -17,16 +15,16 @@
 #include "fs/RemoveItem.h"
 #include "platform/Error.h"
 #include "support/TempDir.h"
+#include "support/Unprivileged.h"
 
 namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
 using test::readFile;
+using test::runUnprivileged;
 using test::TempDir;
 using test::writeFile;
-
-constexpr uid_t kNobody = 65534;
 
 bool present(const fs::path& path) {
   struct stat status {};
@@ -51,39 +49,6 @@ void makeOutsideFolder(const fs::path& outside) {
   writeFile(outside / "keep.txt", "precious");
   writeFile(outside / "nested" / "deeper" / "also-keep.bin", std::string("\0\1\2", 3));
   fs::create_directories(outside / "empty");
-}
-
-// Root may remove anything, so failures are produced as an unprivileged user in a child
-// process. Returns the body's failure text (empty on success), or nothing when no
-// unprivileged user can be had.
-std::optional<std::string> runUnprivileged(const fs::path& workFolder, const std::function<std::string()>& body) {
-  if (::geteuid() != 0) return body();
-  if (::chown(workFolder.c_str(), kNobody, kNobody) != 0) return std::nullopt;
-  int channel[2];
-  if (::pipe(channel) != 0) return std::nullopt;
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::close(channel[0]);
-    std::string result = "skip";
-    if (::setgroups(0, nullptr) == 0 && ::setgid(kNobody) == 0 && ::setuid(kNobody) == 0) {
-      try {
-        result = body();
-      } catch (const std::exception& error) {
-        result = std::string("unexpected exception: ") + error.what();
-      }
-    }
-    if (::write(channel[1], result.data(), result.size()) < 0) ::_exit(2);
-    ::_exit(0);
-  }
-  ::close(channel[1]);
-  std::string output;
-  char buffer[512];
-  for (ssize_t count; (count = ::read(channel[0], buffer, sizeof buffer)) > 0;) output.append(buffer, count);
-  ::close(channel[0]);
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  if (output == "skip") return std::nullopt;
-  return output;
 }
 
 TEST(RemoveItem, RemovesTreeWithOddNamesAndLeavesSiblingsAlone) {

@@ -1,0 +1,148 @@
+#include "fs/FolderAccess.h"
+
+#include <plist/plist.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <memory>
+
+#include "app/Logger.h"
+#include "app/Preferences.h"
+#include "platform/Bookmark.h"
+#include "platform/Host.h"
+#include "platform/SecurityScope.h"
+
+namespace tw {
+namespace {
+
+// Bounds the refreshing of a bookmark that keeps turning stale (its folder being replaced
+// again and again while it is resolved); a well-behaved folder needs one refresh.
+constexpr int kMaxStaleRefreshes = 3;
+
+std::string containerAdvice() {
+  return "Access was denied even after selecting the folder. Make sure the folder exists (launching Xcode once creates "
+         "it) and that you have read & write permissions to it. Resetting the app container may also help: delete "
+         "~/Library/Containers/" +
+         applicationIdentifier() + " and restart the app.";
+}
+
+std::string cannotAccessMessage(const std::filesystem::path& folder) {
+  return "Can't get access to " + folder.string() + " folder";
+}
+
+std::filesystem::path standardized(const std::filesystem::path& path) {
+  std::error_code error;
+  std::filesystem::path result = std::filesystem::weakly_canonical(path, error);
+  if (error) result = std::filesystem::absolute(path, error).lexically_normal();
+  if (result.has_relative_path() && result.filename().empty()) result = result.parent_path();
+  return result;
+}
+
+// The folder the stored bookmark leads to, refreshing a stale bookmark on the way; nothing when
+// it gives no access (and then the reason is in the log).
+std::optional<std::filesystem::path> folderFromBookmark(const std::filesystem::path& folder,
+                                                        std::vector<uint8_t> bookmark) {
+  try {
+    for (int refreshes = 0;; ++refreshes) {
+      const Bookmark::Resolved resolved = Bookmark::resolve(bookmark);
+      if (!resolved.isStale) {
+        if (isAccessibleFolder(resolved.path)) return resolved.path;
+        log::warning("URL+AcquireAccessFromSandbox: Access denied after using bookmark but bookmark is not stale!");
+        throw SandboxFolderAccessError();
+      }
+      if (refreshes == kMaxStaleRefreshes) throw SandboxFolderAccessError();
+      bookmark = Bookmark::create(resolved.path);
+      Preferences::shared().setData(Preferences::bookmarkKey(folder), bookmark);
+      // Starting again: the folder may have become accessible by itself meanwhile.
+      if (isAccessibleFolder(folder)) return folder;
+    }
+  } catch (const std::exception& error) {
+    log::warning(std::string("URL+AcquireAccessFromSandbox: Failed to resolve bookmark: ") + error.what());
+    return std::nullopt;
+  }
+}
+
+std::optional<std::filesystem::path> folderFromPanel(const std::filesystem::path& folder, CancelPolicy cancel,
+                                                     const std::string& message, FolderAccessUI& ui) {
+  for (;;) {
+    long response = 0;
+    const std::optional<std::filesystem::path> picked = ui.runOpenPanel(folder, message, response);
+    if (!picked) {
+      log::warning("URL+AcquireAccessFromSandbox: Didn't get folder from Open panel! Modal response: " +
+                   std::to_string(response));
+      if (cancel == CancelPolicy::allowed) return std::nullopt;
+      continue;
+    }
+    if (!isSameFolder(*picked, folder)) {
+      ui.showInformationalAlert(cannotAccessMessage(folder), "Did you choose the right folder?", "Repeat");
+      continue;
+    }
+    if (!isAccessibleFolder(*picked)) {
+      log::error("URL+AcquireAccessFromSandbox: Can't access folder after selecting it from Open panel, no access: " +
+                 picked->string());
+      Preferences::shared().removeObject(Preferences::bookmarkKey(folder));
+      ui.showInformationalAlert(cannotAccessMessage(folder), containerAdvice(), "OK");
+      return std::nullopt;
+    }
+    try {
+      Preferences::shared().setData(Preferences::bookmarkKey(folder), Bookmark::create(*picked));
+      return picked;
+    } catch (const std::exception&) {
+      // The folder vanished between the pick and the bookmark: ask again.
+    }
+  }
+}
+
+}  // namespace
+
+SandboxFolderAccessError::SandboxFolderAccessError()
+    : Error("The operation couldn\u2019t be completed. (Tidewell.SandboxFolderAccessError error 1.)") {}
+
+bool isAccessibleFolder(const std::filesystem::path& folder) {
+  const bool scoped = startAccessingSecurityScope(folder);
+  const bool accessible = ::access(folder.c_str(), R_OK | W_OK) == 0;
+  if (scoped) stopAccessingSecurityScope(folder);
+  return accessible;
+}
+
+bool isSameFolder(const std::filesystem::path& a, const std::filesystem::path& b) {
+  return standardized(a) == standardized(b);
+}
+
+std::string applicationIdentifier() {
+  const std::filesystem::path bundle = Host::current().bundle;
+  if (!bundle.empty()) {
+    std::ifstream in(bundle / "Contents" / "Info.plist", std::ios::binary);
+    const std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    plist_t root = nullptr;
+    if (!data.empty()) plist_from_memory(data.data(), static_cast<uint32_t>(data.size()), &root);
+    std::unique_ptr<void, void (*)(plist_t)> owner(root, plist_free);
+    if (root && plist_get_node_type(root) == PLIST_DICT) {
+      plist_t node = plist_dict_get_item(root, "CFBundleIdentifier");
+      if (node && plist_get_node_type(node) == PLIST_STRING) {
+        char* value = nullptr;
+        plist_get_string_val(node, &value);
+        std::string identifier = value ? value : "";
+        std::free(value);  // libplist hands out malloc(3) memory
+        if (!identifier.empty()) return identifier;
+      }
+    }
+  }
+  return TIDEWELL_BUNDLE_IDENTIFIER;
+}
+
+std::optional<std::filesystem::path> acquireAccess(const std::filesystem::path& folder,
+                                                   const std::optional<std::vector<uint8_t>>& bookmark,
+                                                   CancelPolicy cancel, const std::string& message,
+                                                   FolderAccessUI* ui) {
+  if (isAccessibleFolder(folder)) return folder;
+  if (bookmark) {
+    if (auto granted = folderFromBookmark(folder, *bookmark)) return granted;
+  }
+  if (!ui) return std::nullopt;
+  return folderFromPanel(folder, cancel, message, *ui);
+}
+
+}  // namespace tw

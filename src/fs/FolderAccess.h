@@ -1,0 +1,42 @@
+// Obtaining access to a folder: the folder itself when it can be read and written, else the
+// folder a stored bookmark leads to (a stale bookmark is refreshed first), else the folder the
+// user picks in an open panel, which is then kept as a bookmark under the key of the folder
+// that was asked for. Wrong picks are explained and asked again; a pick that still gives no
+// access ends in advice and no grant.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "fs/Files.h"
+#include "platform/Error.h"
+
+namespace tw {
+
+enum class CancelPolicy { allowed, notAllowed };
+
+// Raised inside the grant when a bookmark resolves but its folder cannot be used.
+class SandboxFolderAccessError : public Error {
+ public:
+  SandboxFolderAccessError();
+};
+
+// The folder can be read and written (inside a security scope where the platform has one).
+bool isAccessibleFolder(const std::filesystem::path& folder);
+// Both name the same folder once "." and ".." are worked out and symbolic links resolved.
+bool isSameFolder(const std::filesystem::path& a, const std::filesystem::path& b);
+
+// The bundle's identifier, or the one built into the program when there is no bundle.
+std::string applicationIdentifier();
+
+// Access to `folder` with `bookmark` as stored for it. `ui` is the window's panel and alerts;
+// without one (the command line) nobody can be asked, so only the first two ways are tried.
+// Never throws for a missing grant: the answer is then nothing, with the reason in the log.
+std::optional<std::filesystem::path> acquireAccess(const std::filesystem::path& folder,
+                                                   const std::optional<std::vector<uint8_t>>& bookmark,
+                                                   CancelPolicy cancel, const std::string& message, FolderAccessUI* ui);
+
+}  // namespace tw

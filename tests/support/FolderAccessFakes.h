@@ -1,0 +1,69 @@
+// Stand-ins for the window's part of a folder grant (the open panel and the alerts) and a
+// capture of the main log, for tests of folder access.
+#pragma once
+
+#include <deque>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "app/Logger.h"
+#include "fs/Files.h"
+
+namespace tw::test {
+
+// Answers each open panel with the next scripted answer and records every panel and alert.
+class FakeFolderAccessUI : public FolderAccessUI {
+ public:
+  struct Panel {
+    std::filesystem::path folder;
+    std::string message;
+  };
+  struct Alert {
+    std::string message;
+    std::string informativeText;
+    std::string button;
+  };
+  // An answer may change the disk (the user makes the folder in the panel) and sets the
+  // panel's response number when it cancels.
+  using Answer = std::function<std::optional<std::filesystem::path>(long& response)>;
+
+  std::optional<std::filesystem::path> runOpenPanel(const std::filesystem::path& folder, const std::string& message,
+                                                    long& response) override {
+    panels.push_back({folder, message});
+    if (answers.empty()) throw std::logic_error("the open panel was shown once more than the test expected");
+    Answer answer = std::move(answers.front());
+    answers.pop_front();
+    return answer(response);
+  }
+  void showInformationalAlert(const std::string& message, const std::string& informativeText,
+                              const std::string& button) override {
+    alerts.push_back({message, informativeText, button});
+  }
+
+  std::deque<Answer> answers;
+  std::vector<Panel> panels;
+  std::vector<Alert> alerts;
+};
+
+// Collects the main log's lines (with their level marks) while it exists.
+class GrantLogCapture {
+ public:
+  GrantLogCapture() {
+    Logger::main().setLineObserver([this](Logger::Level, const std::string& line) { lines_.push_back(line); });
+  }
+  ~GrantLogCapture() { Logger::main().setLineObserver(nullptr); }
+  GrantLogCapture(const GrantLogCapture&) = delete;
+  GrantLogCapture& operator=(const GrantLogCapture&) = delete;
+
+  const std::vector<std::string>& lines() const { return lines_; }
+  void clear() { lines_.clear(); }
+
+ private:
+  std::vector<std::string> lines_;
+};
+
+}  // namespace tw::test
