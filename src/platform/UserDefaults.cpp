@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -14,6 +15,7 @@
 #include <memory>
 #include <mutex>
 #include <set>
+#include <string_view>
 #include <tuple>
 
 #include "platform/Error.h"
@@ -23,7 +25,7 @@ namespace tw {
 namespace {
 
 // A settings file is a few kilobytes; anything far larger is not ours and is not read into memory.
-constexpr off_t kLargestStore = 16 * 1024 * 1024;
+constexpr off_t kLargestStore = 4 * 1024 * 1024;
 
 struct PlistDeleter {
   void operator()(void* node) const { plist_free(static_cast<plist_t>(node)); }
@@ -49,6 +51,153 @@ std::string errnoText(int code) { return std::strerror(code); }
 
 [[noreturn]] void throwFileError(const std::string& what, const std::filesystem::path& path, int code) {
   throw FileSystemError(what + " " + path.string() + ": " + errnoText(code), code, path);
+}
+
+// libplist walks nested arrays and dictionaries recursively when it frees or writes them, so a
+// hostile file nested a hundred thousand levels deep would overflow the stack. Settings are at
+// most a few levels deep; anything nested deeper than this is treated as a broken file.
+constexpr size_t kDeepestNesting = 256;
+
+bool startsWith(std::string_view text, size_t at, std::string_view prefix) {
+  return text.size() - at >= prefix.size() && text.compare(at, prefix.size(), prefix) == 0;
+}
+
+// The deepest nesting of <array> and <dict> elements in an XML property list. Conservative: a
+// tag inside a CDATA section counts too, which can only make a strange file look deeper.
+bool xmlNestingWithinLimit(std::string_view text) {
+  size_t depth = 0;
+  for (size_t at = text.find('<'); at != std::string_view::npos; at = text.find('<', at + 1)) {
+    if (startsWith(text, at, "<!--")) {
+      at = text.find("-->", at);
+      if (at == std::string_view::npos) return true;
+      continue;
+    }
+    bool closing = startsWith(text, at, "</");
+    size_t name = at + (closing ? 2 : 1);
+    size_t nameLength = startsWith(text, name, "array") ? 5 : startsWith(text, name, "dict") ? 4 : 0;
+    if (nameLength == 0) continue;
+    size_t after = name + nameLength;
+    if (after < text.size() && text[after] != '>' && text[after] != '/' &&
+        !std::isspace(static_cast<unsigned char>(text[after]))) {
+      continue;  // <arrayish>, <dictionary>: not ours
+    }
+    size_t end = text.find('>', after);
+    if (end == std::string_view::npos) return true;  // the parser rejects it
+    if (closing) {
+      if (depth > 0) --depth;
+    } else if (text[end - 1] != '/' && ++depth > kDeepestNesting) {
+      return false;
+    }
+    at = end;
+  }
+  return true;
+}
+
+uint64_t bigEndian(std::string_view bytes, size_t at, size_t size) {
+  uint64_t value = 0;
+  for (size_t i = 0; i < size; ++i) value = (value << 8) | static_cast<unsigned char>(bytes[at + i]);
+  return value;
+}
+
+// Walks the object graph of a binary property list without recursion: false when a path from
+// the top object is deeper than the limit, an object refers back to one of its containers, or a
+// reference points outside the file.
+bool binaryNestingWithinLimit(std::string_view bytes) {
+  constexpr size_t kTrailer = 32;
+  if (bytes.size() < 8 + kTrailer) return true;  // the parser rejects it
+  size_t trailer = bytes.size() - kTrailer;
+  size_t offsetSize = static_cast<unsigned char>(bytes[trailer + 6]);
+  size_t refSize = static_cast<unsigned char>(bytes[trailer + 7]);
+  uint64_t objectCount = bigEndian(bytes, trailer + 8, 8);
+  uint64_t top = bigEndian(bytes, trailer + 16, 8);
+  uint64_t tableOffset = bigEndian(bytes, trailer + 24, 8);
+  if (offsetSize < 1 || offsetSize > 8 || refSize < 1 || refSize > 8 || objectCount == 0 || objectCount > trailer ||
+      top >= objectCount || tableOffset > trailer || (trailer - tableOffset) / offsetSize < objectCount) {
+    return false;
+  }
+  auto offsetOf = [&](uint64_t object) { return bigEndian(bytes, tableOffset + object * offsetSize, offsetSize); };
+  // The objects a container refers to: its references start at `first`, `count` of them.
+  struct Container {
+    uint64_t first = 0;
+    uint64_t count = 0;
+  };
+  auto containerAt = [&](uint64_t object, Container& container) -> std::optional<bool> {
+    uint64_t offset = offsetOf(object);
+    if (offset >= tableOffset) return std::nullopt;
+    unsigned char marker = static_cast<unsigned char>(bytes[offset]);
+    unsigned kind = marker >> 4;
+    if (kind != 0xA && kind != 0xC && kind != 0xD) return false;
+    uint64_t count = marker & 0x0F;
+    uint64_t at = offset + 1;
+    if (count == 0x0F) {
+      if (at >= tableOffset) return std::nullopt;
+      unsigned char intMarker = static_cast<unsigned char>(bytes[at]);
+      size_t intSize = size_t{1} << (intMarker & 0x0F);
+      if ((intMarker >> 4) != 0x1 || intSize > 8 || at + 1 + intSize > tableOffset) return std::nullopt;
+      count = bigEndian(bytes, at + 1, intSize);
+      at += 1 + intSize;
+    }
+    if (kind == 0xD) {
+      if (count > tableOffset) return std::nullopt;
+      count *= 2;
+    }
+    if (count > (tableOffset - at) / refSize) return std::nullopt;
+    container = {at, count};
+    return true;
+  };
+
+  enum Color : uint8_t { unseen, open, done };
+  std::vector<uint8_t> color(objectCount, unseen);
+  std::vector<uint32_t> height(objectCount, 0);  // levels below a finished object
+  struct Frame {
+    uint64_t object;
+    Container container;
+    uint64_t next;
+  };
+  std::vector<Frame> path;
+  auto enter = [&](uint64_t object) -> bool {
+    Container container;
+    auto isContainer = containerAt(object, container);
+    if (!isContainer) return false;
+    color[object] = open;
+    if (!*isContainer) {
+      color[object] = done;
+      return true;
+    }
+    if (path.size() + 1 > kDeepestNesting) return false;
+    path.push_back({object, container, 0});
+    return true;
+  };
+  if (!enter(top)) return false;
+  while (!path.empty()) {
+    Frame& frame = path.back();
+    if (frame.next == frame.container.count) {
+      uint32_t below = 0;
+      for (uint64_t i = 0; i < frame.container.count; ++i) {
+        uint64_t child = bigEndian(bytes, frame.container.first + i * refSize, refSize);
+        below = std::max(below, height[child] + 1);
+      }
+      height[frame.object] = below;
+      color[frame.object] = done;
+      path.pop_back();
+      continue;
+    }
+    uint64_t child = bigEndian(bytes, frame.container.first + frame.next * refSize, refSize);
+    ++frame.next;
+    if (child >= objectCount) return false;
+    if (color[child] == open) return false;
+    if (color[child] == done) {
+      if (path.size() + height[child] + 1 > kDeepestNesting) return false;
+      continue;
+    }
+    if (!enter(child)) return false;
+  }
+  return true;
+}
+
+bool nestingWithinLimit(std::string_view bytes) {
+  if (startsWith(bytes, 0, "bplist")) return binaryNestingWithinLimit(bytes);
+  return xmlNestingWithinLimit(bytes);
 }
 
 // Which file a problem was seen on, so that a bad file that cannot be moved is reported once
@@ -126,6 +275,10 @@ Loaded load(const std::filesystem::path& path) {
   bytes.resize(filled);
   if (bytes.empty()) {
     result.reason = "it is empty";
+    return result;
+  }
+  if (!nestingWithinLimit(bytes)) {
+    result.reason = "it is nested too deeply or refers to itself";
     return result;
   }
   plist_t root = nullptr;

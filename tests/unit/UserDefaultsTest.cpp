@@ -200,6 +200,77 @@ TEST(UserDefaults, UnusableFilesReadAsEmptyAndAreMovedAsideOnce) {
   }
 }
 
+// A binary property list whose root dictionary holds {"k": [[[...]]]} nested `depth` arrays
+// deep; with `cycle` the innermost array contains the outermost one instead of nothing.
+std::string deepBinaryList(uint32_t depth, bool cycle) {
+  std::string bytes = "bplist00";
+  std::vector<uint32_t> offsets;
+  auto putBig = [&](uint64_t value, int size) {
+    for (int shift = (size - 1) * 8; shift >= 0; shift -= 8) bytes += static_cast<char>((value >> shift) & 0xFF);
+  };
+  uint32_t objects = depth + 2;  // dictionary, key, arrays
+  offsets.push_back(static_cast<uint32_t>(bytes.size()));
+  bytes += '\xD1';
+  putBig(1, 4);
+  putBig(2, 4);
+  offsets.push_back(static_cast<uint32_t>(bytes.size()));
+  bytes += "\x51k";
+  for (uint32_t level = 0; level < depth; ++level) {
+    offsets.push_back(static_cast<uint32_t>(bytes.size()));
+    bool innermost = level + 1 == depth;
+    if (innermost && !cycle) {
+      bytes += '\xA0';
+    } else {
+      bytes += '\xA1';
+      putBig(innermost ? 2 : level + 3, 4);
+    }
+  }
+  uint64_t table = bytes.size();
+  for (uint32_t offset : offsets) putBig(offset, 4);
+  bytes += std::string(6, '\0');
+  bytes += '\x04';  // offset size
+  bytes += '\x04';  // reference size
+  putBig(objects, 8);
+  putBig(0, 8);
+  putBig(table, 8);
+  return bytes;
+}
+
+TEST(UserDefaults, ListsNestedTooDeeplyOrInACircleAreMovedAsideWithoutCrashing) {
+  const uint32_t deep = 200'000;
+  std::string xml = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>k</key>";
+  for (uint32_t i = 0; i < deep; ++i) xml += "<array>";
+  for (uint32_t i = 0; i < deep; ++i) xml += "</array>";
+  xml += "</dict></plist>";
+  struct Case {
+    const char* name;
+    std::string contents;
+  };
+  const std::vector<Case> cases = {
+      {"deep XML", xml},
+      {"deep binary", deepBinaryList(deep, false)},
+      {"circular binary", deepBinaryList(3, true)},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    TempDir dir;
+    writeFile(dir / "s.plist", c.contents);
+    Recorder recorder;
+    UserDefaults defaults(dir / "s.plist", recorder.handler());
+    EXPECT_FALSE(defaults.object("k").has_value());
+    ASSERT_EQ(recorder.problems.size(), 1u);
+    EXPECT_EQ(asideFilesIn(dir.path()).size(), 1u);
+  }
+  // Nesting a settings file can really have is read as usual.
+  TempDir dir;
+  writeFile(dir / "s.plist", deepBinaryList(20, false));
+  UserDefaults defaults(dir / "s.plist");
+  EXPECT_EQ(defaults.object("k"), UserDefaults::Value(UserDefaults::OtherValue{}));
+  defaults.setBool("b", true);
+  EXPECT_EQ(defaults.object("k"), UserDefaults::Value(UserDefaults::OtherValue{}));
+  EXPECT_TRUE(asideFilesIn(dir.path()).empty());
+}
+
 TEST(UserDefaults, AWriteToACorruptFileMovesItAsideBeforeWriting) {
   TempDir dir;
   auto store = dir / "s.plist";
