@@ -345,7 +345,8 @@ TEST(PreferencesBookmarkKey, DependsOnlyOnThePathString) {
 }
 
 TEST_F(PreferencesTest, ACorruptFileIsSetAsideLoggedOnceAndTheNextWriteSucceeds) {
-  writeFile(store, "\x00\x01 definitely not a plist");
+  static constexpr char kGarbage[] = "\x00\x01 definitely not a plist";
+  writeFile(store, std::string_view(kGarbage, sizeof kGarbage - 1));
   CapturedLog log;
   EXPECT_TRUE(preferences.notificationsEnabled());
   EXPECT_EQ(preferences.totalBytesCleaned(), 0);

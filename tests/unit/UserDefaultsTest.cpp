@@ -166,7 +166,7 @@ TEST(UserDefaults, UnusableFilesReadAsEmptyAndAreMovedAsideOnce) {
   auto binary = plistBytes([](plist_t root) { plist_dict_set_item(root, "k", plist_new_string("value")); }, true);
   std::string rootArray = "<?xml version=\"1.0\"?><plist version=\"1.0\"><array><string>x</string></array></plist>";
   const std::vector<Case> cases = {
-      {"garbage", std::string("\x01\x02not a property list\xff\xfe", 25)},
+      {"garbage", std::string("\x01\x00not a property list\xff\xfe", 23)},  // with a NUL byte
       {"truncated binary", binary.substr(0, binary.size() / 2)},
       {"root is an array", rootArray},
       {"empty", ""},
