@@ -1,49 +1,22 @@
 #include <gtest/gtest.h>
 
-#include <mutex>
 #include <string>
 #include <vector>
 
-#include "app/Logger.h"
 #include "fs/Shell.h"
 #include "platform/AdministratorRunner.h"
 #include "platform/Host.h"
+#include "support/StandInEnvironment.h"
 #include "support/StandInTools.h"
 #include "support/TempDir.h"
 
 namespace tw {
 namespace {
 
+using test::hostWithRoot;
+using test::LogCapture;
 using test::readFile;
 using test::TempDir;
-
-class LogCapture {
- public:
-  LogCapture() {
-    Logger::main().setLineObserver([this](Logger::Level, const std::string& line) {
-      std::lock_guard lock(mutex_);
-      lines_.push_back(line);
-    });
-  }
-  ~LogCapture() { Logger::main().setLineObserver(nullptr); }
-  std::vector<std::string> lines() const {
-    std::lock_guard lock(mutex_);
-    return lines_;
-  }
-
- private:
-  mutable std::mutex mutex_;
-  std::vector<std::string> lines_;
-};
-
-Host hostWithRoot(const std::filesystem::path& root) {
-  Host host;
-  host.root = root;
-  host.home = root / "home";
-  host.temporaryDirectory = root / "tmp";
-  host.configDirectory = root / "home" / ".config";
-  return host;
-}
 
 // Runs `body` expecting a Shell::CommandError and returns it.
 template <typename Body>

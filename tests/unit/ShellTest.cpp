@@ -4,52 +4,24 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <mutex>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "app/Logger.h"
 #include "fs/Shell.h"
 #include "platform/Host.h"
+#include "support/StandInEnvironment.h"
 #include "support/StandInTools.h"
 #include "support/TempDir.h"
 
 namespace tw {
 namespace {
 
+using test::hostWithRoot;
+using test::LogCapture;
 using test::TempDir;
 using test::writeStandInTool;
-
-// Collects the main logger's lines for the lifetime of the object.
-class LogCapture {
- public:
-  LogCapture() {
-    Logger::main().setLineObserver([this](Logger::Level, const std::string& line) {
-      std::lock_guard lock(mutex_);
-      lines_.push_back(line);
-    });
-  }
-  ~LogCapture() { Logger::main().setLineObserver(nullptr); }
-  std::vector<std::string> lines() const {
-    std::lock_guard lock(mutex_);
-    return lines_;
-  }
-
- private:
-  mutable std::mutex mutex_;
-  std::vector<std::string> lines_;
-};
-
-Host hostWithRoot(const std::filesystem::path& root) {
-  Host host;
-  host.root = root;
-  host.home = root / "home";
-  host.temporaryDirectory = root / "tmp";
-  host.configDirectory = root / "home" / ".config";
-  return host;
-}
 
 class ShellRun : public ::testing::Test {
  protected:

@@ -1,11 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
-#include "app/Logger.h"
 #include "fs/DirectorySize.h"
 #include "fs/Shell.h"
 #include "model/SimulatorRuntimeFileEntry.h"
@@ -13,37 +11,21 @@
 #include "platform/Host.h"
 #include "scan/DevFiles.h"
 #include "scan/SimulatorScanners.h"
+#include "support/StandInEnvironment.h"
 #include "support/StandInTools.h"
 #include "support/TempDir.h"
 
 namespace tw {
 namespace {
 
+using test::hostWithRoot;
+using test::LogCapture;
 using test::readCallLog;
 using test::TempDir;
 using test::writeFile;
 
 constexpr const char* kUnexpectedOutput = "\u26A0\uFE0F \u26A0\uFE0F DevCaches: Unexpected simctl runtime list output";
 constexpr const char* kCannotList = "\u26A0\uFE0F \u26A0\uFE0F DevCaches: Cannot list simulator runtimes via simctl";
-
-class LogCapture {
- public:
-  LogCapture() {
-    Logger::main().setLineObserver([this](Logger::Level, const std::string& line) {
-      std::lock_guard lock(mutex_);
-      lines_.push_back(line);
-    });
-  }
-  ~LogCapture() { Logger::main().setLineObserver(nullptr); }
-  std::vector<std::string> lines() const {
-    std::lock_guard lock(mutex_);
-    return lines_;
-  }
-
- private:
-  mutable std::mutex mutex_;
-  std::vector<std::string> lines_;
-};
 
 std::shared_ptr<SimulatorRuntimeFileEntry> asRuntime(const CleanupEntryPtr& entry) {
   auto runtime = std::dynamic_pointer_cast<SimulatorRuntimeFileEntry>(entry);
@@ -55,14 +37,7 @@ class SimulatorRuntimes : public ::testing::Test {
  protected:
   TempDir root;
   std::filesystem::path callLog = root / "xcrun-calls";
-  ScopedHost host{[this] {
-    Host h;
-    h.root = root.path();
-    h.home = root / "home";
-    h.temporaryDirectory = root / "tmp";
-    h.configDirectory = root / "home/.config";
-    return h;
-  }()};
+  ScopedHost host{hostWithRoot(root.path())};
 };
 
 TEST_F(SimulatorRuntimes, MalformedListsGiveNothingAndOneWarning) {

@@ -3,46 +3,28 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "app/Logger.h"
 #include "model/SystemImages.h"
 #include "model/XcodeEntries.h"
 #include "platform/Host.h"
 #include "scan/SimulatorScanners.h"
+#include "support/StandInEnvironment.h"
 #include "support/TempDir.h"
 
 namespace tw {
 namespace {
 
+using test::hostWithRoot;
+using test::LogCapture;
 using test::TempDir;
 using test::writeFile;
 
 constexpr const char* kIOS17 = "com.apple.CoreSimulator.SimRuntime.iOS-17-4";
 constexpr const char* kIOS16 = "com.apple.CoreSimulator.SimRuntime.iOS-16-4";
 constexpr const char* kWatch10 = "com.apple.CoreSimulator.SimRuntime.watchOS-10-2";
-
-class LogCapture {
- public:
-  LogCapture() {
-    Logger::main().setLineObserver([this](Logger::Level, const std::string& line) {
-      std::lock_guard lock(mutex_);
-      lines_.push_back(line);
-    });
-  }
-  ~LogCapture() { Logger::main().setLineObserver(nullptr); }
-  std::vector<std::string> lines() const {
-    std::lock_guard lock(mutex_);
-    return lines_;
-  }
-
- private:
-  mutable std::mutex mutex_;
-  std::vector<std::string> lines_;
-};
 
 enum class Format { xml, binary };
 
@@ -73,14 +55,7 @@ class SimulatorScan : public ::testing::Test {
   std::filesystem::path home = root / "home";
   std::filesystem::path developer = home / "Library" / "Developer";
   std::filesystem::path volumes = root / "Library/Developer/CoreSimulator/Volumes";
-  ScopedHost host{[this] {
-    Host h;
-    h.root = root.path();
-    h.home = home;
-    h.temporaryDirectory = root / "tmp";
-    h.configDirectory = home / ".config";
-    return h;
-  }()};
+  ScopedHost host{hostWithRoot(root.path())};
 
   std::filesystem::path runtimesFolder(const std::string& volume) {
     return volumes / volume / "Library/Developer/CoreSimulator/Profiles/Runtimes";
