@@ -1,19 +1,118 @@
 #include "fs/DirectorySize.h"
 
-#include <set>
-#include <utility>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
 
-// Stand-in until the measurement lands.
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <mutex>
+#include <string>
+#include <unordered_set>
+
+#include "app/Logger.h"
+#include "fs/DirectoryWalk.h"
+#include "platform/Error.h"
+
 namespace tw {
-struct HardLinkTracker::Impl {
-  std::set<std::pair<dev_t, ino_t>> seen;
+
+namespace {
+
+struct FileIdentity {
+  dev_t device;
+  ino_t inode;
+  bool operator==(const FileIdentity&) const = default;
 };
+
+struct FileIdentityHash {
+  size_t operator()(const FileIdentity& identity) const noexcept {
+    // Inode numbers are dense and devices few: mix them so neighbouring inodes spread over the
+    // buckets and the shards alike.
+    uint64_t value = static_cast<uint64_t>(identity.inode) * 0x9E3779B97F4A7C15ull;
+    value ^= static_cast<uint64_t>(identity.device) + 0x632BE59BD9B4E019ull + (value << 6) + (value >> 2);
+    value ^= value >> 31;
+    return static_cast<size_t>(value);
+  }
+};
+
+// Several threads measuring one tree insert at once; a lock per shard keeps them from queueing
+// behind one another.
+constexpr size_t kShardCount = 32;
+
+struct alignas(64) Shard {
+  std::mutex mutex;
+  std::unordered_set<FileIdentity, FileIdentityHash> seen;
+};
+
+}  // namespace
+
+struct HardLinkTracker::Impl {
+  Shard shards[kShardCount];
+};
+
 HardLinkTracker::HardLinkTracker() : impl_(new Impl) {}
+
 HardLinkTracker::~HardLinkTracker() { delete impl_; }
-bool HardLinkTracker::insertIfNew(dev_t device, ino_t inode) { return impl_->seen.insert({device, inode}).second; }
-size_t HardLinkTracker::size() const { return impl_->seen.size(); }
-int64_t allocatedSizeOfDirectory(const std::filesystem::path&, HardLinkTracker*) { return 0; }
-int64_t allocatedSizeOfFile(const std::filesystem::path&) { return 0; }
-int64_t measurePath(const std::filesystem::path&, HardLinkTracker*) { return 0; }
-int64_t volumeAvailableCapacity(const std::filesystem::path&) { return 0; }
+
+bool HardLinkTracker::insertIfNew(dev_t device, ino_t inode) {
+  const FileIdentity identity{device, inode};
+  const size_t hash = FileIdentityHash{}(identity);
+  Shard& shard = impl_->shards[(hash >> 7) % kShardCount];
+  std::lock_guard lock(shard.mutex);
+  return shard.seen.insert(identity).second;
+}
+
+size_t HardLinkTracker::size() const {
+  size_t count = 0;
+  for (Shard& shard : impl_->shards) {
+    std::lock_guard lock(shard.mutex);
+    count += shard.seen.size();
+  }
+  return count;
+}
+
+int64_t allocatedSizeOfDirectory(const std::filesystem::path& folder, HardLinkTracker* tracker) {
+  return allocatedSizeOfDirectory(folder, tracker, WalkMode::parallel);
+}
+
+int64_t allocatedSizeOfFile(const std::filesystem::path& file) {
+  struct stat status {};
+  if (::lstat(file.c_str(), &status) != 0) {
+    const int code = errno;
+    throw FileSystemError("Cannot read the attributes of \"" + file.string() + "\": " + std::strerror(code), code,
+                          file);
+  }
+  if (!S_ISREG(status.st_mode)) return 0;
+  return static_cast<int64_t>(status.st_blocks) * 512;
+}
+
+int64_t measurePath(const std::filesystem::path& path, HardLinkTracker* tracker) {
+  try {
+    return allocatedSizeOfDirectory(path, tracker);
+  } catch (const Error&) {
+  }
+  try {
+    return allocatedSizeOfFile(path);
+  } catch (const Error&) {
+  }
+  return 0;
+}
+
+int64_t volumeAvailableCapacity(const std::filesystem::path& path) {
+  struct statvfs volume {};
+  if (::statvfs(path.c_str(), &volume) != 0) {
+    const int code = errno;
+    const FileSystemError error("Cannot read the volume holding \"" + path.string() + "\": " + std::strerror(code),
+                                code, path);
+    log::warning(std::string("FileManager+DirectorySize: Problem while requesting volume capacity: ") + error.what());
+    return 0;
+  }
+  int64_t bytes = 0;
+  if (__builtin_mul_overflow(static_cast<int64_t>(volume.f_bavail), static_cast<int64_t>(volume.f_frsize), &bytes)) {
+    return std::numeric_limits<int64_t>::max();
+  }
+  return bytes;
+}
+
 }  // namespace tw

@@ -153,8 +153,7 @@ namespace {
 // The shared state of one concurrentPerform. Helper tasks that start after every iteration
 // was claimed return at once without touching the body, which may be gone by then.
 struct PerformJob {
-  PerformJob(size_t iterations, const std::function<void(size_t)>* function)
-      : count(iterations), body(function) {}
+  PerformJob(size_t iterations, const std::function<void(size_t)>* function) : count(iterations), body(function) {}
   const size_t count;
   const std::function<void(size_t)>* body;
   std::atomic<size_t> next{0};
