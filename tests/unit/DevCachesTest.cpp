@@ -1,7 +1,6 @@
 // Pattern expansion and the making of catalogue entries on real trees below a fixture home
 // and a fixture system root.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -12,6 +11,7 @@
 #include "scan/DevCaches.h"
 #include "support/CatalogueFixture.h"
 #include "support/TempDir.h"
+#include "support/Unprivileged.h"
 
 namespace tw {
 namespace {
@@ -138,16 +138,25 @@ TEST_F(ExpandPattern, AbsolutePatternsStayOutsideTheHome) {
 }
 
 TEST_F(ExpandPattern, UnlistableFolderGivesNoMatchesAndNoMessage) {
-  if (::geteuid() == 0) GTEST_SKIP() << "root reads every folder; permissions cannot hide one";
   makeFolder("~/Library/Application Support/Google/DriveFS/acct/content_cache");
-  const fs::path driveFs = fixture.at("~/Library/Application Support/Google/DriveFS");
-  fs::permissions(driveFs, fs::perms::owner_write | fs::perms::owner_exec);  // no read: cannot be listed
-  test::LogLines log;
-  EXPECT_TRUE(expandPattern("~/Library/Application Support/Google/DriveFS/*/content_cache").empty());
-  // A literal path below it is still reachable: existence needs search, not read permission.
-  EXPECT_EQ(expandPattern("~/Library/Application Support/Google/DriveFS/acct/content_cache").size(), 1u);
-  EXPECT_TRUE(log.lines().empty());
-  fs::permissions(driveFs, fs::perms::owner_all);
+  // Anyone may pass through the folder, nobody may list it.
+  fs::permissions(fixture.at("~/Library/Application Support/Google/DriveFS"),
+                  fs::perms::owner_write | fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec);
+  auto failures = test::runUnprivileged(fixture.home().parent_path(), [] {
+    std::string found;
+    test::LogLines log;
+    if (!expandPattern("~/Library/Application Support/Google/DriveFS/*/content_cache").empty()) {
+      found += "a wildcard matched inside a folder that cannot be listed\n";
+    }
+    // A literal path below it is still reachable: existence needs search, not read permission.
+    if (expandPattern("~/Library/Application Support/Google/DriveFS/acct/content_cache").size() != 1) {
+      found += "the literal path below the folder was not found\n";
+    }
+    for (const std::string& line : log.lines()) found += "logged: " + line + "\n";
+    return found;
+  });
+  if (!failures) GTEST_SKIP() << "no unprivileged user to run as";
+  EXPECT_EQ(*failures, "");
 }
 
 TEST(ExpandPatternWithoutHome, SkipsHomePatternsButNotSystemOnes) {
