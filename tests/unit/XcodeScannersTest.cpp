@@ -317,9 +317,15 @@ TEST_F(XcodeScanners, DerivedDataNamesProjectsAndPointsAtTheirWorkspaces) {
   const fs::path binary = fixture.addDerivedData("my-great-app-klmnopqrst", "/Users/dev/great/App.xcworkspace",
                                                  1024 * 1024, PropertyListFormat::binary);
   fixture.addDerivedData("ModuleCache", std::nullopt, 1024);
+  const fs::path odd = fixture.addDerivedData("Caf\u00e9_\u00dcber\nZweite-hash", "/Users/d\u00e9v/Caf\u00e9.xcodeproj",
+                                              4096, PropertyListFormat::binary);
 
   const auto entries = scanDerivedData(*devFiles());
-  ASSERT_EQ(entries.size(), 2u);
+  ASSERT_EQ(entries.size(), 3u);
+  auto unicode = as<DerivedDataFileEntry>(entries[2]);
+  EXPECT_EQ(unicode->projectName(), "Caf\u00e9 \u00dcber\nZweite");
+  EXPECT_EQ(unicode->pathUrl(), fs::path("/Users/d\u00e9v/Caf\u00e9.xcodeproj"));
+  EXPECT_THAT(unicode->paths(), ElementsAre(odd));
   auto first = as<DerivedDataFileEntry>(entries[0]);
   EXPECT_EQ(first->projectName(), "Sea Lion");
   EXPECT_EQ(first->pathUrl(), fs::path("/Users/dev/Sea Lion/Sea Lion.xcodeproj"));
