@@ -2,6 +2,7 @@
 // stack of folder paths; each lists a folder with getdents64, stats regular (and untyped)
 // entries relative to the folder's descriptor and counts multiply-linked files once.
 //   reference_walker <folder>
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -11,7 +12,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <dirent.h>
 #include <mutex>
 #include <set>
 #include <string>
