@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <deque>
 #include <filesystem>
@@ -122,6 +123,14 @@ TEST_F(DevFilesTest, ConstructionNeedsTheXcodeAndCoreSimulatorFolders) {
   EXPECT_EQ(DevFiles::create(temp / "nowhere", std::nullopt, std::nullopt), nullptr);
   // A refused driver leaves the folders' access scopes it entered.
   EXPECT_EQ(securityScopeAccessCount(fixture.developerFolder()), 0);
+}
+
+TEST_F(DevFilesTest, ConstructionNeedsWritableCacheFolders) {
+  if (::geteuid() == 0) GTEST_SKIP() << "permissions do not bind the superuser";
+  fs::permissions(fixture.developerFolder() / "Xcode", fs::perms::owner_read | fs::perms::owner_exec);
+  EXPECT_EQ(DevFiles::create(fixture.developerFolder(), std::nullopt, std::nullopt), nullptr);
+  fs::permissions(fixture.developerFolder() / "Xcode", fs::perms::owner_all);
+  EXPECT_NE(DevFiles::create(fixture.developerFolder(), std::nullopt, std::nullopt), nullptr);
 }
 
 TEST_F(DevFilesTest, HoldsAccessToItsFoldersForItsLifetime) {

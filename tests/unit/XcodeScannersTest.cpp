@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -447,6 +448,35 @@ TEST_F(XcodeScanners, MissingFoldersGiveEmptyResultsWithoutCrashing) {
   EXPECT_EQ(
       log.linesStartingWith("DevFiles: Cannot check contents of '" + (fixture.xcode() / "DerivedData").string()).size(),
       1u);
+}
+
+TEST_F(XcodeScanners, UnreadableFoldersAndFilesAreSkippedWithALine) {
+  if (::geteuid() == 0) GTEST_SKIP() << "permissions do not bind the superuser";
+  fixture.addDeviceSupport("iOS", "17.4 (21E219)");
+  fixture.addDeviceSupport("tvOS", "17.4 (21L227)");
+  const fs::path locked = fixture.xcode() / "iOS DeviceSupport";
+  fs::permissions(locked, fs::perms::none);
+  const fs::path lockedArchive = fixture.addArchive("2024-01-01", "Locked", archive("Locked", "1.0", "1"));
+  fs::permissions(lockedArchive / "Info.plist", fs::perms::none);
+  const fs::path lockedProject = fixture.addDerivedData("Locked-hash", "/w/Locked.xcodeproj", 4096);
+  fs::permissions(lockedProject / "info.plist", fs::perms::none);
+  CapturedLog log;
+
+  const auto groups = scanDeviceSupport(*devFiles());
+  const auto archives = scanArchives(*devFiles());
+  const auto derivedData = scanDerivedData(*devFiles());
+  fs::permissions(locked, fs::perms::owner_all);
+
+  EXPECT_TRUE(group(groups, "iOS")->items().empty());
+  EXPECT_EQ(group(groups, "tvOS")->items().size(), 1u);
+  EXPECT_EQ(log.linesStartingWith("DevFiles: Cannot check contents of '" + locked.string() + "', skipping").size(), 1u);
+  EXPECT_THAT(archives, IsEmpty());
+  EXPECT_EQ(
+      log.linesStartingWith("DevFiles: Cannot open Info.plist file from archive: " + lockedArchive.string()).size(),
+      1u);
+  // A project whose info.plist cannot be read is still listed, under "Other".
+  ASSERT_EQ(derivedData.size(), 1u);
+  EXPECT_EQ(derivedData[0]->label(), "Other");
 }
 
 }  // namespace
