@@ -14,6 +14,7 @@
 #include "fs/DirectoryListing.h"
 #include "fs/DirectorySize.h"
 #include "platform/Host.h"
+#include "platform/Text.h"
 #include "platform/ThreadPool.h"
 #include "scan/Scanners.h"
 
@@ -30,7 +31,8 @@ constexpr int64_t kMinimumSize = 1'048'576;
 // opened by path instead, so a very wide tree cannot exhaust the descriptor table.
 constexpr int kMaxHeldDescriptors = 256;
 
-constexpr std::string_view kCommonTooltip = "Build products & dependency caches recreated on the next build of the project.";
+constexpr std::string_view kCommonTooltip =
+    "Build products & dependency caches recreated on the next build of the project.";
 
 const std::unordered_set<std::string_view>& neverDescendNames() {
   static const std::unordered_set<std::string_view> names{"node_modules", "Pods", ".git", ".svn", ".hg"};
@@ -45,10 +47,10 @@ const std::unordered_set<std::string_view>& homeTopLevelExclusions() {
 // Folders the Finder shows as single files; their insides are not projects.
 bool isPackageName(std::string_view name) {
   static const std::unordered_set<std::string_view> extensions{
-      "app",      "appex",        "bundle",    "framework", "plugin",    "kext",     "xpc",
-      "qlgenerator", "mdimporter", "prefPane", "saver",     "xcarchive", "xcodeproj", "xcworkspace",
-      "playground", "rtfd",       "pkg",       "mpkg",      "photoslibrary", "sparsebundle", "dSYM",
-      "docc",     "doccarchive",  "xcframework", "simruntime", "systemextension"};
+      "app",         "appex",       "bundle",      "framework",  "plugin",         "kext",         "xpc",
+      "qlgenerator", "mdimporter",  "prefPane",    "saver",      "xcarchive",      "xcodeproj",    "xcworkspace",
+      "playground",  "rtfd",        "pkg",         "mpkg",       "photoslibrary",  "sparsebundle", "dSYM",
+      "docc",        "doccarchive", "xcframework", "simruntime", "systemextension"};
   auto dot = name.rfind('.');
   if (dot == std::string_view::npos || dot == 0 || dot + 1 == name.size()) return false;
   return extensions.count(name.substr(dot + 1)) > 0;
@@ -101,7 +103,7 @@ struct Node {
   int depth = 0;
   bool isHome = false;
   std::shared_ptr<DirectoryDescriptor> parent;  // to open this folder relative to its parent
-  std::string name;                              // this folder's name inside the parent
+  std::string name;                             // this folder's name inside the parent
   std::vector<std::pair<Kind, std::string>> findings;
   std::vector<std::unique_ptr<Node>> children;  // in the order a sequential walk pushes them
 };
@@ -222,20 +224,14 @@ std::string abbreviatedWithTilde(const std::string& path, const std::string& hom
   return path;
 }
 
-std::string trimmed(std::string_view text) {
-  const char* whitespace = " \t\n\r\f\v";
-  auto first = text.find_first_not_of(whitespace);
-  if (first == std::string_view::npos) return {};
-  return std::string(text.substr(first, text.find_last_not_of(whitespace) - first + 1));
-}
-
 CleanupEntryPtr makeFoundFolderEntry(const std::filesystem::path& folder, const std::string& home) {
   auto parent = folder.parent_path();
   auto parentName = parent.filename().string();
   auto name = folder.filename().string();
   auto label = parentName.empty() ? name : parentName + "/" + name;
   auto entry = std::make_shared<CleanupEntry>(label, abbreviatedWithTilde(parent.string(), home),
-                                              trimmed(folder.string()), CleanupEntry::Icon::system("NSFolder"),
+                                              trimmedWhiteSpaceAndNewlines(folder.string()),
+                                              CleanupEntry::Icon::system("NSFolder"),
                                               /*tooltip=*/true, /*selected=*/false);
   entry->addPath(folder);
   return entry;
@@ -245,9 +241,9 @@ CleanupEntryPtr makeFoundFolderEntry(const std::filesystem::path& folder, const 
 
 const std::array<Kind, ProjectBuildsScanner::kKindCount>& ProjectBuildsScanner::allKinds() {
   static const std::array<Kind, kKindCount> kinds{
-      Kind::rustTarget,      Kind::swiftPMBuild,     Kind::zigCache,   Kind::nodeModules, Kind::webBundlerCache,
-      Kind::gradleBuild,     Kind::flutterBuild,     Kind::cocoapods,  Kind::cordovaPlatforms,
-      Kind::rubyVendorBundle, Kind::pythonVenv,      Kind::cmakeBuild, Kind::derivedData};
+      Kind::rustTarget,  Kind::swiftPMBuild, Kind::zigCache,   Kind::nodeModules,      Kind::webBundlerCache,
+      Kind::gradleBuild, Kind::flutterBuild, Kind::cocoapods,  Kind::cordovaPlatforms, Kind::rubyVendorBundle,
+      Kind::pythonVenv,  Kind::cmakeBuild,   Kind::derivedData};
   return kinds;
 }
 
@@ -280,30 +276,45 @@ const std::vector<ProjectBuildsScanner::Rule>& ProjectBuildsScanner::rules() {
 
 std::string_view ProjectBuildsScanner::label(Kind kind) {
   switch (kind) {
-    case Kind::rustTarget: return "Rust \u2013 target";
-    case Kind::swiftPMBuild: return "Swift Package \u2013 .build";
-    case Kind::zigCache: return "Zig \u2013 caches";
-    case Kind::nodeModules: return "node_modules";
-    case Kind::webBundlerCache: return "Web build caches (.next/.nuxt/.turbo\u2026)";
-    case Kind::gradleBuild: return "Gradle \u2013 build";
-    case Kind::flutterBuild: return "Flutter/Dart \u2013 build";
-    case Kind::cocoapods: return "CocoaPods \u2013 Pods";
-    case Kind::cordovaPlatforms: return "Cordova \u2013 platforms";
-    case Kind::rubyVendorBundle: return "Ruby \u2013 vendor/bundle";
-    case Kind::pythonVenv: return "Python \u2013 virtualenvs";
-    case Kind::cmakeBuild: return "CMake \u2013 build";
-    case Kind::derivedData: return "DerivedData (local)";
+    case Kind::rustTarget:
+      return "Rust \u2013 target";
+    case Kind::swiftPMBuild:
+      return "Swift Package \u2013 .build";
+    case Kind::zigCache:
+      return "Zig \u2013 caches";
+    case Kind::nodeModules:
+      return "node_modules";
+    case Kind::webBundlerCache:
+      return "Web build caches (.next/.nuxt/.turbo\u2026)";
+    case Kind::gradleBuild:
+      return "Gradle \u2013 build";
+    case Kind::flutterBuild:
+      return "Flutter/Dart \u2013 build";
+    case Kind::cocoapods:
+      return "CocoaPods \u2013 Pods";
+    case Kind::cordovaPlatforms:
+      return "Cordova \u2013 platforms";
+    case Kind::rubyVendorBundle:
+      return "Ruby \u2013 vendor/bundle";
+    case Kind::pythonVenv:
+      return "Python \u2013 virtualenvs";
+    case Kind::cmakeBuild:
+      return "CMake \u2013 build";
+    case Kind::derivedData:
+      return "DerivedData (local)";
   }
   return "";
 }
 
 std::string_view ProjectBuildsScanner::tooltip(Kind kind) {
   switch (kind) {
-    case Kind::rubyVendorBundle: return "Bundler gems installed inside projects. Recreated with \"bundle install\".";
+    case Kind::rubyVendorBundle:
+      return "Bundler gems installed inside projects. Recreated with \"bundle install\".";
     case Kind::pythonVenv:
       return "Project virtual environments (.venv/venv). Recreated with \"pip install\"/\"uv sync\", but you'll need "
              "to reinstall dependencies.";
-    default: return kCommonTooltip;
+    default:
+      return kCommonTooltip;
   }
 }
 

@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -11,6 +10,7 @@
 #include "platform/Host.h"
 #include "scan/ProjectBuildsScanner.h"
 #include "support/TempDir.h"
+#include "support/Unprivileged.h"
 
 namespace tw {
 namespace {
@@ -113,7 +113,8 @@ TEST_F(ProjectBuildsScannerTest, DepthLimitHiddenFoldersPackagesAndHomeExclusion
 
   auto found = ProjectBuildsScanner::findFolders({});
   std::string deepTarget = (deep / "target").lexically_relative(home()).string();
-  EXPECT_THAT(relative(found, Kind::rustTarget), ::testing::UnorderedElementsAre(deepTarget, "code/Library/app/target"));
+  EXPECT_THAT(relative(found, Kind::rustTarget),
+              ::testing::UnorderedElementsAre(deepTarget, "code/Library/app/target"));
   EXPECT_THAT(relative(found, Kind::derivedData), ElementsAre("code/ios/DerivedData"));
 }
 
@@ -173,7 +174,8 @@ std::vector<std::pair<Kind, fs::path>> sequentialOrder(const fs::path& home) {
     if (depth >= 13) continue;
     std::vector<fs::directory_entry> listed;
     std::error_code error;
-    for (auto it = fs::directory_iterator(folder, error); !error && it != fs::directory_iterator(); it.increment(error)) {
+    for (auto it = fs::directory_iterator(folder, error); !error && it != fs::directory_iterator();
+         it.increment(error)) {
       listed.push_back(*it);
     }
     std::set<std::string> names;
@@ -202,8 +204,8 @@ std::vector<std::pair<Kind, fs::path>> sequentialOrder(const fs::path& home) {
         continue;
       }
       if (notToEnter.count(name) || name == "node_modules" || name == "Pods" || name[0] == '.') continue;
-      if (depth == 0 && (name == "Library" || name == "Applications" || name == "Music" || name == "Movies" ||
-                         name == "Pictures")) {
+      if (depth == 0 &&
+          (name == "Library" || name == "Applications" || name == "Music" || name == "Movies" || name == "Pictures")) {
         continue;
       }
       stack.emplace_back(entry.path(), depth + 1);
@@ -285,15 +287,21 @@ TEST_F(ProjectBuildsScannerTest, EntriesKeepFoldersOfAtLeastOneMebibyteLargestFi
 }
 
 TEST_F(ProjectBuildsScannerTest, UnreadableFoldersAreSkippedSilently) {
-  if (::geteuid() == 0) GTEST_SKIP() << "permissions do not stop root";
   touch(home() / "code/locked/app/Cargo.toml");
   folder(home() / "code/locked/app/target");
   touch(home() / "code/open/Cargo.toml");
   folder(home() / "code/open/target");
   fs::permissions(home() / "code/locked", fs::perms::none);
-  auto found = ProjectBuildsScanner::findFolders({});
+  auto failures = test::runUnprivileged(dir_.path(), [&]() -> std::string {
+    auto found = ProjectBuildsScanner::findFolders({});
+    auto targets = relative(found, Kind::rustTarget);
+    if (targets != std::vector<std::string>{"code/open/target"})
+      return "unexpected targets: " + std::to_string(targets.size());
+    return "";
+  });
   fs::permissions(home() / "code/locked", fs::perms::owner_all);
-  EXPECT_THAT(relative(found, Kind::rustTarget), ElementsAre("code/open/target"));
+  if (!failures) GTEST_SKIP() << "no unprivileged user to run as";
+  EXPECT_EQ(*failures, "");
 }
 
 }  // namespace
