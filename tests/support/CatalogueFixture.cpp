@@ -108,18 +108,4 @@ void RemovalBlocker::lift() {
   active_ = false;
 }
 
-LogLines::LogLines() {
-  Logger::main().setLineObserver([this](Logger::Level, const std::string& line) {
-    std::lock_guard lock(mutex_);
-    lines_.push_back(line);
-  });
-}
-
-LogLines::~LogLines() { Logger::main().setLineObserver(nullptr); }
-
-std::vector<std::string> LogLines::lines() const {
-  std::lock_guard lock(mutex_);
-  return lines_;
-}
-
 }  // namespace tw::test

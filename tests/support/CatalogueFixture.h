@@ -15,6 +15,8 @@
 #include "platform/Host.h"
 #include "support/TempDir.h"
 
+#include "support/LogCapture.h"
+
 namespace tw::test {
 
 class CatalogueFixture {
@@ -65,18 +67,5 @@ class RemovalBlocker {
   bool active_ = false;
 };
 
-// Collects the main logger's lines for the lifetime of the object.
-class LogLines {
- public:
-  LogLines();
-  ~LogLines();
-  LogLines(const LogLines&) = delete;
-  LogLines& operator=(const LogLines&) = delete;
-  std::vector<std::string> lines() const;
-
- private:
-  mutable std::mutex mutex_;
-  std::vector<std::string> lines_;
-};
 
 }  // namespace tw::test

@@ -13,6 +13,8 @@
 #include "app/Logger.h"
 #include "fs/Files.h"
 
+#include "support/LogCapture.h"
+
 namespace tw::test {
 
 // Answers each open panel with the next scripted answer and records every panel and alert.
@@ -49,21 +51,5 @@ class FakeFolderAccessUI : public FolderAccessUI {
   std::vector<Alert> alerts;
 };
 
-// Collects the main log's lines (with their level marks) while it exists.
-class GrantLogCapture {
- public:
-  GrantLogCapture() {
-    Logger::main().setLineObserver([this](Logger::Level, const std::string& line) { lines_.push_back(line); });
-  }
-  ~GrantLogCapture() { Logger::main().setLineObserver(nullptr); }
-  GrantLogCapture(const GrantLogCapture&) = delete;
-  GrantLogCapture& operator=(const GrantLogCapture&) = delete;
-
-  const std::vector<std::string>& lines() const { return lines_; }
-  void clear() { lines_.clear(); }
-
- private:
-  std::vector<std::string> lines_;
-};
 
 }  // namespace tw::test

@@ -10,6 +10,7 @@
 #include "model/AppleDevices.h"
 #include "platform/CsvReader.h"
 #include "platform/Error.h"
+#include "support/LogCapture.h"
 #include "support/TempDir.h"
 
 namespace tw {
@@ -19,15 +20,7 @@ using test::TempDir;
 using test::writeFile;
 using ::testing::HasSubstr;
 
-// Collects the main logger's lines for the lifetime of the object.
-class LogCapture {
- public:
-  LogCapture() {
-    Logger::main().setLineObserver([this](Logger::Level, const std::string& line) { lines.push_back(line); });
-  }
-  ~LogCapture() { Logger::main().setLineObserver(nullptr); }
-  std::vector<std::string> lines;
-};
+using test::LogCapture;
 
 AppleDevices tableFrom(const TempDir& dir, std::string_view csv) {
   writeFile(dir / "device_identifiers.csv", csv);
@@ -49,7 +42,7 @@ TEST(AppleDevices, LooksUpNamesWithTheTableRules) {
                         "x,\"AppleTV14,1\",Apple TV 4K (3rd generation),2022\n"  // last row wins
                         "x,\"Odd,1\",\"Say \"\"hi\"\", C:\\dir\",2020\n"         // doubled quotes, no escapes
                         "x,\"Multi,1\",\"Two\nLines\n\",2020\n");
-  EXPECT_TRUE(cleanLog.lines.empty());
+  EXPECT_TRUE(cleanLog.lines().empty());
   EXPECT_EQ(good.lookup("iPhone16,2"), "iPhone 15 Pro Max");
   EXPECT_EQ(good.lookup("iPhone15,2"), "iPhone 14 Pro");
   EXPECT_EQ(good.lookup("Watch7,1"), "Watch7,1");
@@ -68,8 +61,8 @@ TEST(AppleDevices, AMissingOrUnreadableTableLogsOnceAndAnswersWithTheIdentifier)
   {
     LogCapture log;
     auto devices = AppleDevices::fromFile(dir / "device_identifiers.csv");
-    ASSERT_EQ(log.lines.size(), 1u);
-    EXPECT_THAT(log.lines[0], HasSubstr("AppleDevices: device_identifiers.csv missing in bundle."));
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_THAT(log.lines()[0], HasSubstr("AppleDevices: device_identifiers.csv missing in bundle."));
     EXPECT_EQ(devices.lookup("iPhone16,2"), "iPhone16,2");
     EXPECT_EQ(devices.lookup(""), "Unknown Device");
   }
@@ -90,9 +83,9 @@ TEST(AppleDevices, AMissingOrUnreadableTableLogsOnceAndAnswersWithTheIdentifier)
   for (const auto& c : broken) {
     LogCapture log;
     auto devices = tableFrom(dir, c.contents);
-    ASSERT_EQ(log.lines.size(), 1u) << c.name;
-    EXPECT_THAT(log.lines[0], HasSubstr("AppleDevices: Unable to load device_identifiers.csv: ")) << c.name;
-    EXPECT_THAT(log.lines[0], HasSubstr(c.reason)) << c.name;
+    ASSERT_EQ(log.lines().size(), 1u) << c.name;
+    EXPECT_THAT(log.lines()[0], HasSubstr("AppleDevices: Unable to load device_identifiers.csv: ")) << c.name;
+    EXPECT_THAT(log.lines()[0], HasSubstr(c.reason)) << c.name;
     EXPECT_EQ(devices.size(), 0u) << c.name;
   }
   if (geteuid() != 0) {  // root reads everything
@@ -100,15 +93,15 @@ TEST(AppleDevices, AMissingOrUnreadableTableLogsOnceAndAnswersWithTheIdentifier)
     writeFile(dir / "locked.csv", "identifier,name\na,b\n");
     chmod((dir / "locked.csv").c_str(), 0);
     auto devices = AppleDevices::fromFile(dir / "locked.csv");
-    ASSERT_EQ(log.lines.size(), 1u);
-    EXPECT_THAT(log.lines[0], HasSubstr("Permission denied"));
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_THAT(log.lines()[0], HasSubstr("Permission denied"));
   }
   {
     LogCapture log;
     std::filesystem::create_directory(dir / "folder.csv");
     auto devices = AppleDevices::fromFile(dir / "folder.csv");
-    ASSERT_EQ(log.lines.size(), 1u);
-    EXPECT_THAT(log.lines[0], HasSubstr("Unable to load"));
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_THAT(log.lines()[0], HasSubstr("Unable to load"));
   }
 }
 
@@ -133,7 +126,7 @@ TEST(AppleDevices, TheShippedTableKnowsCurrentDevices) {
                        "device_identifiers.csv";
   LogCapture log;
   auto devices = AppleDevices::fromFile(shipped);
-  EXPECT_TRUE(log.lines.empty());
+  EXPECT_TRUE(log.lines().empty());
   EXPECT_GE(devices.size(), 200u);
   EXPECT_EQ(devices.lookup("iPhone16,2"), "iPhone 15 Pro Max");
   EXPECT_EQ(devices.lookup("iPhone17,1"), "iPhone 16 Pro");

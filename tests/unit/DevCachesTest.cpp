@@ -144,7 +144,7 @@ TEST_F(ExpandPattern, UnlistableFolderGivesNoMatchesAndNoMessage) {
                   fs::perms::owner_write | fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec);
   auto failures = test::runUnprivileged(fixture.home().parent_path(), [] {
     std::string found;
-    test::LogLines log;
+    test::LogCapture log;
     if (!expandPattern("~/Library/Application Support/Google/DriveFS/*/content_cache").empty()) {
       found += "a wildcard matched inside a folder that cannot be listed\n";
     }

@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using test::FakeFolderAccessUI;
-using test::GrantLogCapture;
+using test::LogCapture;
 using test::TempDir;
 
 const std::string kDeveloperMessage =
@@ -45,7 +45,7 @@ class FilesTest : public ::testing::Test {
 
   TempDir dir_;
   ScopedHost host_;
-  GrantLogCapture log_;
+  LogCapture log_;
   FakeFolderAccessUI ui_;
 };
 

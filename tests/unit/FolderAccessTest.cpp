@@ -24,7 +24,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using test::FakeFolderAccessUI;
-using test::GrantLogCapture;
+using test::LogCapture;
 using test::TempDir;
 
 const std::string kMessage = "Let Tidewell in, please.";
@@ -58,7 +58,7 @@ class FolderAccessTest : public ::testing::Test {
 
   TempDir dir_;
   ScopedHost host_;
-  GrantLogCapture log_;
+  LogCapture log_;
   FakeFolderAccessUI ui_;
 };
 

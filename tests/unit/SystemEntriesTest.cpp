@@ -78,7 +78,7 @@ TEST_F(SnapshotDeletion, FailureCarriesTheCommandAndTheToolsMessage) {
 
 TEST_F(SnapshotDeletion, MissingTmutilIsAFailureToo) {
   TimeMachineSnapshotFileEntry snapshot("2024-03-04-094100", true);
-  test::LogLines log;
+  test::LogCapture log;
   EXPECT_THROW(snapshot.deleteItem(std::nullopt), Shell::CommandError);
   ASSERT_EQ(log.lines().size(), 1u);
   EXPECT_TRUE(log.lines()[0].starts_with("❌ Shell: Cannot run /usr/bin/tmutil")) << log.lines()[0];

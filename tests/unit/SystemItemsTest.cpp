@@ -112,7 +112,7 @@ TEST_F(SystemItemsScan, NoSnapshotGroupWhenTmutilFailsOrListsNothing) {
 }
 
 TEST_F(SystemItemsScan, MissingTmutilMeansNoGroupAndOneLogLine) {
-  test::LogLines log;
+  test::LogCapture log;
   EXPECT_FALSE(SystemItems::timeMachineSnapshots());
   ASSERT_EQ(log.lines().size(), 1u);
   EXPECT_TRUE(log.lines()[0].starts_with("❌ Shell: Cannot run /usr/bin/tmutil: ")) << log.lines()[0];
