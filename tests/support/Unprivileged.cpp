@@ -49,4 +49,15 @@ std::optional<std::string> runUnprivileged(const std::filesystem::path& workFold
   return output;
 }
 
+bool handOverTree(const std::filesystem::path& folder) {
+  if (::geteuid() != 0) return true;
+  if (::lchown(folder.c_str(), kNobody, kNobody) != 0) return false;
+  std::error_code error;
+  for (auto it = std::filesystem::recursive_directory_iterator(folder, error);
+       !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error)) {
+    if (::lchown(it->path().c_str(), kNobody, kNobody) != 0) return false;
+  }
+  return !error;
+}
+
 }  // namespace tw::test

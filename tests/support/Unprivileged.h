@@ -17,4 +17,8 @@ namespace tw::test {
 std::optional<std::string> runUnprivileged(const std::filesystem::path& workFolder,
                                            const std::function<std::string()>& body);
 
+// Hands a whole tree to the unprivileged user (as root; without root it changes nothing), for
+// bodies that must also write below the work folder. False when that is not possible.
+bool handOverTree(const std::filesystem::path& folder);
+
 }  // namespace tw::test

@@ -14,6 +14,7 @@
 #include "scan/DevFiles.h"
 #include "support/DeveloperFolderFixture.h"
 #include "support/TempDir.h"
+#include "support/Unprivileged.h"
 
 namespace tw {
 namespace {
@@ -126,11 +127,17 @@ TEST_F(DevFilesTest, ConstructionNeedsTheXcodeAndCoreSimulatorFolders) {
 }
 
 TEST_F(DevFilesTest, ConstructionNeedsWritableCacheFolders) {
-  if (::geteuid() == 0) GTEST_SKIP() << "permissions do not bind the superuser";
+  ASSERT_TRUE(test::handOverTree(temp.path()));
   fs::permissions(fixture.developerFolder() / "Xcode", fs::perms::owner_read | fs::perms::owner_exec);
-  EXPECT_EQ(DevFiles::create(fixture.developerFolder(), std::nullopt, std::nullopt), nullptr);
+  auto failures = test::runUnprivileged(temp.path(), [&]() -> std::string {
+    if (DevFiles::create(fixture.developerFolder(), std::nullopt, std::nullopt)) return "read-only Xcode accepted";
+    fs::permissions(fixture.developerFolder() / "Xcode", fs::perms::owner_all);
+    if (!DevFiles::create(fixture.developerFolder(), std::nullopt, std::nullopt)) return "writable Xcode refused";
+    return "";
+  });
   fs::permissions(fixture.developerFolder() / "Xcode", fs::perms::owner_all);
-  EXPECT_NE(DevFiles::create(fixture.developerFolder(), std::nullopt, std::nullopt), nullptr);
+  if (!failures) GTEST_SKIP() << "no unprivileged user to run as";
+  EXPECT_EQ(*failures, "");
 }
 
 TEST_F(DevFilesTest, HoldsAccessToItsFoldersForItsLifetime) {

@@ -13,6 +13,7 @@
 #include "scan/Scanners.h"
 #include "support/DeveloperFolderFixture.h"
 #include "support/TempDir.h"
+#include "support/Unprivileged.h"
 
 namespace tw {
 namespace {
@@ -451,32 +452,41 @@ TEST_F(XcodeScanners, MissingFoldersGiveEmptyResultsWithoutCrashing) {
 }
 
 TEST_F(XcodeScanners, UnreadableFoldersAndFilesAreSkippedWithALine) {
-  if (::geteuid() == 0) GTEST_SKIP() << "permissions do not bind the superuser";
   fixture.addDeviceSupport("iOS", "17.4 (21E219)");
   fixture.addDeviceSupport("tvOS", "17.4 (21L227)");
   const fs::path locked = fixture.xcode() / "iOS DeviceSupport";
-  fs::permissions(locked, fs::perms::none);
   const fs::path lockedArchive = fixture.addArchive("2024-01-01", "Locked", archive("Locked", "1.0", "1"));
-  fs::permissions(lockedArchive / "Info.plist", fs::perms::none);
   const fs::path lockedProject = fixture.addDerivedData("Locked-hash", "/w/Locked.xcodeproj", 4096);
+  ASSERT_TRUE(test::handOverTree(temp.path()));
+  fs::permissions(locked, fs::perms::none);
+  fs::permissions(lockedArchive / "Info.plist", fs::perms::none);
   fs::permissions(lockedProject / "info.plist", fs::perms::none);
-  CapturedLog log;
 
-  const auto groups = scanDeviceSupport(*devFiles());
-  const auto archives = scanArchives(*devFiles());
-  const auto derivedData = scanDerivedData(*devFiles());
+  auto failures = test::runUnprivileged(temp.path(), [&]() -> std::string {
+    CapturedLog log;
+    const auto groups = scanDeviceSupport(*devFiles());
+    const auto archives = scanArchives(*devFiles());
+    const auto derivedData = scanDerivedData(*devFiles());
+    std::string problems;
+    auto check = [&](bool ok, const char* what) {
+      if (!ok) problems += std::string(what) + "\n";
+    };
+    check(group(groups, "iOS")->items().empty(), "the unreadable iOS folder gave items");
+    check(group(groups, "tvOS")->items().size() == 1, "tvOS lost its item");
+    check(log.linesStartingWith("DevFiles: Cannot check contents of '" + locked.string() + "', skipping").size() == 1,
+          "no line for the unreadable folder");
+    check(archives.empty(), "an archive with an unreadable Info.plist was listed");
+    check(
+        log.linesStartingWith("DevFiles: Cannot open Info.plist file from archive: " + lockedArchive.string()).size() ==
+            1,
+        "no line for the unreadable archive");
+    // A project whose info.plist cannot be read is still listed, under "Other".
+    check(derivedData.size() == 1 && derivedData[0]->label() == "Other", "the unreadable project is not under Other");
+    return problems;
+  });
   fs::permissions(locked, fs::perms::owner_all);
-
-  EXPECT_TRUE(group(groups, "iOS")->items().empty());
-  EXPECT_EQ(group(groups, "tvOS")->items().size(), 1u);
-  EXPECT_EQ(log.linesStartingWith("DevFiles: Cannot check contents of '" + locked.string() + "', skipping").size(), 1u);
-  EXPECT_THAT(archives, IsEmpty());
-  EXPECT_EQ(
-      log.linesStartingWith("DevFiles: Cannot open Info.plist file from archive: " + lockedArchive.string()).size(),
-      1u);
-  // A project whose info.plist cannot be read is still listed, under "Other".
-  ASSERT_EQ(derivedData.size(), 1u);
-  EXPECT_EQ(derivedData[0]->label(), "Other");
+  if (!failures) GTEST_SKIP() << "no unprivileged user to run as";
+  EXPECT_EQ(*failures, "");
 }
 
 }  // namespace
