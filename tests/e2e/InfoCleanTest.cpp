@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <sstream>
 #include <string>
@@ -19,24 +20,13 @@ namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
-using test::DeveloperFolderFixture;
 using test::TempDir;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-std::vector<std::string> lines(const std::string& text) {
-  std::vector<std::string> result;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) result.push_back(line);
-  return result;
-}
-
 class InfoClean : public ::testing::Test {
  protected:
-  InfoClean() : fixture(home / "Library/Developer") {
-    fixture.populate();
-    fs::create_directories(root.path());
-  }
+  InfoClean() { fixture.populate(); }
 
   test::ProcessResult run(const std::vector<std::string>& arguments) {
     test::ProcessOptions options;
@@ -54,14 +44,8 @@ class InfoClean : public ::testing::Test {
     return UserDefaults(UserDefaults::standardStorePath(host));
   }
 
-  int64_t lifetimeTotal() const {
-    const auto value = preferences().object("TWTotalBytesCleaned");
-    if (!value) return 0;
-    return std::get<int64_t>(*value);
-  }
-
   TempDir home, root, config, temporary;
-  DeveloperFolderFixture fixture;
+  test::DeveloperFolderFixture fixture{home / "Library/Developer"};
 };
 
 TEST_F(InfoClean, InfoListsEveryLocationWithTheScannedItems) {
@@ -69,32 +53,28 @@ TEST_F(InfoClean, InfoListsEveryLocationWithTheScannedItems) {
   ASSERT_EQ(result.exitStatus, 0) << result.standardOutput << result.standardError;
   const std::string& out = result.standardOutput;
   EXPECT_THAT(out, HasSubstr("Scanning...\n\n"));
-  EXPECT_THAT(out, HasSubstr("\t[" +
-                             formatByteCount(measurePath(
-                                 fixture.xcode() / "DerivedData/Sea_Lion-abcdefghijklmnopqrstuvwxyz", nullptr)) +
+  const int64_t seaLion = measurePath(fixture.xcode() / "DerivedData/Sea_Lion-abcdefghijklmnopqrstuvwxyz", nullptr);
+  EXPECT_THAT(out, HasSubstr("\t[" + formatByteCount(seaLion) +
                              "] Sea Lion (/Users/dev/Projects/Sea Lion/Sea Lion.xcodeproj)\n"));
   // Device-support groups sit one level deeper than their location, their items one further.
   EXPECT_THAT(out, HasSubstr("\t[" + formatByteCount(0) + "] tvOS \n"));
-  EXPECT_THAT(out, HasSubstr("] iOS 17.4 (21E219) \n"));
-  EXPECT_THAT(out, HasSubstr("] 1.3 (14) \u274C ("));
-  EXPECT_THAT(out, HasSubstr("] Logs from Xcode 16.4 \n"));
-  EXPECT_THAT(out, HasSubstr("] Cache from Xcode 15.3 \n"));
-  EXPECT_THAT(out, HasSubstr("] SwiftUI Previews \n"));
+  for (const char* item : {"] iOS 17.4 (21E219) \n", "] 1.3 (14) \u274C (", "] Logs from Xcode 16.4 \n",
+                           "] Cache from Xcode 15.3 \n", "] SwiftUI Previews \n"})
+    EXPECT_THAT(out, HasSubstr(item));
 
-  // Location entries in descending label order, each followed by an empty line.
-  const auto all = lines(out);
-  auto position = [&](const std::string& label) {
-    for (size_t index = 0; index < all.size(); ++index) {
-      if (all[index].rfind("[", 0) == 0 && all[index].find("] " + label + " ") != std::string::npos) return index;
-    }
-    ADD_FAILURE() << "no line for " << label << "\n" << out;
-    return size_t{0};
-  };
-  EXPECT_LT(position("UserData Cache"), position("System"));
-  EXPECT_LT(position("System"), position("Old Logs"));
-  EXPECT_LT(position("Old Logs"), position("Derived Data"));
-  EXPECT_LT(position("Derived Data"), position("Archives"));
-  EXPECT_LT(position("Archives"), position("AI Caches"));
+  // Location entries in descending label order; the total comes last.
+  std::vector<std::string> all;
+  std::istringstream stream(out);
+  for (std::string line; std::getline(stream, line);) all.push_back(line);
+  std::vector<ptrdiff_t> positions;
+  for (const std::string label : {"UserData Cache", "System", "Old Logs", "Derived Data", "Archives", "AI Caches"}) {
+    auto found = std::find_if(all.begin(), all.end(), [&](const std::string& line) {
+      return line.rfind("[", 0) == 0 && line.find("] " + label + " ") != std::string::npos;
+    });
+    EXPECT_NE(found, all.end()) << label << "\n" << out;
+    positions.push_back(found - all.begin());
+  }
+  EXPECT_TRUE(std::is_sorted(positions.begin(), positions.end())) << out;
   EXPECT_EQ(all.back().rfind("Total size available to clean: ", 0), 0u) << all.back();
 }
 
@@ -109,7 +89,7 @@ TEST_F(InfoClean, CleanDerivedDataRemovesOnlyItAndAddsToTheLifetimeTotal) {
     expected += measurePath(item.path(), nullptr);
   }
   ASSERT_EQ(projects.size(), 4u);  // two projects, one without info.plist, ModuleCache.noindex
-  const fs::path archives = fixture.xcode() / "Archives";
+  auto lifetimeTotal = [&] { return std::get<int64_t>(preferences().object("TWTotalBytesCleaned").value()); };
 
   const auto result = run({"clean", "derived-data"});
   ASSERT_EQ(result.exitStatus, 0) << result.standardOutput << result.standardError;
@@ -119,10 +99,9 @@ TEST_F(InfoClean, CleanDerivedDataRemovesOnlyItAndAddsToTheLifetimeTotal) {
   EXPECT_THAT(out, HasSubstr(" - 4/4\n"));
   EXPECT_THAT(out, Not(HasSubstr("Warning:")));
   EXPECT_THAT(out, HasSubstr("\nTotal bytes cleaned: " + formatByteCount(expected) + "\n"));
-
   for (const auto& project : projects) EXPECT_FALSE(fs::exists(project)) << project;
   EXPECT_TRUE(fs::exists(derivedData / "ModuleCache"));
-  EXPECT_TRUE(fs::exists(archives));
+  EXPECT_TRUE(fs::exists(fixture.xcode() / "Archives"));
   EXPECT_TRUE(fs::exists(fixture.developerFolder() / "Shared/Documentation"));
   EXPECT_EQ(lifetimeTotal(), 1000 + expected);
 
