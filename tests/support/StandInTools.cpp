@@ -11,24 +11,15 @@ namespace tw::test {
 
 std::string shellQuoted(std::string_view text) {
   std::string quoted = "'";
-  for (char c : text) {
-    if (c == '\'') {
-      quoted += "'\\''";
-    } else {
-      quoted += c;
-    }
-  }
-  quoted += '\'';
-  return quoted;
+  for (char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + "'";
 }
 
 std::filesystem::path writeStandInTool(const std::filesystem::path& root, std::string_view absolutePath,
                                        std::string_view body) {
   std::filesystem::path path = root / std::filesystem::path(absolutePath).relative_path();
-  // Write beside and rename: a script replaced while an earlier copy still runs stays intact,
-  // and the kernel never sees a half-written file ("Text file busy").
-  std::filesystem::path temporary = path;
-  temporary += ".writing";
+  // Written beside and renamed: no "Text file busy" when an earlier copy still runs.
+  std::filesystem::path temporary = path.string() + ".writing";
   writeFile(temporary, "#!/bin/sh\n" + std::string(body) + "\n");
   if (::chmod(temporary.c_str(), 0755) != 0) throw std::runtime_error("cannot chmod " + temporary.string());
   std::filesystem::rename(temporary, path);
@@ -50,8 +41,7 @@ case "$script" in
 esac
 literal=${script#"$prefix"}
 literal=${literal%"$suffix"}
-# A well-formed literal has no bare double quote and no dangling backslash once every
-# escape pair is taken out.
+# Without its escape pairs, a well-formed literal has no quote or backslash left.
 rest=$(printf '%s' "$literal" | sed 's/\\.//g')
 case "$rest" in
   *'"'* | *'\'*) echo "osascript: syntax error in string literal: $literal" >&2; exit 2 ;;
