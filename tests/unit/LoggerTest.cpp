@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,104 +13,81 @@ namespace {
 
 using test::readFile;
 using test::TempDir;
+using Level = Logger::Level;
 
 constexpr const char* kPrefix = "dev.tidewell.Tidewell";
 
-std::filesystem::path latest(const TempDir& dir) { return dir / "dev.tidewell.Tidewell-MainLog-LogFile-latest.log"; }
-std::filesystem::path previous(const TempDir& dir) {
-  return dir / "dev.tidewell.Tidewell-MainLog-LogFile-previous.log";
+// A logger writing to a file in `dir` and not to the console.
+std::unique_ptr<Logger> fileLogger(const TempDir& dir, Level level = Level::info, const char* prefix = kPrefix) {
+  auto logger = std::make_unique<Logger>("MainLog", level, Logger::FileLogging::on, dir.path(), prefix);
+  logger->setConsoleLogging(false);
+  return logger;
 }
 
 TEST(Logger, RotatesLatestToPreviousOverThreeStarts) {
   TempDir dir;
+  const auto latest = dir / "dev.tidewell.Tidewell-MainLog-LogFile-latest.log";
+  const auto previous = dir / "dev.tidewell.Tidewell-MainLog-LogFile-previous.log";
   {
-    Logger first("MainLog", Logger::Level::info, Logger::FileLogging::on, dir.path(), kPrefix);
-    first.setConsoleLogging(false);
-    first.info("first run");
-    EXPECT_FALSE(first.oldLogFilePath().has_value());
-    EXPECT_EQ(first.logFilePath(), latest(dir));
+    auto first = fileLogger(dir);
+    first->info("first run");
+    EXPECT_FALSE(first->oldLogFilePath().has_value());
+    EXPECT_EQ(first->logFilePath(), latest);
   }
   {
-    Logger second("MainLog", Logger::Level::info, Logger::FileLogging::on, dir.path(), kPrefix);
-    second.setConsoleLogging(false);
-    second.warning("second run");
-    EXPECT_EQ(second.oldLogFilePath(), previous(dir));
-    EXPECT_EQ(readFile(previous(dir)), "\u2755 first run\n");
-    EXPECT_EQ(readFile(latest(dir)), "\u26A0\uFE0F second run\n");
+    auto second = fileLogger(dir);
+    second->warning("second run");
+    EXPECT_EQ(second->oldLogFilePath(), previous);
+    EXPECT_EQ(readFile(previous), "\u2755 first run\n");
   }
-  Logger third("MainLog", Logger::Level::info, Logger::FileLogging::on, dir.path(), kPrefix);
-  third.setConsoleLogging(false);
-  third.error("third run");
-  EXPECT_EQ(readFile(previous(dir)), "\u26A0\uFE0F second run\n");
-  EXPECT_EQ(readFile(latest(dir)), "\u274C third run\n");
+  fileLogger(dir)->error("third run");
+  EXPECT_EQ(readFile(previous), "\u26A0\uFE0F second run\n");
+  EXPECT_EQ(readFile(latest), "\u274C third run\n");
 }
 
-TEST(Logger, LevelFiltersAndFormatCharactersPassUnchanged) {
+TEST(Logger, LevelFiltersFormatCharactersPassAndTheObserverSeesEveryWrittenLine) {
   TempDir dir;
-  Logger logger("MainLog", Logger::Level::warning, Logger::FileLogging::on, dir.path(), "");
-  logger.setConsoleLogging(false);
-  logger.info("dropped");
-  logger.warning("100% %s %n {}");
-  logger.error("kept");
+  auto logger = fileLogger(dir, Level::warning, "");
+  std::vector<std::string> seen;
+  logger->setLineObserver([&](Level, const std::string& line) { seen.push_back(line); });
+  logger->info("dropped");
+  logger->warning("100% %s %n {}");
+  logger->error("kept");
   EXPECT_EQ(readFile(dir / "UnknownApp-MainLog-LogFile-latest.log"), "\u26A0\uFE0F 100% %s %n {}\n\u274C kept\n");
+  EXPECT_EQ(seen, (std::vector<std::string>{"\u26A0\uFE0F 100% %s %n {}", "\u274C kept"}));
 }
 
-TEST(Logger, WithoutFileLoggingCreatesNothing) {
+TEST(Logger, WithoutFileLoggingOrAWritableFolderNoFileIsWritten) {
   TempDir dir;
-  Logger logger("MainLog", Logger::Level::info, Logger::FileLogging::off, dir.path(), kPrefix);
-  logger.setConsoleLogging(false);
-  logger.info("nowhere");
-  EXPECT_FALSE(logger.isLoggingToFile());
-  EXPECT_FALSE(logger.logFilePath().has_value());
-  EXPECT_FALSE(logger.oldLogFilePath().has_value());
+  Logger off("MainLog", Level::info, Logger::FileLogging::off, dir.path(), kPrefix);
+  off.setConsoleLogging(false);
+  off.info("nowhere");
+  EXPECT_FALSE(off.logFilePath().has_value());
   EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
-}
-
-TEST(Logger, UnwritableFolderLeavesConsoleOnly) {
-  TempDir dir;
-  Logger logger("MainLog", Logger::Level::info, Logger::FileLogging::on, dir / "missing", kPrefix);
-  EXPECT_FALSE(logger.isLoggingToFile());
-  EXPECT_FALSE(logger.logFilePath().has_value());
+  Logger missing("MainLog", Level::info, Logger::FileLogging::on, dir / "missing", kPrefix);
+  EXPECT_FALSE(missing.isLoggingToFile());
 }
 
 TEST(Logger, ConcurrentLinesStayWhole) {
   TempDir dir;
-  Logger logger("MainLog", Logger::Level::info, Logger::FileLogging::on, dir.path(), kPrefix);
-  logger.setConsoleLogging(false);
-  constexpr int kThreads = 8;
-  constexpr int kLines = 200;
+  auto logger = fileLogger(dir);
   const std::string payload(300, 'p');
   std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
+  for (int t = 0; t < 8; ++t) {
     threads.emplace_back([&, t] {
-      for (int i = 0; i < kLines; ++i) logger.info("thread " + std::to_string(t) + " " + payload);
+      for (int i = 0; i < 200; ++i) logger->info("thread " + std::to_string(t) + " " + payload);
     });
   }
   for (auto& thread : threads) thread.join();
 
-  std::string contents = readFile(latest(dir));
+  std::istringstream contents(readFile(*logger->logFilePath()));
   size_t lines = 0;
-  size_t start = 0;
-  while (start < contents.size()) {
-    size_t end = contents.find('\n', start);
-    ASSERT_NE(end, std::string::npos);
-    std::string line = contents.substr(start, end - start);
+  for (std::string line; std::getline(contents, line); ++lines) {
     EXPECT_EQ(line.rfind("\u2755 thread ", 0), 0u) << line;
     EXPECT_EQ(line.substr(line.size() - payload.size()), payload);
-    ++lines;
-    start = end + 1;
   }
-  EXPECT_EQ(lines, size_t(kThreads * kLines));
-}
-
-TEST(Logger, ObserverSeesEveryWrittenLine) {
-  Logger logger("Test", Logger::Level::info, Logger::FileLogging::off, {}, kPrefix);
-  logger.setConsoleLogging(false);
-  std::vector<std::string> seen;
-  logger.setLineObserver([&](Logger::Level, const std::string& line) { seen.push_back(line); });
-  logger.info("DevFiles: one");
-  logger.error("DevFiles: two");
-  EXPECT_EQ(seen, (std::vector<std::string>{"\u2755 DevFiles: one", "\u274C DevFiles: two"}));
+  EXPECT_EQ(lines, 8u * 200u);
+  EXPECT_EQ(readFile(*logger->logFilePath()).back(), '\n');
 }
 
 }  // namespace
