@@ -11,7 +11,6 @@
 
 #include <stdexcept>
 
-#include "app/Logger.h"
 #include "support/StandInTools.h"
 
 namespace tw::test {
@@ -43,12 +42,8 @@ bool setImmutable(const std::filesystem::path& folder, bool immutable) {
 CatalogueFixture::CatalogueFixture() : home_(temp_ / "home"), root_(temp_ / "root") {
   std::filesystem::create_directories(home_);
   std::filesystem::create_directories(root_);
-  Host host;
-  host.home = home_;
-  host.root = root_;
-  host.temporaryDirectory = root_ / "tmp";
-  host.configDirectory = home_ / ".config";
-  host_.emplace(std::move(host));
+  host_.emplace(
+      Host{.home = home_, .root = root_, .temporaryDirectory = root_ / "tmp", .configDirectory = home_ / ".config"});
 }
 
 std::filesystem::path CatalogueFixture::at(std::string_view pattern) const {
@@ -59,10 +54,8 @@ std::filesystem::path CatalogueFixture::at(std::string_view pattern) const {
 }
 
 std::filesystem::path CatalogueFixture::makeFolderWithData(std::string_view folderPattern, size_t bytes) const {
-  std::filesystem::path folder = at(folderPattern);
-  std::filesystem::create_directories(folder);
-  std::filesystem::path file = folder / "data.bin";
-  writeFileOfSize(file, bytes);
+  std::filesystem::path file = at(folderPattern) / "data.bin";
+  writeFileOfSize(file, bytes);  // creates the folder
   return file;
 }
 
@@ -100,11 +93,7 @@ std::string RemovalBlocker::liftCommand() const {
 
 void RemovalBlocker::lift() {
   if (!active_) return;
-  if (usesImmutableFlag_) {
-    setImmutable(folder_, false);
-  } else {
-    ::chmod(folder_.c_str(), 0755);
-  }
+  usesImmutableFlag_ ? (void)setImmutable(folder_, false) : (void)::chmod(folder_.c_str(), 0755);
   active_ = false;
 }
 

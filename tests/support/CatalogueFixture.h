@@ -5,17 +5,13 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "platform/Host.h"
-#include "support/TempDir.h"
-
 #include "support/LogCapture.h"
+#include "support/TempDir.h"
 
 namespace tw::test {
 
@@ -66,6 +62,5 @@ class RemovalBlocker {
   bool usesImmutableFlag_ = false;
   bool active_ = false;
 };
-
 
 }  // namespace tw::test

@@ -1,10 +1,6 @@
 #include "support/FixtureHome.h"
 
-#include <unistd.h>
-
 #include <cstdint>
-#include <cstdlib>
-#include <fstream>
 #include <stdexcept>
 
 #include "support/TempDir.h"
@@ -16,6 +12,8 @@ namespace {
 
 constexpr long long kPlistEpoch = 978307200;  // 2001-01-01T00:00:00Z in Unix time
 constexpr size_t KB = 1000;
+constexpr const char* kEmptyPlist = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict/></plist>";
+constexpr const char* kStubPlist = "<?xml version=\"1.0\"?><plist/>";
 
 plist_t dict(std::initializer_list<std::pair<const char*, plist_t>> items) {
   plist_t result = plist_new_dict();
@@ -25,40 +23,31 @@ plist_t dict(std::initializer_list<std::pair<const char*, plist_t>> items) {
 
 plist_t str(const std::string& value) { return plist_new_string(value.c_str()); }
 
-class Writer {
- public:
-  Writer(fs::path root, const FixtureHomeOptions& options) : root_(std::move(root)), factor_(options.sizeFactor) {}
+// The device.plist of a simulator, a preview device or an XCTest clone.
+plist_t devicePlist(const std::string& udid, const std::string& type, const std::string& name,
+                    const std::string& runtime) {
+  return dict({{"UDID", str(udid)},
+               {"deviceType", str("com.apple.CoreSimulator.SimDeviceType." + type)},
+               {"name", str(name)},
+               {"runtime", str("com.apple.CoreSimulator.SimRuntime." + runtime)},
+               {"state", plist_new_uint(1)}});
+}
 
-  fs::path path(const fs::path& relative) const { return root_ / relative; }
+struct Writer {
+  fs::path root;
+  size_t factor;
 
-  fs::path file(const fs::path& relative, size_t bytes) const {
-    auto target = path(relative);
-    writeFileOfSize(target, bytes * factor_);
-    return target;
-  }
-
-  fs::path text(const fs::path& relative, std::string_view contents) const {
-    auto target = path(relative);
-    writeFile(target, contents);
-    return target;
-  }
-
-  fs::path folder(const fs::path& relative) const {
-    auto target = path(relative);
-    fs::create_directories(target);
-    return target;
-  }
-
- private:
-  fs::path root_;
-  size_t factor_;
+  fs::path path(const fs::path& r) const { return root / r; }
+  fs::path file(const fs::path& r, size_t bytes) const { return writeFileOfSize(root / r, bytes * factor), root / r; }
+  fs::path text(const fs::path& r, std::string_view contents) const { return writeFile(root / r, contents), root / r; }
+  fs::path folder(const fs::path& r) const { return fs::create_directories(root / r), root / r; }
+  void plist(const fs::path& r, plist_t plist, PlistFormat format) const { writePlist(root / r, plist, format); }
 };
 
 void writeDerivedData(const Writer& w, FixtureHome& home) {
   const fs::path base = "Library/Developer/Xcode/DerivedData";
   struct Project {
-    std::string folder;
-    std::string workspace;
+    std::string folder, workspace;
     long long lastAccess;
   };
   const Project projects[] = {
@@ -67,22 +56,21 @@ void writeDerivedData(const Writer& w, FixtureHome& home) {
       {"Notes Ünïcode-aaaabbbbccccddddeeeeffffgggg", "/Users/sam/Projects/Notes Ünïcode/Notes.xcodeproj", 1680000000},
   };
   for (const auto& project : projects) {
-    fs::path folder = base / project.folder;
-    writePlist(w.path(folder / "info.plist"),
-               dict({{"LastAccessedDate", plistDate(project.lastAccess)}, {"WorkspacePath", str(project.workspace)}}),
-               PlistFormat::xml);
-    std::string name = project.folder.substr(0, project.folder.rfind('-'));
+    const fs::path folder = base / project.folder;
+    const std::string name = project.folder.substr(0, project.folder.rfind('-'));
+    w.plist(folder / "info.plist",
+            dict({{"LastAccessedDate", plistDate(project.lastAccess)}, {"WorkspacePath", str(project.workspace)}}),
+            PlistFormat::xml);
     auto binary = w.file(folder / "Build/Products/Debug-iphonesimulator" / (name + ".app") / name, 900 * KB);
     w.file(folder / "Build/Intermediates.noindex" / (name + ".build/Debug-iphonesimulator/main.o"), 400 * KB);
     w.file(folder / "Index.noindex/DataStore/v5/records/A1/main.swift-3KQ8DLA9ZQ2KX", 250 * KB);
-    w.text(folder / "Logs/Build/LogStoreManifest.plist",
-           "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict/></plist>");
+    w.text(folder / "Logs/Build/LogStoreManifest.plist", kEmptyPlist);
     // The build system links products into place: one file, two names, counted once.
     fs::create_hard_link(binary, w.folder(folder / "Build/Intermediates.noindex/PrecompiledLink") / name);
     home.derivedDataProjects.push_back(w.path(folder));
   }
   // A project folder whose info.plist was cut short while Xcode wrote it.
-  fs::path broken = base / "Broken-zzzzyyyyxxxxwwwwvvvvuuuutttt";
+  const fs::path broken = base / "Broken-zzzzyyyyxxxxwwwwvvvvuuuutttt";
   w.text(broken / "info.plist",
          "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n<key>Work");
   w.file(broken / "Build/Products/Debug/Broken", 1200 * KB);
@@ -105,25 +93,25 @@ void writeArchives(const Writer& w, FixtureHome& home) {
        PlistFormat::binary},
   };
   for (const auto& a : archives) {
-    fs::path folder = fs::path("Library/Developer/Xcode/Archives") / a.day / (a.folder + ".xcarchive");
-    writePlist(w.path(folder / "Info.plist"),
-               dict({{"ApplicationProperties",
-                      dict({{"ApplicationPath", str("Applications/" + a.name + ".app")},
-                            {"CFBundleIdentifier", str(a.identifier)},
-                            {"CFBundleShortVersionString", str(a.version)},
-                            {"CFBundleVersion", str(a.build)},
-                            {"SigningIdentity", str("Apple Development: Sam Example (ABCDE12345)")}})},
-                     {"ArchiveVersion", plist_new_uint(2)},
-                     {"CreationDate", plistDate(a.created)},
-                     {"Name", str(a.name)},
-                     {"SchemeName", str(a.name)}}),
-               a.format);
+    const fs::path folder = fs::path("Library/Developer/Xcode/Archives") / a.day / (a.folder + ".xcarchive");
+    w.plist(folder / "Info.plist",
+            dict({{"ApplicationProperties",
+                   dict({{"ApplicationPath", str("Applications/" + a.name + ".app")},
+                         {"CFBundleIdentifier", str(a.identifier)},
+                         {"CFBundleShortVersionString", str(a.version)},
+                         {"CFBundleVersion", str(a.build)},
+                         {"SigningIdentity", str("Apple Development: Sam Example (ABCDE12345)")}})},
+                  {"ArchiveVersion", plist_new_uint(2)},
+                  {"CreationDate", plistDate(a.created)},
+                  {"Name", str(a.name)},
+                  {"SchemeName", str(a.name)}}),
+            a.format);
     w.file(folder / "Products/Applications" / (a.name + ".app") / a.name, 800 * KB);
     w.file(folder / "dSYMs" / (a.name + ".app.dSYM") / "Contents/Resources/DWARF" / a.name, 500 * KB);
     home.archives.push_back(w.path(folder));
   }
   // An archive without Info.plist: Xcode crashed while exporting.
-  fs::path orphan = "Library/Developer/Xcode/Archives/2022-01-15/Orphan 15-1-22, 10.00.xcarchive";
+  const fs::path orphan = "Library/Developer/Xcode/Archives/2022-01-15/Orphan 15-1-22, 10.00.xcarchive";
   w.file(orphan / "Products/Applications/Orphan.app/Orphan", 300 * KB);
   home.unreadableArchives.push_back(w.path(orphan));
 }
@@ -139,9 +127,9 @@ void writeDeviceSupport(const Writer& w, FixtureHome& home) {
       {"watchOS DeviceSupport", "Watch6,1 10.4 (21T216)", "10.4", "21T216"},
   };
   for (const auto& item : items) {
-    fs::path folder = fs::path("Library/Developer/Xcode") / item.platformFolder / item.name;
-    writePlist(
-        w.path(folder / "Info.plist"),
+    const fs::path folder = fs::path("Library/Developer/Xcode") / item.platformFolder / item.name;
+    w.plist(
+        folder / "Info.plist",
         dict({{"DSC Extractor Version", str("1241.17")}, {"Version", str(item.version)}, {"Build", str(item.build)}}),
         PlistFormat::xml);
     w.file(folder / "Symbols/System/Library/Caches/com.apple.dyld/dyld_shared_cache_arm64e", 1300 * KB);
@@ -155,27 +143,24 @@ void writeXcodeCaches(const Writer& w, FixtureHome& home) {
   const fs::path xcode = "Library/Developer/Xcode";
   // DocumentationCache/<format>/<Xcode version>.
   for (const char* cache : {"v244.5/15.3", "v246.1/15.4", "v246.1/16.0"}) {
-    w.file(xcode / "DocumentationCache" / cache / "en/documentation.db", 700 * KB);
-    w.file(xcode / "DocumentationCache" / cache / "en/index/data.skidx", 500 * KB);
-    home.documentationCaches.push_back(w.path(xcode / "DocumentationCache" / cache));
+    const fs::path folder = xcode / "DocumentationCache" / cache;
+    w.file(folder / "en/documentation.db", 700 * KB);
+    w.file(folder / "en/index/data.skidx", 500 * KB);
+    home.documentationCaches.push_back(w.path(folder));
   }
 
   const fs::path userData = xcode / "UserData";
-  writePlist(w.path(userData / "Previews/Simulator Devices/5B1E3C2A-9F0D-4C8E-8E51-6B7A2D9C4F10/device.plist"),
-             dict({{"UDID", str("5B1E3C2A-9F0D-4C8E-8E51-6B7A2D9C4F10")},
-                   {"deviceType", str("com.apple.CoreSimulator.SimDeviceType.iPhone-15-Pro")},
-                   {"name", str("iPhone 15 Pro")},
-                   {"runtime", str("com.apple.CoreSimulator.SimRuntime.iOS-17-4")},
-                   {"state", plist_new_uint(1)}}),
-             PlistFormat::binary);
-  w.file(userData / "Previews/Simulator Devices/5B1E3C2A-9F0D-4C8E-8E51-6B7A2D9C4F10/data/Library/Caches/cache.db",
-         1100 * KB);
+  const std::string preview = "5B1E3C2A-9F0D-4C8E-8E51-6B7A2D9C4F10";
+  const fs::path previewFolder = userData / "Previews/Simulator Devices" / preview;
+  w.plist(previewFolder / "device.plist", devicePlist(preview, "iPhone-15-Pro", "iPhone 15 Pro", "iOS-17-4"),
+          PlistFormat::binary);
+  w.file(previewFolder / "data/Library/Caches/cache.db", 1100 * KB);
   w.file(userData / "IB Support/Simulator Devices/device_set.plist", 2 * KB);
   w.file(userData / "IDEEditorInteractivityHistory/WeatherApp.xcodeproj/history.db", 300 * KB);
-  home.keep.push_back(w.text(userData / "KeyBindings/Sam.idekeybindings", "<?xml version=\"1.0\"?><plist/>"));
-  home.keep.push_back(
-      w.text(userData / "FontAndColorThemes/Midnight Tide.xccolortheme", "<?xml version=\"1.0\"?><plist/>"));
-  home.keep.push_back(w.text(userData / "CodeSnippets/guard-let.codesnippet", "<?xml version=\"1.0\"?><plist/>"));
+  for (const char* setting : {"KeyBindings/Sam.idekeybindings", "FontAndColorThemes/Midnight Tide.xccolortheme",
+                              "CodeSnippets/guard-let.codesnippet"}) {
+    home.keep.push_back(w.text(userData / setting, kStubPlist));
+  }
 
   for (const char* name : {"iOS Device Logs 16.4.db", "iOS Device Logs 17.4.db", "iOS Device Logs 17.4.1.db"}) {
     home.deviceLogs.push_back(w.file(xcode / "iOS Device Logs" / name, 400 * KB));
@@ -183,7 +168,7 @@ void writeXcodeCaches(const Writer& w, FixtureHome& home) {
 
   const fs::path docSet = "Library/Developer/Shared/Documentation/DocSets/com.apple.adc.documentation.iOS.docset";
   w.file(docSet / "Contents/Resources/docSet.dsidx", 600 * KB);
-  w.text(docSet / "Contents/Info.plist", "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict/></plist>");
+  w.text(docSet / "Contents/Info.plist", kEmptyPlist);
 }
 
 void writeSimulators(const Writer& w, FixtureHome& home) {
@@ -199,47 +184,37 @@ void writeSimulators(const Writer& w, FixtureHome& home) {
   };
   plist_t defaultDevices = plist_new_dict();
   for (const auto& d : devices) {
-    fs::path folder = simulator / "Devices" / d.udid;
-    writePlist(w.path(folder / "device.plist"),
-               dict({{"UDID", str(d.udid)},
-                     {"deviceType", str("com.apple.CoreSimulator.SimDeviceType." + d.type)},
-                     {"name", str(d.name)},
-                     {"runtime", str("com.apple.CoreSimulator.SimRuntime." + d.runtime)},
-                     {"state", plist_new_uint(1)},
-                     {"isDeleted", plist_new_bool(0)}}),
-               PlistFormat::binary);
+    const fs::path folder = simulator / "Devices" / d.udid;
+    plist_t device = devicePlist(d.udid, d.type, d.name, d.runtime);
+    plist_dict_set_item(device, "isDeleted", plist_new_bool(0));
+    w.plist(folder / "device.plist", device, PlistFormat::binary);
     w.file(folder / "data/Containers/Data/Application/7E1F/Library/Caches/images.db", 900 * KB);
     w.file(folder / "data/Library/Logs/system.log", 250 * KB);
     plist_dict_set_item(defaultDevices, d.udid.c_str(), str("com.apple.CoreSimulator.SimRuntime." + d.runtime));
     home.simulatorDevices.push_back(w.path(folder));
   }
-  writePlist(w.path(simulator / "Devices/device_set.plist"),
-             dict({{"DefaultDevices", defaultDevices}, {"Version", plist_new_uint(2)}}), PlistFormat::binary);
+  w.plist(simulator / "Devices/device_set.plist",
+          dict({{"DefaultDevices", defaultDevices}, {"Version", plist_new_uint(2)}}), PlistFormat::binary);
 
-  const fs::path dyld = simulator / "Caches/dyld";
   for (const char* hostAndRuntime : {"23E214/com.apple.CoreSimulator.SimRuntime.iOS-17-4.21E213",
                                      "22G120/com.apple.CoreSimulator.SimRuntime.iOS-16-4.20E247"}) {
-    w.file(dyld / hostAndRuntime / "dyld_sim_shared_cache_arm64", 1200 * KB);
-    w.file(dyld / hostAndRuntime / "dyld_sim_shared_cache_arm64.map", 50 * KB);
-    home.dyldCaches.push_back(w.path(dyld / hostAndRuntime));
+    const fs::path folder = simulator / "Caches/dyld" / hostAndRuntime;
+    w.file(folder / "dyld_sim_shared_cache_arm64", 1200 * KB);
+    w.file(folder / "dyld_sim_shared_cache_arm64.map", 50 * KB);
+    home.dyldCaches.push_back(w.path(folder));
   }
 
   // XCTest's clones of a simulator, left behind when a UI test run was killed.
   const std::string clone = "E9F8A7B6-C5D4-4E3F-A2B1-0C9D8E7F6A5B";
-  fs::path cloneFolder = fs::path("Library/Developer/XCTestDevices") / clone;
-  writePlist(w.path(cloneFolder / "device.plist"),
-             dict({{"UDID", str(clone)},
-                   {"deviceType", str("com.apple.CoreSimulator.SimDeviceType.iPhone-15")},
-                   {"name", str("Clone 1 of iPhone 15")},
-                   {"runtime", str("com.apple.CoreSimulator.SimRuntime.iOS-17-4")},
-                   {"state", plist_new_uint(1)}}),
-             PlistFormat::binary);
+  const fs::path cloneFolder = fs::path("Library/Developer/XCTestDevices") / clone;
+  w.plist(cloneFolder / "device.plist", devicePlist(clone, "iPhone-15", "Clone 1 of iPhone 15", "iOS-17-4"),
+          PlistFormat::binary);
   w.file(cloneFolder / "data/Library/Caches/snapshot.db", 1100 * KB);
   home.xctestDevices.push_back(w.path(cloneFolder));
 }
 
 void writeCaches(const Writer& w, FixtureHome& home) {
-  const std::pair<const char*, size_t> caches[] = {
+  const std::pair<std::string_view, size_t> caches[] = {
       {"Library/Caches/org.swift.swiftpm/repositories/swift-argument-parser-8c1a/objects/pack.pack", 1300},
       {"Library/Caches/CocoaPods/Pods/Release/Alamofire/5.9.0-9e1c2/Source/Session.swift", 1200},
       {"Library/Caches/org.carthage.CarthageKit/dependencies/Quick/objects.pack", 1150},
@@ -256,12 +231,10 @@ void writeCaches(const Writer& w, FixtureHome& home) {
   for (const auto& [relative, kilobytes] : caches) {
     w.file(relative, kilobytes * KB);
     // The cache's own top folder below the well-known parent ("Library/Caches/Homebrew", ".npm/_cacache").
+    const fs::path path(relative);
     fs::path top;
-    int depth = 0;
-    for (const auto& part : fs::path(relative)) {
-      top /= part;
-      if (++depth == (std::string(relative).rfind("Library/", 0) == 0 ? 3 : 2)) break;
-    }
+    auto part = path.begin();
+    for (int depth = relative.starts_with("Library/") ? 3 : 2; depth > 0; --depth) top /= *part++;
     home.cacheFolders.push_back(w.path(top));
   }
   // A small cache that a scanner should leave out of its list.
@@ -285,8 +258,7 @@ void writeProjects(const Writer& w, FixtureHome& home) {
   w.text(web / "node_modules/left-pad/package.json", "{\"name\":\"left-pad\",\"bin\":\"cli.js\"}\n");
   w.file(web / "node_modules/typescript/lib/typescript.js", 800 * KB);
   w.text(web / "node_modules/left-pad/cli.js", "#!/usr/bin/env node\n");
-  fs::create_directories(w.path(web / "node_modules/.bin"));
-  fs::create_symlink("../left-pad/cli.js", w.path(web / "node_modules/.bin/left-pad"));
+  fs::create_symlink("../left-pad/cli.js", w.folder(web / "node_modules/.bin") / "left-pad");
   home.projectBuildFolders.push_back(w.path(web / "node_modules"));
 
   // A link from inside a project to the user's documents: a walk must not follow it.
@@ -302,21 +274,14 @@ void writeProjects(const Writer& w, FixtureHome& home) {
 }  // namespace
 
 void writePlist(const fs::path& path, plist_t plist, PlistFormat format) {
+  const bool xml = format == PlistFormat::xml;
   char* data = nullptr;
   uint32_t length = 0;
-  if (format == PlistFormat::xml) {
-    plist_to_xml(plist, &data, &length);
-  } else {
-    plist_to_bin(plist, &data, &length);
-  }
+  xml ? plist_to_xml(plist, &data, &length) : plist_to_bin(plist, &data, &length);
   plist_free(plist);
   if (!data) throw std::runtime_error("cannot serialise property list for " + path.string());
-  std::string contents(data, length);
-  if (format == PlistFormat::xml) {
-    plist_to_xml_free(data);
-  } else {
-    plist_to_bin_free(data);
-  }
+  const std::string contents(data, length);
+  xml ? plist_to_xml_free(data) : plist_to_bin_free(data);
   writeFile(path, contents);
 }
 
@@ -328,7 +293,7 @@ FixtureHome FixtureHome::write(const fs::path& root, const FixtureHomeOptions& o
   FixtureHome home;
   home.root = root;
   home.developerFolder = root / "Library/Developer";
-  Writer w(root, options);
+  const Writer w{root, options.sizeFactor};
   w.folder("Library/Developer/Xcode");
   w.folder("Library/Developer/CoreSimulator");
   writeDerivedData(w, home);
