@@ -72,11 +72,11 @@ TEST_F(ProjectBuildsScannerTest, RulesPickCacheFoldersAndNeverEnterThem) {
 TEST_F(ProjectBuildsScannerTest, DepthLimitHiddenFoldersPackagesLinksAndHomeExclusions) {
   std::string deep;
   for (int depth = 1; depth <= 12; ++depth) deep += "d" + std::to_string(depth) + "/";
-  project(deep + "Cargo.toml", {"target"});  // a project at depth 12 is examined
+  project(deep + "Cargo.toml", {"target"});      // a project at depth 12 is examined
   project(deep + "d13/Cargo.toml", {"target"});  // depth 13 is not
   project(".hidden/app/Cargo.toml", {"target"});
   project("Library/app/Cargo.toml", {"target", "../Developer/Xcode/DerivedData/App-abc"});
-  project("code/Library/app/Cargo.toml", {"target"});  // "Library" is only excluded right in the home
+  project("code/Library/app/Cargo.toml", {"target"});        // "Library" is only excluded right in the home
   project("code/Tool.app/Contents/Cargo.toml", {"target"});  // a package is never entered
   fs::create_directories(home_ / "code/ios/DerivedData/Build");
   // A link counts as a cache folder but is never entered, nor is a linked project.
@@ -130,13 +130,27 @@ std::vector<std::pair<Kind, fs::path>> sequentialOrder(const fs::path& home) {
       if (name == "DerivedData") {
         if (reported.insert(entry.path().string()).second) result.emplace_back(Kind::derivedData, entry.path());
       } else if (!notToEnter.count(name) && name != "node_modules" && name != "Pods" && name[0] != '.' &&
-                 !(depth == 0 && (name == "Library" || name == "Applications" || name == "Music" ||
-                                  name == "Movies" || name == "Pictures"))) {
+                 !(depth == 0 && (name == "Library" || name == "Applications" || name == "Music" || name == "Movies" ||
+                                  name == "Pictures"))) {
         stack.emplace_back(entry.path(), depth + 1);
       }
     }
   }
   return result;
+}
+
+TEST_F(ProjectBuildsScannerTest, SystemRootsAreWalkedWithoutTheirPackageManagerTrees) {
+  // "/opt" and "/usr/local" are found below the host's root, and so are the Homebrew trees
+  // that the walk must leave alone.
+  const fs::path root = dir_ / "root";
+  for (const char* marker : {"opt/tool/Cargo.toml", "opt/homebrew/lib/Cargo.toml", "usr/local/Cellar/x/Cargo.toml",
+                             "usr/local/Homebrew/y/Cargo.toml", "usr/local/src/app/Cargo.toml"}) {
+    test::writeFile(root / marker, "x");
+    fs::create_directories((root / marker).parent_path() / "target");
+  }
+  auto found = ProjectBuildsScanner::findFolders({});
+  EXPECT_THAT(found[Kind::rustTarget],
+              UnorderedElementsAre(root / "opt/tool/target", root / "usr/local/src/app/target"));
 }
 
 TEST_F(ProjectBuildsScannerTest, ParallelWalkFindsFoldersInSequentialOrder) {
@@ -145,8 +159,8 @@ TEST_F(ProjectBuildsScannerTest, ParallelWalkFindsFoldersInSequentialOrder) {
   const char* caches[] = {"target/x", "node_modules/x", "build/x", "Pods/x", ".venv/x"};
   for (int group = 0; group < 12; ++group) {
     for (int index = 0; index < 10; ++index) {
-      const std::string path = "g" + std::to_string(group) + "/sub" + std::to_string(index % 3) + "/p" +
-                               std::to_string(index) + "/";
+      const std::string path =
+          "g" + std::to_string(group) + "/sub" + std::to_string(index % 3) + "/p" + std::to_string(index) + "/";
       project(path + markers[(group + index) % 5], {caches[(group + index) % 5]});
       if (index % 4 == 0) fs::create_directories(home_ / path / "nested/DerivedData");
       if (index % 3 == 0) project(path + "package.json", {".turbo"});
