@@ -47,69 +47,6 @@ std::string cleanDescription() {
          ". If you want to clean all, pass \"all\" or nothing";
 }
 
-// --- Unicode white space -------------------------------------------------------------------
-
-// White space and line breaks as people mean them in a typed value: every space separator,
-// the line and paragraph separators, and the control characters for tab and line breaks.
-bool isWhitespaceOrNewline(char32_t c) {
-  if (c >= 0x09 && c <= 0x0D) return true;
-  switch (c) {
-    case 0x20:
-    case 0x85:
-    case 0xA0:
-    case 0x1680:
-    case 0x2028:
-    case 0x2029:
-    case 0x202F:
-    case 0x205F:
-    case 0x3000:
-      return true;
-    default:
-      return c >= 0x2000 && c <= 0x200A;
-  }
-}
-
-// Decodes the UTF-8 sequence that starts at `begin`; `length` receives its byte count. Malformed
-// input decodes to U+FFFD one byte at a time, which is never white space.
-char32_t decodeAt(std::string_view text, size_t begin, size_t& length) {
-  auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-  unsigned char lead = byte(begin);
-  size_t expected = lead < 0x80 ? 1 : (lead >> 5) == 0x6 ? 2 : (lead >> 4) == 0xE ? 3 : (lead >> 3) == 0x1E ? 4 : 0;
-  if (expected == 0 || begin + expected > text.size()) {
-    length = 1;
-    return 0xFFFD;
-  }
-  char32_t value = expected == 1 ? lead : lead & (0x7F >> expected);
-  for (size_t i = 1; i < expected; ++i) {
-    if ((byte(begin + i) & 0xC0) != 0x80) {
-      length = 1;
-      return 0xFFFD;
-    }
-    value = (value << 6) | (byte(begin + i) & 0x3F);
-  }
-  length = expected;
-  return value;
-}
-
-std::string_view trimmed(std::string_view text) {
-  size_t begin = 0;
-  while (begin < text.size()) {
-    size_t length = 0;
-    if (!isWhitespaceOrNewline(decodeAt(text, begin, length))) break;
-    begin += length;
-  }
-  size_t end = text.size();
-  while (end > begin) {
-    size_t start = end - 1;
-    while (start > begin && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80) --start;
-    size_t length = 0;
-    char32_t c = decodeAt(text, start, length);
-    if (start + length != end || !isWhitespaceOrNewline(c)) break;
-    end = start;
-  }
-  return text.substr(begin, end - begin);
-}
-
 // Only "all" is ever compared after lower-casing, and no character but 'A' and 'L' lower-cases
 // to 'a' or 'l', so ASCII lower-casing decides exactly as a full Unicode mapping would.
 std::string asciiLowercased(std::string_view text) {
@@ -256,7 +193,7 @@ void CmdLine::printBanner() {
 
 std::vector<DevFiles::Location> CmdLine::parseLocations(std::string_view value) {
   const auto& all = DevFiles::allLocations();
-  if (asciiLowercased(trimmed(value)) == "all") return {all.begin(), all.end()};
+  if (asciiLowercased(trimmedWhiteSpaceAndNewlines(value)) == "all") return {all.begin(), all.end()};
 
   std::vector<DevFiles::Location> locations;
   size_t begin = 0;
@@ -267,7 +204,7 @@ std::vector<DevFiles::Location> CmdLine::parseLocations(std::string_view value) 
     begin = comma + 1;
     if (piece.empty()) continue;
 
-    std::string_view name = trimmed(piece);
+    std::string name = trimmedWhiteSpaceAndNewlines(piece);
     if (name == "all") {
       locations.insert(locations.end(), all.begin(), all.end());
       continue;
