@@ -18,14 +18,11 @@
 #include <utility>
 #include <vector>
 
+#include "fs/DirectoryListing.h"
 #include "fs/DirectorySize.h"
 #include "model/CleanupEntry.h"
 #include "platform/Error.h"
 #include "platform/ThreadPool.h"
-
-#if defined(__linux__)
-#include <sys/syscall.h>
-#endif
 
 namespace tw {
 
@@ -77,69 +74,6 @@ int closeKeepingErrno(int fd) {
   return -1;
 }
 
-// Calls entry(name, type) for every item of the open folder `fd`; returns 0 or an errno.
-constexpr size_t kListingBufferSize = 128 * 1024;
-
-#if defined(__linux__)
-// The kernel's linux_dirent64 record: inode (8 bytes), offset (8), record length (2), type (1),
-// then the NUL-terminated name.
-constexpr size_t kRecordLengthOffset = 16;
-constexpr size_t kTypeOffset = 18;
-constexpr size_t kNameOffset = 19;
-
-template <typename Entry>
-int listFolder(int fd, char* buffer, Entry&& entry) {
-  for (;;) {
-    const long count = ::syscall(SYS_getdents64, fd, buffer, kListingBufferSize);
-    if (count < 0) {
-      if (errno == EINTR) continue;
-      return errno;
-    }
-    if (count == 0) return 0;
-    for (long offset = 0; offset < count;) {
-      const char* record = buffer + offset;
-      unsigned short length = 0;
-      std::memcpy(&length, record + kRecordLengthOffset, sizeof length);
-      offset += length;
-      const char* name = record + kNameOffset;
-      if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) continue;
-      entry(name, static_cast<unsigned char>(record[kTypeOffset]));
-    }
-  }
-}
-#else
-template <typename Entry>
-int listFolder(int fd, char*, Entry&& entry) {
-  const int own = ::dup(fd);
-  if (own < 0) return errno;
-  DIR* dir = ::fdopendir(own);
-  if (!dir) {
-    const int error = errno;
-    ::close(own);
-    return error;
-  }
-  int result = 0;
-  for (;;) {
-    errno = 0;
-    const dirent* record = ::readdir(dir);
-    if (!record) {
-      result = errno;
-      break;
-    }
-    const char* name = record->d_name;
-    if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) continue;
-    entry(name, record->d_type);
-  }
-  ::closedir(dir);
-  return result;
-}
-#endif
-
-char* threadListingBuffer() {
-  thread_local std::unique_ptr<char[]> buffer(new char[kListingBufferSize]);
-  return buffer.get();
-}
-
 class Walker {
  public:
   Walker(std::filesystem::path folder, HardLinkTracker* tracker, ThreadPool* pool)
@@ -174,7 +108,6 @@ class Walker {
   void walkFrom(Node* start, int startFd = -1) {
     std::deque<Node*> stack{start};
     int64_t subtotal = 0;
-    char* buffer = threadListingBuffer();
     while (!stack.empty()) {
       if (failed_.load(std::memory_order_relaxed)) {
         for (Node* node : stack) abandon(node);
@@ -191,7 +124,7 @@ class Walker {
       }
       Node* node = stack.back();
       stack.pop_back();
-      listFolderNode(node, std::exchange(startFd, -1), stack, subtotal, buffer);
+      listFolderNode(node, std::exchange(startFd, -1), stack, subtotal);
       release(node);
     }
     std::lock_guard lock(totalMutex_);
@@ -261,7 +194,7 @@ class Walker {
     return fd;
   }
 
-  void listFolderNode(Node* node, int fd, std::deque<Node*>& stack, int64_t& subtotal, char* buffer) {
+  void listFolderNode(Node* node, int fd, std::deque<Node*>& stack, int64_t& subtotal) {
     if (fd < 0) {
       fd = openNode(node);
       if (fd < 0) {
@@ -275,7 +208,7 @@ class Walker {
     std::vector<Node*> children;
     int itemErrno = 0;
     std::string failedItem;
-    const int listErrno = listFolder(fd, buffer, [&](const char* name, unsigned char type) {
+    const int listErrno = listFolder(fd, [&](const char* name, unsigned char type) {
       if (itemErrno) return;
       if (type == DT_DIR) {
         children.push_back(new Node(node, name));

@@ -148,15 +148,12 @@ class Walk {
     std::vector<Listed> listed;
     const auto& index = MarkerIndex::shared();
     uint32_t present = 0;
-    {
-      DirectoryListing listing(fd);
-      DirectoryListing::Entry entry;
-      while (listing.next(entry)) {
-        if (auto bit = index.bits.find(entry.name); bit != index.bits.end()) present |= bit->second;
-        listed.push_back({std::string(entry.name), entry.type});
-      }
-      if (listing.error() != 0 && listed.empty()) return;
-    }
+    const int listError = listFolder(fd, [&](const char* name, unsigned char type) {
+      std::string_view itemName(name);
+      if (auto bit = index.bits.find(itemName); bit != index.bits.end()) present |= bit->second;
+      listed.push_back({std::string(itemName), type});
+    });
+    if (listError != 0 && listed.empty()) return;
 
     // Markers: collect the cache folders of every matching rule, in rule order.
     std::vector<std::string_view> notToEnter;
