@@ -39,14 +39,7 @@ std::vector<std::unique_ptr<Logger>>& mainLoggers() {
 
 }  // namespace
 
-std::string_view Logger::mark(Level level) {
-  switch (level) {
-    case Level::info: return "\u2755";
-    case Level::warning: return "\u26A0\uFE0F";
-    case Level::error: return "\u274C";
-  }
-  return "";
-}
+std::string_view Logger::mark(Level level) { return log::mark(level); }
 
 Logger::Logger(std::string name, Level level, FileLogging fileLogging)
     : Logger(std::move(name), level, fileLogging, Host::current().temporaryDirectory, TIDEWELL_BUNDLE_IDENTIFIER) {}
@@ -138,10 +131,23 @@ void Logger::installMain(std::unique_ptr<Logger> logger) {
   mainLoggers().push_back(std::move(logger));
 }
 
-namespace log {
-void info(std::string_view message) { Logger::main().info(message); }
-void warning(std::string_view message) { Logger::main().warning(message); }
-void error(std::string_view message) { Logger::main().error(message); }
-}  // namespace log
+namespace {
+
+// Every layer's log lines go to the main logger once this program has one.
+void toMainLogger(LogLevel level, std::string_view message) {
+  Logger& logger = Logger::main();
+  switch (level) {
+    case LogLevel::info: logger.info(message); break;
+    case LogLevel::warning: logger.warning(message); break;
+    case LogLevel::error: logger.error(message); break;
+  }
+}
+
+[[maybe_unused]] const bool sinkInstalled = [] {
+  log::setSink(&toMainLogger);
+  return true;
+}();
+
+}  // namespace
 
 }  // namespace tw

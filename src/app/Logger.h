@@ -10,11 +10,13 @@
 #include <string>
 #include <string_view>
 
+#include "platform/Log.h"
+
 namespace tw {
 
 class Logger {
  public:
-  enum class Level { info, warning, error };
+  using Level = LogLevel;
   enum class FileLogging { off, on };
 
   // Creates the logger; with file logging on, rotates "<prefix>-<name>-LogFile-latest.log" to
@@ -62,12 +64,5 @@ class Logger {
   LineObserver observer_;
   mutable std::mutex mutex_;
 };
-
-// Shorthands for the main logger.
-namespace log {
-void info(std::string_view message);
-void warning(std::string_view message);
-void error(std::string_view message);
-}  // namespace log
 
 }  // namespace tw

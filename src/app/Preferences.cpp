@@ -11,7 +11,7 @@
 #include <string_view>
 
 #include "app/Logger.h"
-#include "model/CleanupEntry.h"
+#include "platform/ByteSum.h"
 #include "platform/Error.h"
 #include "platform/Host.h"
 #include "platform/UserDefaults.h"
@@ -236,6 +236,16 @@ std::vector<Weak<PreferencesObserver>> Preferences::observers() const {
   std::lock_guard lock(observersMutex_);
   return observers_;
 }
+
+std::optional<std::vector<uint8_t>> Preferences::folderBookmark(const std::filesystem::path& folder) const {
+  return data(bookmarkKey(folder));
+}
+
+void Preferences::setFolderBookmark(const std::filesystem::path& folder, const std::vector<uint8_t>& bookmark) {
+  setData(bookmarkKey(folder), bookmark);
+}
+
+void Preferences::removeFolderBookmark(const std::filesystem::path& folder) { removeObject(bookmarkKey(folder)); }
 
 std::string Preferences::bookmarkKey(const std::filesystem::path& folder) {
   // A folder's path has no trailing separator ("/Users/me/Developer/" names the same folder as

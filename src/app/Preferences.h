@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "fs/FolderAccess.h"
+
 namespace tw {
 
 class UserDefaults;
@@ -42,7 +44,7 @@ class Weak {
   std::weak_ptr<T> value;
 };
 
-class Preferences {
+class Preferences : public GrantSettings {
  public:
   enum class Period { everyWeek = 0, every2weeks = 1, everyMonth = 2, every2Months = 3 };
 
@@ -82,9 +84,9 @@ class Preferences {
   // stops the program with a message, as every other size sum does.
   int64_t addToTotalBytesCleaned(int64_t bytes);
 
-  std::optional<std::filesystem::path> customArchivesFolder() const;
+  std::optional<std::filesystem::path> customArchivesFolder() const override;
   void setCustomArchivesFolder(std::optional<std::filesystem::path> folder);
-  std::optional<std::filesystem::path> customDerivedDataFolder() const;
+  std::optional<std::filesystem::path> customDerivedDataFolder() const override;
   void setCustomDerivedDataFolder(std::optional<std::filesystem::path> folder);
   // Where the running application lives; the host's bundle when nothing is stored.
   std::filesystem::path appFolder() const;
@@ -94,6 +96,11 @@ class Preferences {
   std::optional<std::vector<uint8_t>> data(const std::string& key) const;
   void setData(const std::string& key, const std::vector<uint8_t>& data);
   void removeObject(const std::string& key);
+
+  // Folder bookmarks, each under its bookmarkKey.
+  std::optional<std::vector<uint8_t>> folderBookmark(const std::filesystem::path& folder) const override;
+  void setFolderBookmark(const std::filesystem::path& folder, const std::vector<uint8_t>& bookmark) override;
+  void removeFolderBookmark(const std::filesystem::path& folder) override;
 
   // Adding an observer that is already registered changes nothing. Removing drops every box
   // equal to the observer's; an observer that unregisters from its destructor, where no

@@ -2,16 +2,12 @@
 
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "app/Logger.h"
 #include "app/Preferences.h"
-#include "cli/CmdLine.h"
 #include "platform/Host.h"
 
 namespace tw {
@@ -21,30 +17,14 @@ namespace {
 // (SSH commands, CI jobs) is still a command-line start.
 constexpr const char* kFromCommandLineVariable = "TIDEWELL_FROM_COMMAND_LINE";
 
-bool isCommandLineStart() { return ::isatty(STDIN_FILENO) == 1 || std::getenv(kFromCommandLineVariable) != nullptr; }
-
 }  // namespace
 
-int runApplication(int argc, char** argv) {
+void startApplication() {
   Logger::installMain(std::make_unique<Logger>("MainLog", Logger::Level::info, Logger::FileLogging::on));
-
   const auto& bundle = Host::current().bundle;
   Preferences::shared().setAppFolder(bundle.empty() ? std::nullopt : std::optional<std::filesystem::path>(bundle));
-
-  std::vector<std::string> arguments(argv, argv + argc);
-
-  if (!isCommandLineStart()) {
-    std::fputs(
-        "Tidewell: the window is not part of this build; run `tidewell --help` from a terminal, or start "
-        "Contents/Resources/tidewell.sh inside the bundle.\n",
-        stderr);
-    return 1;
-  }
-
-  // Log lines would otherwise mix with the tool's own output.
-  Logger::main().setConsoleLogging(false);
-  CmdLine::shared()->start(arguments);
-  return 0;
 }
+
+bool isCommandLineStart() { return ::isatty(STDIN_FILENO) == 1 || std::getenv(kFromCommandLineVariable) != nullptr; }
 
 }  // namespace tw

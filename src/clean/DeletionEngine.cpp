@@ -7,7 +7,7 @@
 #include <mutex>
 #include <string>
 
-#include "app/Logger.h"
+#include "platform/Log.h"
 #include "platform/Error.h"
 #include "scan/DevFiles.h"
 
@@ -80,16 +80,10 @@ std::string deletionLogLine(const DeletionItem& item, bool dryRun) {
   return line;
 }
 
-int64_t DevFiles::selectedSize() const {
-  int64_t total = 0;
-  for (const auto& [location, entry] : locations_) total = addSizes(total, entry->selectedSize());
-  return total;
-}
+void deleteSelected(DevFiles& devFiles, bool dryRun, std::stop_token stop) {
+  if (auto delegate = devFiles.deleteDelegate()) delegate->deleteStarted(devFiles);
 
-void DevFiles::deleteSelected(bool dryRun, std::stop_token stop) {
-  if (auto delegate = deleteDelegate()) delegate->deleteStarted(*this);
-
-  const std::vector<DeletionItem> list = makeDeletionList(*this);
+  const std::vector<DeletionItem> list = makeDeletionList(devFiles);
   const size_t count = list.size();
   for (size_t position = 0; position < count; ++position) {
     // Only between units: a folder is never left half removed by a stop.
@@ -99,8 +93,8 @@ void DevFiles::deleteSelected(bool dryRun, std::stop_token stop) {
       break;
     }
     const DeletionItem& item = list[position];
-    if (auto delegate = deleteDelegate()) {
-      delegate->deletingItem(*this, item.locationLabel, item.itemDescription, item.url, position + 1, count);
+    if (auto delegate = devFiles.deleteDelegate()) {
+      delegate->deletingItem(devFiles, item.locationLabel, item.itemDescription, item.url, position + 1, count);
     }
     log::info(deletionLogLine(item, dryRun));
     if (dryRun) {
@@ -114,8 +108,8 @@ void DevFiles::deleteSelected(bool dryRun, std::stop_token stop) {
 
     // Each unit stands alone: a failure is reported and the run goes on with the next one.
     auto reportFailure = [&](const std::exception& error) {
-      if (auto delegate = deleteDelegate()) {
-        delegate->deleteFailed(*this, error, item.locationLabel, item.itemDescription, item.url);
+      if (auto delegate = devFiles.deleteDelegate()) {
+        delegate->deleteFailed(devFiles, error, item.locationLabel, item.itemDescription, item.url);
       }
     };
     try {
@@ -127,7 +121,7 @@ void DevFiles::deleteSelected(bool dryRun, std::stop_token stop) {
     }
   }
 
-  if (auto delegate = deleteDelegate()) delegate->deleteFinished(*this);
+  if (auto delegate = devFiles.deleteDelegate()) delegate->deleteFinished(devFiles);
 }
 
 }  // namespace tw

@@ -15,6 +15,7 @@
 #include "app/Logger.h"
 #include "app/Preferences.h"
 #include "cli/ArgumentsParser.h"
+#include "clean/DeletionEngine.h"
 #include "fs/Files.h"
 #include "platform/ByteCountFormatter.h"
 #include "platform/Host.h"
@@ -105,11 +106,7 @@ CmdLine::CmdLine(std::ostream& out) : out_(out) {}
 
 void CmdLine::line(std::string_view text) { out_ << text << '\n'; }
 
-void CmdLine::exitProcess(int status) {
-  out_.flush();
-  std::fflush(stdout);
-  std::exit(status);
-}
+void CmdLine::exitProcess(int status) { throw Exit{status}; }
 
 void CmdLine::fatal(std::string_view message) {
   line(message);
@@ -118,7 +115,19 @@ void CmdLine::fatal(std::string_view message) {
   std::abort();
 }
 
-void CmdLine::start(const std::vector<std::string>& arguments) {
+int CmdLine::start(const std::vector<std::string>& arguments) {
+  int status = 0;
+  try {
+    runCommand(arguments);
+  } catch (const Exit& exit) {
+    status = exit.status;
+  }
+  out_.flush();
+  std::fflush(stdout);
+  return status;
+}
+
+void CmdLine::runCommand(const std::vector<std::string>& arguments) {
   printBanner();
 
   ArgumentsParser parser(kToolName, kToolDescription);
@@ -218,14 +227,14 @@ std::vector<DevFiles::Location> CmdLine::parseLocations(std::string_view value) 
 }
 
 void CmdLine::run(Mode mode, const std::vector<DevFiles::Location>& locations) {
-  auto developerFolder = Files::developerFolderGrant(nullptr);
+  auto developerFolder = Files::developerFolderGrant(Preferences::shared(), nullptr);
   if (!developerFolder) {
     fail(
         "Tidewell needs permission to your ~/Library/Developer folder to scan Xcode cache files.\n"
         "To use command line tool, open UI version of Xcode and grant access to this folder on first run.");
   }
-  auto derivedDataFolder = Files::customDerivedDataFolderGrant(nullptr);
-  auto archivesFolder = Files::customArchivesFolderGrant(nullptr);
+  auto derivedDataFolder = Files::customDerivedDataFolderGrant(Preferences::shared(), nullptr);
+  auto archivesFolder = Files::customArchivesFolderGrant(Preferences::shared(), nullptr);
   auto created = DevFiles::create(*developerFolder, derivedDataFolder, archivesFolder);
   if (!created) {
     fail("Cannot locate Xcode cache files.\nCheck if you have Xcode installed and some projects built.");
@@ -288,7 +297,7 @@ void CmdLine::clean(DevFiles& devFiles, const std::vector<DevFiles::Location>& l
 
   // Measured before deleting: this is what the selection held, and what is reported and added up.
   int64_t selectedSize = devFiles.selectedSize();
-  devFiles.deleteSelected(false);
+  deleteSelected(devFiles, false);
 
   line();
   line("Total bytes cleaned: " + formatByteCount(selectedSize));

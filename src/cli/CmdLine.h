@@ -41,9 +41,9 @@ class CmdLine : public DevFilesDeleteDelegate, public std::enable_shared_from_th
   // scan driver keeps its delete delegate weakly.
   explicit CmdLine(std::ostream& out);
 
-  // Full argument list, program path first. Returns after "info" or "clean"; exits the
-  // process for help, usage and errors.
-  void start(const std::vector<std::string>& arguments);
+  // Full argument list, program path first. Returns the process's exit status: 0 after
+  // "info", "clean", help and usage, 1 after an error.
+  int start(const std::vector<std::string>& arguments);
 
   void printBanner();
   // Every location for "all" (any case, surrounding white space); otherwise the comma-separated
@@ -54,7 +54,7 @@ class CmdLine : public DevFilesDeleteDelegate, public std::enable_shared_from_th
   void printInfo(const std::vector<CleanupEntryPtr>& entries);
   void printEntry(const CleanupEntry& entry, size_t depth);
   void clean(DevFiles& devFiles, const std::vector<DevFiles::Location>& locations);
-  // Prints the error (and where the log is) and exits with status 1.
+  // Prints the error (and where the log is) and ends the command with status 1.
   [[noreturn]] void fail(const std::string& message);
 
   void deleteStarted(DevFiles& devFiles) override;
@@ -65,6 +65,12 @@ class CmdLine : public DevFilesDeleteDelegate, public std::enable_shared_from_th
   void deleteFinished(DevFiles& devFiles) override;
 
  private:
+  // What ends a command early; start() turns it into its return value.
+  struct Exit {
+    int status;
+  };
+
+  void runCommand(const std::vector<std::string>& arguments);
   void line(std::string_view text = {});
   [[noreturn]] void exitProcess(int status);
   // Bundle information is part of the build: without it the program is broken, not the input.

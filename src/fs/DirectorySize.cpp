@@ -11,7 +11,7 @@
 #include <string>
 #include <unordered_set>
 
-#include "app/Logger.h"
+#include "platform/Log.h"
 #include "fs/DirectoryWalk.h"
 #include "platform/Error.h"
 

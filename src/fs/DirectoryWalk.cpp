@@ -20,7 +20,7 @@
 
 #include "fs/DirectoryListing.h"
 #include "fs/DirectorySize.h"
-#include "model/CleanupEntry.h"
+#include "platform/ByteSum.h"
 #include "platform/Cancellation.h"
 #include "platform/Error.h"
 #include "platform/ThreadPool.h"

@@ -1,6 +1,5 @@
 #include "fs/Files.h"
 
-#include "app/Preferences.h"
 #include "fs/FolderAccess.h"
 #include "platform/Host.h"
 
@@ -15,9 +14,8 @@ constexpr const char* kCustomFolderMessage =
     "need to do is to click \"Open\".";
 
 std::optional<std::filesystem::path> grant(const std::filesystem::path& folder, const char* message,
-                                           FolderAccessUI* ui) {
-  const auto bookmark = Preferences::shared().data(Preferences::bookmarkKey(folder));
-  return acquireAccess(folder, bookmark, CancelPolicy::allowed, message, ui);
+                                           GrantSettings& settings, FolderAccessUI* ui) {
+  return acquireAccess(folder, settings, CancelPolicy::allowed, message, ui);
 }
 
 }  // namespace
@@ -27,20 +25,20 @@ std::filesystem::path userHomeFolder() { return Host::current().home; }
 
 std::filesystem::path developerFolder() { return userHomeFolder() / "Library" / "Developer"; }
 
-std::optional<std::filesystem::path> developerFolderGrant(FolderAccessUI* ui) {
-  return grant(developerFolder(), kDeveloperFolderMessage, ui);
+std::optional<std::filesystem::path> developerFolderGrant(GrantSettings& settings, FolderAccessUI* ui) {
+  return grant(developerFolder(), kDeveloperFolderMessage, settings, ui);
 }
 
-std::optional<std::filesystem::path> customDerivedDataFolderGrant(FolderAccessUI* ui) {
-  const auto folder = Preferences::shared().customDerivedDataFolder();
+std::optional<std::filesystem::path> customDerivedDataFolderGrant(GrantSettings& settings, FolderAccessUI* ui) {
+  const auto folder = settings.customDerivedDataFolder();
   if (!folder) return std::nullopt;
-  return grant(*folder, kCustomFolderMessage, ui);
+  return grant(*folder, kCustomFolderMessage, settings, ui);
 }
 
-std::optional<std::filesystem::path> customArchivesFolderGrant(FolderAccessUI* ui) {
-  const auto folder = Preferences::shared().customArchivesFolder();
+std::optional<std::filesystem::path> customArchivesFolderGrant(GrantSettings& settings, FolderAccessUI* ui) {
+  const auto folder = settings.customArchivesFolder();
   if (!folder) return std::nullopt;
-  return grant(*folder, kCustomFolderMessage, ui);
+  return grant(*folder, kCustomFolderMessage, settings, ui);
 }
 
 }  // namespace tw::Files

@@ -21,15 +21,17 @@ class FolderAccessUI {
                                       const std::string& button) = 0;
 };
 
+class GrantSettings;
+
 namespace Files {
 
 std::filesystem::path userHomeFolder();
 std::filesystem::path developerFolder();
 
 // Grants; `ui` is null on the command line (no panel: the folder itself, else its bookmark).
-std::optional<std::filesystem::path> developerFolderGrant(FolderAccessUI* ui);
-std::optional<std::filesystem::path> customDerivedDataFolderGrant(FolderAccessUI* ui);
-std::optional<std::filesystem::path> customArchivesFolderGrant(FolderAccessUI* ui);
+std::optional<std::filesystem::path> developerFolderGrant(GrantSettings& settings, FolderAccessUI* ui);
+std::optional<std::filesystem::path> customDerivedDataFolderGrant(GrantSettings& settings, FolderAccessUI* ui);
+std::optional<std::filesystem::path> customArchivesFolderGrant(GrantSettings& settings, FolderAccessUI* ui);
 
 }  // namespace Files
 

@@ -8,8 +8,7 @@
 #include <iterator>
 #include <memory>
 
-#include "app/Logger.h"
-#include "app/Preferences.h"
+#include "platform/Log.h"
 #include "platform/Bookmark.h"
 #include "platform/Host.h"
 #include "platform/SecurityScope.h"
@@ -43,7 +42,7 @@ std::filesystem::path standardized(const std::filesystem::path& path) {
 // The folder the stored bookmark leads to, refreshing a stale bookmark on the way; nothing when
 // it gives no access (and then the reason is in the log).
 std::optional<std::filesystem::path> folderFromBookmark(const std::filesystem::path& folder,
-                                                        std::vector<uint8_t> bookmark) {
+                                                        std::vector<uint8_t> bookmark, GrantSettings& settings) {
   try {
     for (int refreshes = 0;; ++refreshes) {
       const Bookmark::Resolved resolved = Bookmark::resolve(bookmark);
@@ -54,7 +53,7 @@ std::optional<std::filesystem::path> folderFromBookmark(const std::filesystem::p
       }
       if (refreshes == kMaxStaleRefreshes) throw SandboxFolderAccessError();
       bookmark = Bookmark::create(resolved.path);
-      Preferences::shared().setData(Preferences::bookmarkKey(folder), bookmark);
+      settings.setFolderBookmark(folder, bookmark);
       // Starting again: the folder may have become accessible by itself meanwhile.
       if (isAccessibleFolder(folder)) return folder;
     }
@@ -65,7 +64,8 @@ std::optional<std::filesystem::path> folderFromBookmark(const std::filesystem::p
 }
 
 std::optional<std::filesystem::path> folderFromPanel(const std::filesystem::path& folder, CancelPolicy cancel,
-                                                     const std::string& message, FolderAccessUI& ui) {
+                                                     const std::string& message, FolderAccessUI& ui,
+                                                     GrantSettings& settings) {
   for (;;) {
     long response = 0;
     const std::optional<std::filesystem::path> picked = ui.runOpenPanel(folder, message, response);
@@ -82,12 +82,12 @@ std::optional<std::filesystem::path> folderFromPanel(const std::filesystem::path
     if (!isAccessibleFolder(*picked)) {
       log::error("URL+AcquireAccessFromSandbox: Can't access folder after selecting it from Open panel, no access: " +
                  picked->string());
-      Preferences::shared().removeObject(Preferences::bookmarkKey(folder));
+      settings.removeFolderBookmark(folder);
       ui.showInformationalAlert(cannotAccessMessage(folder), containerAdvice(), "OK");
       return std::nullopt;
     }
     try {
-      Preferences::shared().setData(Preferences::bookmarkKey(folder), Bookmark::create(*picked));
+      settings.setFolderBookmark(folder, Bookmark::create(*picked));
       return picked;
     } catch (const std::exception&) {
       // The folder vanished between the pick and the bookmark: ask again.
@@ -133,16 +133,15 @@ std::string applicationIdentifier() {
   return TIDEWELL_BUNDLE_IDENTIFIER;
 }
 
-std::optional<std::filesystem::path> acquireAccess(const std::filesystem::path& folder,
-                                                   const std::optional<std::vector<uint8_t>>& bookmark,
+std::optional<std::filesystem::path> acquireAccess(const std::filesystem::path& folder, GrantSettings& settings,
                                                    CancelPolicy cancel, const std::string& message,
                                                    FolderAccessUI* ui) {
   if (isAccessibleFolder(folder)) return folder;
-  if (bookmark) {
-    if (auto granted = folderFromBookmark(folder, *bookmark)) return granted;
+  if (auto bookmark = settings.folderBookmark(folder)) {
+    if (auto granted = folderFromBookmark(folder, std::move(*bookmark), settings)) return granted;
   }
   if (!ui) return std::nullopt;
-  return folderFromPanel(folder, cancel, message, *ui);
+  return folderFromPanel(folder, cancel, message, *ui, settings);
 }
 
 }  // namespace tw

@@ -18,6 +18,18 @@ namespace tw {
 
 enum class CancelPolicy { allowed, notAllowed };
 
+// What the grants keep between runs: the bookmark of each folder the user granted, and the
+// custom folders the user chose. The application passes its preferences.
+class GrantSettings {
+ public:
+  virtual ~GrantSettings() = default;
+  virtual std::optional<std::vector<uint8_t>> folderBookmark(const std::filesystem::path& folder) const = 0;
+  virtual void setFolderBookmark(const std::filesystem::path& folder, const std::vector<uint8_t>& bookmark) = 0;
+  virtual void removeFolderBookmark(const std::filesystem::path& folder) = 0;
+  virtual std::optional<std::filesystem::path> customDerivedDataFolder() const = 0;
+  virtual std::optional<std::filesystem::path> customArchivesFolder() const = 0;
+};
+
 // Raised inside the grant when a bookmark resolves but its folder cannot be used.
 class SandboxFolderAccessError : public Error {
  public:
@@ -32,11 +44,10 @@ bool isSameFolder(const std::filesystem::path& a, const std::filesystem::path& b
 // The bundle's identifier, or the one built into the program when there is no bundle.
 std::string applicationIdentifier();
 
-// Access to `folder` with `bookmark` as stored for it. `ui` is the window's panel and alerts;
-// without one (the command line) nobody can be asked, so only the first two ways are tried.
-// Never throws for a missing grant: the answer is then nothing, with the reason in the log.
-std::optional<std::filesystem::path> acquireAccess(const std::filesystem::path& folder,
-                                                   const std::optional<std::vector<uint8_t>>& bookmark,
+// Access to `folder`, with the bookmark `settings` keep for it. `ui` is the window's panel and
+// alerts; without one (the command line) nobody can be asked, so only the first two ways are
+// tried. Never throws for a missing grant: the answer is then nothing, with the reason in the log.
+std::optional<std::filesystem::path> acquireAccess(const std::filesystem::path& folder, GrantSettings& settings,
                                                    CancelPolicy cancel, const std::string& message, FolderAccessUI* ui);
 
 }  // namespace tw

@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <system_error>
 
-#include "app/Logger.h"
+#include "platform/Log.h"
 #include "platform/AdministratorRunner.h"
 #include "platform/Host.h"
 

@@ -3,7 +3,7 @@
 #include <atomic>
 #include <system_error>
 
-#include "app/Logger.h"
+#include "platform/Log.h"
 #include "platform/CsvReader.h"
 #include "platform/Error.h"
 #include "platform/Host.h"

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <mutex>
 
-#include "app/Logger.h"
+#include "platform/Log.h"
 #include "fs/DirectorySize.h"
 #include "fs/RemoveItem.h"
 #include "platform/ByteCountFormatter.h"
@@ -25,20 +25,6 @@ int64_t measuredOrZero(const std::filesystem::path& path, HardLinkTracker& track
 }
 
 }  // namespace
-
-int64_t addSizes(int64_t a, int64_t b) {
-  int64_t sum = 0;
-  if (__builtin_add_overflow(a, b, &sum)) {
-    // No byte count of real files comes near 2^63; a sum this large means corrupted sizes, and
-    // going on would show and delete on the strength of a wrapped-around number.
-    std::string message = "Fatal error: size sum overflows a signed 64-bit byte count (" + std::to_string(a) + " + " +
-                          std::to_string(b) + ")";
-    log::error(message);
-    std::fprintf(stderr, "%s\n", message.c_str());
-    std::abort();
-  }
-  return sum;
-}
 
 std::strong_ordering CleanupEntry::Size::operator<=>(const Size& other) const {
   if (isUnknown() || other.isUnknown()) return !isUnknown() <=> !other.isUnknown();

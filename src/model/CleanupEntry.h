@@ -17,6 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/ByteSum.h"
+
 namespace tw {
 
 class HardLinkTracker;
@@ -128,8 +130,5 @@ class CleanupEntry : public std::enable_shared_from_this<CleanupEntry> {
   std::weak_ptr<CleanupEntry> parent_;
   std::vector<CleanupEntryPtr> items_;
 };
-
-// Adds two byte counts; an overflow of the signed 64-bit range stops the program with a message.
-int64_t addSizes(int64_t a, int64_t b);
 
 }  // namespace tw

@@ -5,7 +5,7 @@
 
 #include <utility>
 
-#include "app/Logger.h"
+#include "platform/Log.h"
 #include "fs/DirectorySize.h"
 #include "model/CleanupEntry.h"
 #include "model/XcodeEntries.h"
@@ -357,6 +357,12 @@ void DevFiles::updateCustomFolders(std::optional<std::filesystem::path> derivedD
   customArchivesFolderUrl_ = std::move(archivesFolder);
   startAccess(customDerivedDataFolderUrl_);
   startAccess(customArchivesFolderUrl_);
+}
+
+int64_t DevFiles::selectedSize() const {
+  int64_t total = 0;
+  for (const auto& [location, entry] : locations_) total = addSizes(total, entry->selectedSize());
+  return total;
 }
 
 int64_t DevFiles::totalSize() const {

@@ -116,10 +116,8 @@ class DevFiles : public std::enable_shared_from_this<DevFiles> {
   int64_t totalSize() const;
 
   // The deletion engine.
+  // What the ticked entries hold; the deletion itself is tw::deleteSelected (clean/).
   int64_t selectedSize() const;
-  // Deletes the ticked units one by one. A stop request ends the run between two units
-  // (never inside one); deleteFinished still follows.
-  void deleteSelected(bool dryRun, std::stop_token stop = {});
 
  private:
   DevFiles(std::filesystem::path userDeveloperFolderUrl,

@@ -6,7 +6,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
-#include "app/Logger.h"
+#include "platform/Log.h"
 #include "fs/Shell.h"
 #include "model/SimulatorRuntimeFileEntry.h"
 #include "model/SystemImages.h"

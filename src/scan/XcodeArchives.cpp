@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "app/Logger.h"
+#include "platform/Log.h"
 #include "model/XcodeEntries.h"
 #include "platform/Text.h"
 #include "scan/DevFiles.h"

@@ -10,7 +10,7 @@
 #include <limits>
 #include <system_error>
 
-#include "app/Logger.h"
+#include "platform/Log.h"
 #include "platform/FileDates.h"
 
 namespace tw::xcode {

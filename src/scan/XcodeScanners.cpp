@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "app/Logger.h"
+#include "platform/Log.h"
 #include "model/SystemImages.h"
 #include "model/XcodeEntries.h"
 #include "platform/Text.h"

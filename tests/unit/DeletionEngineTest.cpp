@@ -150,7 +150,7 @@ TEST_F(DeletionEngine, EachPathIsAUnitAndAFailedUnitIsReportedWhileTheRunGoesOn)
   add(Location::derivedData, leaf("Project", {one, vanished, three}));
   fs::remove(vanished);
 
-  devFiles->deleteSelected(false);
+  deleteSelected(*devFiles, false);
   EXPECT_THAT(delegate->events,
               ElementsAre("started", "deleting", "deleting", "failed: with text", "deleting", "finished"));
   EXPECT_THAT(delegate->units, ElementsAre(Unit{"Derived Data", "Project x", one, 1, 3},
@@ -168,7 +168,7 @@ TEST_F(DeletionEngine, EntriesThatDeleteWithoutAPathGetOneUnitWithoutURL) {
   add(Location::cloudStorage, std::make_shared<ReferenceOnlyEntry>());
   LogCapture log;
 
-  devFiles->deleteSelected(false);
+  deleteSelected(*devFiles, false);
   EXPECT_THAT(delegate->units, ElementsAre(Unit{"Platform Runtimes", "iOS 17.4 21E213", std::nullopt, 1, 1}));
   EXPECT_THAT(runtime->deletedWith, ElementsAre(std::nullopt));
   EXPECT_THAT(linesStartingWith(log, "Deleting "),
@@ -185,7 +185,7 @@ TEST_F(DeletionEngine, DryRunLeavesTheTreeByteIdenticalAndSaysSo) {
   const auto before = contentHashes(temp.path());
   LogCapture log;
 
-  devFiles->deleteSelected(true);
+  deleteSelected(*devFiles, true);
   EXPECT_EQ(contentHashes(temp.path()), before);
   const auto lines = linesStartingWith(log, "Deleting ");
   // Two projects and three folders under "Other" (one of them the link); the old documentation.
@@ -202,7 +202,7 @@ TEST_F(DeletionEngine, RemovesALinkNeverItsTarget) {
   fs::create_directory_symlink(target.parent_path(), link);
   add(Location::projectBuilds, leaf("Link", {link}));
 
-  devFiles->deleteSelected(false);
+  deleteSelected(*devFiles, false);
   EXPECT_THAT(delegate->failures, IsEmpty());
   EXPECT_FALSE(fs::exists(fs::symlink_status(link)));
   EXPECT_TRUE(fs::exists(target));

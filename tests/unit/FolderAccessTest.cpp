@@ -28,6 +28,15 @@ class FolderAccessTest : public ::testing::Test {
   FolderAccessTest() : host_(Host{.home = dir_ / "home", .temporaryDirectory = dir_.path(),
                                   .configDirectory = dir_ / "config"}) {}
 
+  // The preferences with `bookmark` (or none) stored for the folder under test.
+  GrantSettings& seeded(const std::optional<std::vector<uint8_t>>& bookmark) {
+    if (bookmark) {
+      Preferences::shared().setFolderBookmark(folder_, *bookmark);
+    } else {
+      Preferences::shared().removeFolderBookmark(folder_);
+    }
+    return Preferences::shared();
+  }
   std::optional<std::vector<uint8_t>> stored(const fs::path& folder) {
     return Preferences::shared().data(Preferences::bookmarkKey(folder));
   }
@@ -51,7 +60,7 @@ TEST_F(FolderAccessTest, StaleBookmarkIsReplacedBeforeTheFolderIsReturned) {
   fs::rename(dir_ / "replacement", real);
   ASSERT_TRUE(Bookmark::resolve(old).isStale);
 
-  EXPECT_EQ(acquireAccess(folder_, old, CancelPolicy::allowed, kMessage, &ui_), real);
+  EXPECT_EQ(acquireAccess(folder_, seeded(old), CancelPolicy::allowed, kMessage, &ui_), real);
 
   const auto fresh = stored(folder_);
   ASSERT_TRUE(fresh.has_value());
@@ -71,7 +80,7 @@ TEST_F(FolderAccessTest, WrongPickIsExplainedAndThePanelShownAgain) {
     return std::optional<fs::path>(folder_.string() + "/");
   });
 
-  EXPECT_EQ(acquireAccess(folder_, std::nullopt, CancelPolicy::notAllowed, kMessage, &ui_), folder_.string() + "/");
+  EXPECT_EQ(acquireAccess(folder_, seeded(std::nullopt), CancelPolicy::notAllowed, kMessage, &ui_), folder_.string() + "/");
 
   ASSERT_EQ(ui_.panels.size(), 2u);
   EXPECT_EQ(ui_.panels[1].folder, folder_);
@@ -87,35 +96,35 @@ TEST_F(FolderAccessTest, WrongPickIsExplainedAndThePanelShownAgain) {
 
 TEST_F(FolderAccessTest, CancelEndsWithoutGrantOnlyWhenAllowedAndBadBookmarksAreLogged) {
   ui_.answers.push_back([](long& response) { return response = 0, std::optional<fs::path>(); });
-  EXPECT_EQ(acquireAccess(folder_, std::vector<uint8_t>{'j', 'u', 'n', 'k'}, CancelPolicy::allowed, kMessage, &ui_),
-            std::nullopt);
+  const std::vector<uint8_t> junk{'j', 'u', 'n', 'k'};
+  EXPECT_EQ(acquireAccess(folder_, seeded(junk), CancelPolicy::allowed, kMessage, &ui_), std::nullopt);
   EXPECT_EQ(log_.lines(), (Lines{kWarning + "Failed to resolve bookmark: The bookmark couldn\u2019t be resolved "
                                             "because its data isn\u2019t in the correct format.",
                                  kWarning + "Didn't get folder from Open panel! Modal response: 0"}));
-  EXPECT_FALSE(stored(folder_).has_value());
+  EXPECT_EQ(stored(folder_), junk);  // nothing written on cancel
 
   log_.clear();
   ui_.answers.push_back([](long& response) { return response = -1000, std::optional<fs::path>(); });
   ui_.answers.push_back([&](long&) { return fs::create_directories(folder_), std::optional<fs::path>(folder_); });
-  EXPECT_EQ(acquireAccess(folder_, std::nullopt, CancelPolicy::notAllowed, kMessage, &ui_), folder_);
+  EXPECT_EQ(acquireAccess(folder_, seeded(std::nullopt), CancelPolicy::notAllowed, kMessage, &ui_), folder_);
   EXPECT_EQ(log_.lines(), Lines{kWarning + "Didn't get folder from Open panel! Modal response: -1000"});
   EXPECT_EQ(ui_.panels.size(), 3u);
 }
 
 TEST_F(FolderAccessTest, CommandLineUsesTheFolderOrItsBookmarkAndNeverAsks) {
-  EXPECT_EQ(acquireAccess(folder_, std::nullopt, CancelPolicy::allowed, kMessage, nullptr), std::nullopt);
+  EXPECT_EQ(acquireAccess(folder_, seeded(std::nullopt), CancelPolicy::allowed, kMessage, nullptr), std::nullopt);
   const fs::path granted = dir_ / "Granted";
   fs::create_directories(granted);
   const auto blob = Bookmark::create(granted);
-  EXPECT_EQ(acquireAccess(folder_, blob, CancelPolicy::notAllowed, kMessage, nullptr), granted);
+  EXPECT_EQ(acquireAccess(folder_, seeded(blob), CancelPolicy::notAllowed, kMessage, nullptr), granted);
   EXPECT_TRUE(log_.lines().empty());
   fs::remove(granted);
-  EXPECT_EQ(acquireAccess(folder_, blob, CancelPolicy::notAllowed, kMessage, nullptr), std::nullopt);
+  EXPECT_EQ(acquireAccess(folder_, seeded(blob), CancelPolicy::notAllowed, kMessage, nullptr), std::nullopt);
   EXPECT_EQ(log_.lines().size(), 1u);
   // An accessible folder is returned as it is, its bookmark left alone.
   fs::create_directories(folder_);
-  EXPECT_EQ(acquireAccess(folder_, blob, CancelPolicy::notAllowed, kMessage, nullptr), folder_);
-  EXPECT_FALSE(stored(folder_).has_value());
+  EXPECT_EQ(acquireAccess(folder_, seeded(blob), CancelPolicy::notAllowed, kMessage, nullptr), folder_);
+  EXPECT_EQ(stored(folder_), blob);
   EXPECT_TRUE(ui_.panels.empty());
 }
 
@@ -128,7 +137,7 @@ TEST_F(FolderAccessTest, PickedFolderWithoutWriteAccessIsRefusedWithAdvice) {
     ui_.answers.push_back([&](long&) { return std::optional<fs::path>(folder_); });
 
     std::string problems;
-    if (acquireAccess(folder_, blob, CancelPolicy::notAllowed, kMessage, &ui_)) problems += "granted\n";
+    if (acquireAccess(folder_, seeded(blob), CancelPolicy::notAllowed, kMessage, &ui_)) problems += "granted\n";
     if (stored(folder_)) problems += "bookmark kept\n";
     if (ui_.panels.size() != 1 || ui_.alerts.size() != 1) return problems + "panels or alerts differ\n";
     if (ui_.alerts[0].message != "Can't get access to " + folder_.string() + " folder" ||

@@ -221,7 +221,7 @@ TEST_F(ScanThreads, AStoppedDeletionFinishesTheUnitAtHandAndReportsTheEnd) {
   const std::vector<DeletionItem> units = makeDeletionList(*devFiles);
   ASSERT_GE(units.size(), 3u);
 
-  devFiles->deleteSelected(false, delegate->stop.get_token());
+  deleteSelected(*devFiles, false, delegate->stop.get_token());
   EXPECT_THAT(delegate->events, ElementsAre("started", "deleting 1", "deleting 2", "finished"));
   for (size_t index = 0; index < units.size(); ++index) {
     EXPECT_EQ(fs::exists(*units[index].url), index >= 2) << *units[index].url;

@@ -8,6 +8,7 @@
 #include "fs/Shell.h"
 #include "model/SimulatorRuntimeFileEntry.h"
 #include "platform/Host.h"
+#include "clean/DeletionEngine.h"
 #include "scan/DevFiles.h"
 #include "scan/SimulatorScanners.h"
 #include "support/StandInEnvironment.h"
@@ -165,11 +166,11 @@ TEST_F(SimulatorRuntimes, DeletingSelectedRuntimesRunsOneSimctlDeletePerUnit) {
   auto delegate = std::make_shared<RecordingDeleteDelegate>();
   devFiles->setDeleteDelegate(delegate);
   std::filesystem::remove(callLog);
-  devFiles->deleteSelected(true);  // dry run: the tool is never asked
+  deleteSelected(*devFiles, true);  // dry run: the tool is never asked
   EXPECT_EQ(readCallLog(callLog), std::vector<std::string>{});
 
   delegate->units.clear();
-  devFiles->deleteSelected(false);
+  deleteSelected(*devFiles, false);
   // One unit per path, one without a path for a runtime that has none; the last child first.
   EXPECT_EQ(delegate->units, (std::vector<std::string>{"Platform Runtimes: watchOS 10.2  (-) 1/2",
                                                        "Platform Runtimes: iOS 17.4  (iOS_21E213) 2/2"}));
