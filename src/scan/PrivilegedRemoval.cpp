@@ -3,9 +3,15 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#if defined(__APPLE__)
+#include <sys/mount.h>
+#include <sys/param.h>
+#endif
 
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -46,6 +52,50 @@ bool isMountRoot([[maybe_unused]] int folderFd, [[maybe_unused]] const std::stri
     return (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
   }
 #endif
+  return false;
+}
+
+// The mount points of the system as this process sees them.
+std::vector<std::string> mountPoints() {
+  std::vector<std::string> points;
+#if defined(__APPLE__)
+  struct statfs* mounts = nullptr;
+  const int count = ::getmntinfo(&mounts, MNT_NOWAIT);
+  for (int index = 0; index < count; ++index) points.emplace_back(mounts[index].f_mntonname);
+#else
+  // /proc/self/mountinfo: the fifth field is the mount point, with blanks, tabs, newlines and
+  // backslashes written as octal escapes.
+  std::ifstream mountinfo("/proc/self/mountinfo");
+  std::string line;
+  while (std::getline(mountinfo, line)) {
+    std::istringstream fields(line);
+    std::string field;
+    for (int index = 0; index < 5 && fields >> field; ++index) {
+    }
+    std::string point;
+    for (size_t at = 0; at < field.size(); ++at) {
+      if (field[at] == '\\' && at + 3 < field.size()) {
+        point += static_cast<char>(std::stoi(field.substr(at + 1, 3), nullptr, 8));
+        at += 3;
+      } else {
+        point += field[at];
+      }
+    }
+    points.push_back(std::move(point));
+  }
+#endif
+  return points;
+}
+
+// Whether a volume is mounted at `item` or anywhere inside it. The remover would refuse to
+// enter another device on its own, but a bind mount of the same volume looks like any folder;
+// nothing that runs as root may take that chance.
+bool holdsAMount(const std::string& item) {
+  for (const std::string& point : mountPoints()) {
+    if (point == item || (point.size() > item.size() && point.starts_with(item) && point[item.size()] == '/')) {
+      return true;
+    }
+  }
   return false;
 }
 
@@ -103,6 +153,7 @@ std::variant<Target, Refusal> check(std::string_view path) {
   if (itemStatus.st_dev != folderStatus.st_dev || isMountRoot(fd, name)) {
     return refuse(path, "it is another volume mounted there");
   }
+  if (holdsAMount(std::string(path))) return refuse(path, "another volume is mounted inside it");
   return target;
 }
 

@@ -2,7 +2,8 @@
 // Tidewell's own polkit action) agrees to remove, and the removal itself. It takes a path from
 // an unprivileged caller, so it trusts nothing in it: the path must name, exactly and without a
 // single symbolic link on the way, an item that the system-items scan lists directly inside
-// one of its privileged locations (SystemItems::privilegedLocations), on that location's volume.
+// one of its privileged locations (SystemItems::privilegedLocations), on that location's volume,
+// with no other volume mounted at it or anywhere inside it.
 #pragma once
 
 #include <string>
@@ -40,7 +41,7 @@ struct Refusal {
 // The target `path` stands for, or why it is refused: a relative path; an empty, "." or ".."
 // component; a path that is not an item the scan lists in a privileged location (locations
 // found through the host); a symbolic link anywhere in it; an item that does not exist; an
-// item on another volume than its location or that is itself a mount point.
+// item on another volume than its location, a mount point itself, or one holding a mount point.
 std::variant<Target, Refusal> check(std::string_view path);
 
 // Removes an accepted target with the race-safe remover, starting from the folder descriptor

@@ -1,6 +1,10 @@
 // The privileged remover's rules: which paths it accepts from an unprivileged caller, and that
 // a removal refused for safety never reaches the administrator runner.
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -106,6 +110,32 @@ TEST_F(PrivilegedRemovalCheck, RemovesTheCheckedItemEvenWhenItsFolderIsSwappedFo
   EXPECT_EQ(readFile(fixture.at("/elsewhere/Updates/041-12345/update.pkg")), "outside");
   EXPECT_EQ(fs::current_path(), workingFolder);
 }
+
+#if defined(__linux__)
+// A volume mounted at the item or inside it (a bind mount of the same file system included)
+// is refused. Mounting needs a private mount namespace, so each case runs in a child process.
+TEST_F(PrivilegedRemovalCheck, RefusesItemsThatAreOrHoldMountPoints) {
+  const fs::path item = updates / "041-12345";
+  fs::create_directories(item / "Payload" / "mnt");
+  for (const fs::path& mountPoint : {item, item / "Payload" / "mnt"}) {
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+          ::mount(fixture.at("/elsewhere").c_str(), mountPoint.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+        ::_exit(77);
+      }
+      ::_exit(verdict(item.string()).find("mounted") != std::string::npos ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no mount namespace for this user";
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "a mount at " << mountPoint << " was not refused";
+  }
+  EXPECT_EQ(verdict(item.string()), "accepted");
+}
+#endif
 
 #if defined(TIDEWELL_TEST_HOOKS)
 // Plain removal of an update fails; what the administrator runner gets to see depends on why.
