@@ -112,28 +112,62 @@ TEST_F(PrivilegedRemovalCheck, RemovesTheCheckedItemEvenWhenItsFolderIsSwappedFo
 }
 
 #if defined(__linux__)
+// Runs `body` in a child process with a private mount namespace in which `source` is mounted
+// at `mountPoint` (a bind mount, or a fresh tmpfs for an empty source). Returns the child's
+// exit status, or 77 when this user cannot have a mount namespace.
+template <typename Body>
+int withMount(const fs::path& source, const fs::path& mountPoint, Body body) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const bool mounted = ::unshare(CLONE_NEWNS) == 0 &&
+                         ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                         (source.empty() ? ::mount("tmpfs", mountPoint.c_str(), "tmpfs", 0, nullptr)
+                                         : ::mount(source.c_str(), mountPoint.c_str(), nullptr, MS_BIND, nullptr)) == 0;
+    ::_exit(mounted ? body() : 77);
+  }
+  int status = 0;
+  if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
+  return WEXITSTATUS(status);
+}
+
 // A volume mounted at the item or inside it (a bind mount of the same file system included)
-// is refused. Mounting needs a private mount namespace, so each case runs in a child process.
+// is refused.
 TEST_F(PrivilegedRemovalCheck, RefusesItemsThatAreOrHoldMountPoints) {
   const fs::path item = updates / "041-12345";
   fs::create_directories(item / "Payload" / "mnt");
   for (const fs::path& mountPoint : {item, item / "Payload" / "mnt"}) {
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-      if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-          ::mount(fixture.at("/elsewhere").c_str(), mountPoint.c_str(), nullptr, MS_BIND, nullptr) != 0) {
-        ::_exit(77);
-      }
-      ::_exit(verdict(item.string()).find("mounted") != std::string::npos ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status));
-    if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no mount namespace for this user";
-    EXPECT_EQ(WEXITSTATUS(status), 0) << "a mount at " << mountPoint << " was not refused";
+    const int status = withMount(fixture.at("/elsewhere"), mountPoint,
+                                 [&] { return verdict(item.string()).find("mounted") != std::string::npos ? 0 : 1; });
+    if (status == 77) GTEST_SKIP() << "no mount namespace for this user";
+    EXPECT_EQ(status, 0) << "a mount at " << mountPoint << " was not refused";
   }
   EXPECT_EQ(verdict(item.string()), "accepted");
+}
+
+// Another volume inside an installer: plain removal refuses to enter it, and that refusal is
+// final. The stand-in pkexec would really run what it is given, so a fallback would empty it.
+TEST(PrivilegedFallback, AnotherVolumeInsideTheItemIsNeverHandedToTheAdministrator) {
+  test::CatalogueFixture fixture;
+  ScopedAdministratorRunner polkit{AdministratorRunner::polkit};
+  const fs::path item = fixture.at("/Applications/Install macOS Sonoma.app");
+  const fs::path volume = item / "Contents" / "SharedSupport" / "Volume";
+  const fs::path calls = fixture.root() / "pkexec-calls";
+  writeFile(item / "Contents" / "Info.plist", "i");
+  fs::create_directories(volume);
+  test::writeStandInTool(fixture.root(), "/usr/bin/pkexec",
+                         "echo \"$@\" >> " + shellQuoted(calls.string()) + "\nexec \"$@\"");
+  const int status = withMount({}, volume, [&] {
+    writeFile(volume / "precious", "p");
+    PrivilegedFileEntry entry{"Install macOS Sonoma.app", "", "installer"};
+    try {
+      entry.deleteItem(item);
+    } catch (const RemovalError& error) {
+      if (error.kind() != RemovalFailure::safety || error.code() != EXDEV) return 2;
+    }
+    return fs::exists(volume / "precious") && !fs::exists(calls) ? 0 : 1;
+  });
+  if (status == 77) GTEST_SKIP() << "no mount namespace for this user";
+  EXPECT_EQ(status, 0) << "1: the other volume was emptied or pkexec was called; 2: not a safety refusal";
 }
 #endif
 
