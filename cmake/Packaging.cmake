@@ -12,8 +12,18 @@ set(TIDEWELL_INSTALL_CONTENTS "${TIDEWELL_INSTALL_DIR}/Tidewell.app/Contents")
 set(TIDEWELL_PACKAGING_DIR "${PROJECT_SOURCE_DIR}/packaging")
 set(TIDEWELL_PACKAGE_MAINTAINER "The Tidewell developers <developers@tidewell.dev>")
 
-# Hardened like every binary Debian builds itself (lintian checks for each of these).
-get_property(tidewell_targets DIRECTORY "${PROJECT_SOURCE_DIR}/src" PROPERTY BUILDSYSTEM_TARGETS)
+# Hardened like every binary Debian builds itself (lintian checks for each of these): every
+# target below src/, including those of subfolders added later.
+function(tidewell_targets_below directory result)
+  get_property(targets DIRECTORY "${directory}" PROPERTY BUILDSYSTEM_TARGETS)
+  get_property(subdirectories DIRECTORY "${directory}" PROPERTY SUBDIRECTORIES)
+  foreach(subdirectory ${subdirectories})
+    tidewell_targets_below("${subdirectory}" below)
+    list(APPEND targets ${below})
+  endforeach()
+  set(${result} ${targets} PARENT_SCOPE)
+endfunction()
+tidewell_targets_below("${PROJECT_SOURCE_DIR}/src" tidewell_targets)
 foreach(target ${tidewell_targets})
   get_target_property(type ${target} TYPE)
   if(type MATCHES "EXECUTABLE|LIBRARY")
@@ -50,10 +60,18 @@ install(FILES "${TIDEWELL_PACKAGING_DIR}/${TIDEWELL_BUNDLE_IDENTIFIER}.policy" D
 
 # The manual page and the changelog, compressed the way Debian wants them (-n: no name and no
 # time stamp inside, so the package is reproducible).
-file(STRINGS "${TIDEWELL_PACKAGING_DIR}/changelog" changelog_head LIMIT_COUNT 1)
-if(NOT changelog_head MATCHES "^tidewell \\(${PROJECT_VERSION}\\) ")
-  message(FATAL_ERROR "packaging/changelog does not start with version ${PROJECT_VERSION}: ${changelog_head}")
-endif()
+# The version is written by hand in three packaging files; a release that forgets one stops here.
+foreach(check "changelog|^tidewell \\(${PROJECT_VERSION}\\) "
+              "tidewell.1|^\\.TH TIDEWELL 1 .*\"Tidewell ${PROJECT_VERSION}\""
+              "${TIDEWELL_BUNDLE_IDENTIFIER}.metainfo.xml|<release version=\"${PROJECT_VERSION}\"")
+  string(REPLACE "|" ";" check "${check}")
+  list(GET check 0 file)
+  list(GET check 1 pattern)
+  file(STRINGS "${TIDEWELL_PACKAGING_DIR}/${file}" matching REGEX "${pattern}")
+  if(NOT matching)
+    message(FATAL_ERROR "packaging/${file} does not name version ${PROJECT_VERSION}")
+  endif()
+endforeach()
 set(tidewell_compressed "")
 foreach(pair "tidewell.1|tidewell.1.gz" "changelog|changelog.gz")
   string(REPLACE "|" ";" pair "${pair}")
