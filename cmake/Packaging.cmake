@@ -131,6 +131,7 @@ set(TIDEWELL_RUNTIME_RECOMMENDS
     "pkexec"               # administrator rights for system items (downloaded updates, installers)
     "polkitd"              # the authority pkexec asks, with Tidewell's own action
     "notification-daemon"  # shows the reminders to scan again (any freedesktop notification server)
+    "qt6-wayland"          # a native window on Wayland desktops (without it Qt goes through XWayland)
 )
 list(JOIN TIDEWELL_RUNTIME_DEPENDS ", " CPACK_DEBIAN_PACKAGE_DEPENDS)
 list(JOIN TIDEWELL_RUNTIME_RECOMMENDS ", " CPACK_DEBIAN_PACKAGE_RECOMMENDS)
