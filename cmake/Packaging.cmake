@@ -26,7 +26,7 @@ endfunction()
 tidewell_targets_below("${PROJECT_SOURCE_DIR}/src" tidewell_targets)
 foreach(target ${tidewell_targets})
   get_target_property(type ${target} TYPE)
-  if(type MATCHES "EXECUTABLE|LIBRARY")
+  if(type MATCHES "^(EXECUTABLE|STATIC_LIBRARY|SHARED_LIBRARY|MODULE_LIBRARY|OBJECT_LIBRARY)$")
     target_compile_options(${target} PRIVATE -fstack-protector-strong -fstack-clash-protection
                                              $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
     set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
