@@ -200,6 +200,8 @@ TEST(PrivilegedFallback, OnlyALackOfRightsReachesTheAdministratorRunner) {
     EXPECT_EQ(error.kind(), RemovalFailure::safety) << error.what();
   }
   removeItemBeforeOpeningFolderHook = nullptr;
+  // Nor is an item that is gone: more rights would only turn the failure into a false success.
+  EXPECT_THROW(entry.deleteItem(updates / "041-gone"), RemovalError);
   EXPECT_FALSE(fs::exists(calls)) << readFile(calls);
 
   // A lack of rights goes to the installed privileged remover when there is one, and to the
