@@ -60,6 +60,22 @@ std::string displayName(std::string_view name) {
   return text;
 }
 
+// The kind of a failure the system reported. A kernel refusing a link (ELOOP from O_NOFOLLOW or
+// RESOLVE_NO_SYMLINKS) or a crossing into another mount (EXDEV) refused for safety, whatever
+// rights the caller has.
+RemovalFailure failureKindOf(int code) {
+  switch (code) {
+    case EACCES:
+    case EPERM:
+      return RemovalFailure::permission;
+    case ELOOP:
+    case EXDEV:
+      return RemovalFailure::safety;
+    default:
+      return RemovalFailure::other;
+  }
+}
+
 std::string describeFailure(int code, std::string_view name) {
   const std::string quoted = "\u201C" + displayName(name) + "\u201D";
   switch (code) {
@@ -110,7 +126,8 @@ class Remover {
   Remover& operator=(const Remover&) = delete;
 
   void run();
-  const std::optional<FileSystemError>& firstFailure() const { return firstFailure_; }
+  // The first failure, of the kind of the whole removal; absent when everything went.
+  std::optional<RemovalError> failure() const;
 
  private:
   enum class Outcome { removed, failed, descend };
@@ -123,6 +140,7 @@ class Remover {
   void push(Folder folder);
   void close(Folder& folder);
   void fail(int code, std::filesystem::path where, std::string_view name);
+  void fail(int code, std::filesystem::path where, std::string_view name, RemovalFailure kind);
   // Path of the folder at stack index `levels - 1` (the selected item for 1).
   std::filesystem::path pathOf(size_t levels) const;
   std::filesystem::path entryPath(std::string_view name) const {
@@ -135,7 +153,8 @@ class Remover {
   std::vector<Folder> stack_;
   size_t lowestOpen_ = 0;  // folders at this index and deeper are open
   std::optional<dev_t> device_;
-  std::optional<FileSystemError> firstFailure_;
+  std::optional<RemovalError> firstFailure_;
+  bool refusedForSafety_ = false;
 };
 
 std::filesystem::path Remover::pathOf(size_t levels) const {
@@ -145,7 +164,18 @@ std::filesystem::path Remover::pathOf(size_t levels) const {
 }
 
 void Remover::fail(int code, std::filesystem::path where, std::string_view name) {
-  if (!firstFailure_) firstFailure_.emplace(describeFailure(code, name), code, std::move(where));
+  fail(code, std::move(where), name, failureKindOf(code));
+}
+
+void Remover::fail(int code, std::filesystem::path where, std::string_view name, RemovalFailure kind) {
+  if (kind == RemovalFailure::safety) refusedForSafety_ = true;
+  if (!firstFailure_) firstFailure_.emplace(describeFailure(code, name), code, std::move(where), kind);
+}
+
+std::optional<RemovalError> Remover::failure() const {
+  if (!firstFailure_) return std::nullopt;
+  const RemovalFailure kind = refusedForSafety_ ? RemovalFailure::safety : firstFailure_->kind();
+  return RemovalError(firstFailure_->what(), firstFailure_->code(), firstFailure_->path(), kind);
 }
 
 void Remover::close(Folder& folder) {
@@ -226,7 +256,7 @@ Remover::Outcome Remover::removeEntry(int dirFd, const std::string& name, unsign
     folder.stream = stream;
     return Outcome::descend;
   }
-  fail(kChangedWhileRemoving, entryPath(name), name);
+  fail(kChangedWhileRemoving, entryPath(name), name, RemovalFailure::safety);
   return Outcome::failed;
 }
 
@@ -301,7 +331,7 @@ void Remover::finishTop() {
   const int parentFd = index == 0 ? baseFd_ : openFolderAt(index - 1);
   if (parentFd < 0) {
     // The chain above was moved away while it was being emptied; nothing can be reached safely.
-    fail(kChangedWhileRemoving, pathOf(index), stack_[index - 1].name);
+    fail(kChangedWhileRemoving, pathOf(index), stack_[index - 1].name, RemovalFailure::safety);
     for (auto& folder : stack_) close(folder);
     stack_.clear();
     return;
@@ -362,18 +392,20 @@ void removeItem(const std::filesystem::path& path) {
   const size_t slash = text.rfind('/');
   const std::string name = slash == std::string::npos ? text : text.substr(slash + 1);
   const std::string parent = slash == std::string::npos ? "." : slash == 0 ? "/" : text.substr(0, slash);
-  if (name.empty()) throw FileSystemError(describeFailure(ENOENT, name), ENOENT, path);
-  if (name == "." || name == ".." || text == "/") throw FileSystemError(describeFailure(EINVAL, name), EINVAL, path);
+  if (name.empty()) throw RemovalError(describeFailure(ENOENT, name), ENOENT, path, RemovalFailure::other);
+  if (name == "." || name == ".." || text == "/") {
+    throw RemovalError(describeFailure(EINVAL, name), EINVAL, path, RemovalFailure::safety);
+  }
 
   // The folders leading to the item are taken as given; from the item down nothing is followed.
   const int baseFd = ::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (baseFd < 0) {
     const int code = errno;
-    throw FileSystemError(describeFailure(code == ENOTDIR ? ENOENT : code, name), code, path);
+    throw RemovalError(describeFailure(code == ENOTDIR ? ENOENT : code, name), code, path, failureKindOf(code));
   }
   Remover remover(path, baseFd, name);
   remover.run();
-  if (remover.firstFailure()) throw *remover.firstFailure();
+  if (auto failure = remover.failure()) throw *failure;
 }
 
 }  // namespace tw

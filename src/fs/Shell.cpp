@@ -211,12 +211,26 @@ Result run(const std::string& executablePath, const std::vector<std::string>& ar
 CommandError::CommandError(std::string command, std::string output)
     : Error("Command failed: " + command + "\n" + output), command_(std::move(command)), output_(std::move(output)) {}
 
-void runAsAdministrator(const std::string& command) {
-  const AdministratorRunner runner = currentAdministratorRunner();
-  AdministratorInvocation invocation = administratorInvocation(runner, command);
+namespace {
+
+void runInvocation(AdministratorRunner runner, const AdministratorInvocation& invocation, const std::string& command) {
   Result result = run(invocation.executablePath, invocation.arguments);
   if (result.status == 0) return;
   throw CommandError(command, administratorFailureOutput(runner, result.status, std::move(result.output)));
+}
+
+}  // namespace
+
+void runAsAdministrator(const std::string& command) {
+  const AdministratorRunner runner = currentAdministratorRunner();
+  runInvocation(runner, administratorInvocation(runner, command), command);
+}
+
+void runAsAdministrator(const std::string& executablePath, const std::vector<std::string>& arguments) {
+  const AdministratorRunner runner = currentAdministratorRunner();
+  std::string command = quoteForShell(executablePath);
+  for (const std::string& argument : arguments) command += " " + quoteForShell(argument);
+  runInvocation(runner, administratorProgramInvocation(runner, executablePath, arguments), command);
 }
 
 }  // namespace tw::Shell

@@ -34,4 +34,9 @@ class CommandError : public Error {
 // credential prompt. Throws CommandError when the runner fails or the user cancels.
 void runAsAdministrator(const std::string& command);
 
+// Runs the program at an absolute path with its arguments with administrator rights, with no
+// shell in between where the platform's runner allows it. The error names the program and its
+// arguments, each quoted for the shell.
+void runAsAdministrator(const std::string& executablePath, const std::vector<std::string>& arguments);
+
 }  // namespace tw::Shell

@@ -5,6 +5,7 @@
 #include "fs/DirectorySize.h"
 #include "fs/RemoveItem.h"
 #include "fs/Shell.h"
+#include "platform/AdministratorRunner.h"
 
 namespace tw {
 namespace {
@@ -31,16 +32,11 @@ void TimeMachineSnapshotFileEntry::deleteItem(const std::optional<std::filesyste
 }
 
 std::string privilegedRemovalCommand(const std::filesystem::path& path) {
-  std::string quoted = "'";
-  for (char character : path.string()) {
-    if (character == '\'') {
-      quoted += "'\\''";
-    } else {
-      quoted += character;
-    }
-  }
-  quoted += "'";
-  return "/bin/rm -rf " + quoted;
+#if defined(__APPLE__)
+  return "/bin/rm -rf -x -- " + quoteForShell(path.string());
+#else
+  return "/bin/rm -rf --one-file-system --preserve-root=all -- " + quoteForShell(path.string());
+#endif
 }
 
 void PrivilegedFileEntry::deleteItem(const std::optional<std::filesystem::path>& path) {
@@ -48,11 +44,19 @@ void PrivilegedFileEntry::deleteItem(const std::optional<std::filesystem::path>&
   try {
     removeItem(*path);
     return;
-  } catch (const std::exception&) {
-    // Updates and installers usually belong to the system: try again with administrator
-    // rights. Only the outcome of that second attempt is reported.
+  } catch (const RemovalError& error) {
+    // Updates and installers usually belong to the system, so a lack of rights is worth a
+    // password prompt. Nothing else is: a refusal for safety (a link, another volume, a folder
+    // that changed while it was being removed) must stand, and more rights do not bring back
+    // a vanished item or make a read-only volume writable. Only the outcome of the second
+    // attempt is reported.
+    if (error.kind() != RemovalFailure::permission) throw;
   }
-  Shell::runAsAdministrator(privilegedRemovalCommand(*path));
+  if (const std::filesystem::path remover = installedPrivilegedRemover(); !remover.empty()) {
+    Shell::runAsAdministrator(remover.string(), {path->string()});
+  } else {
+    Shell::runAsAdministrator(privilegedRemovalCommand(*path));
+  }
 }
 
 CloudSyncFolderEntry::CloudSyncFolderEntry(std::string label, std::filesystem::path folderUrl, std::string tooltipText)

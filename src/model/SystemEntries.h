@@ -31,16 +31,20 @@ class TimeMachineSnapshotFileEntry : public CleanupEntry {
   std::string snapshotDate_;
 };
 
-// An item that the user may not own: removed plainly when possible, else with administrator
-// rights ("/bin/rm -rf" after the system's credential prompt).
+// An item that the user may not own: removed plainly when possible; when that fails for lack of
+// rights only, removed with administrator rights after the system's credential prompt, by the
+// installed privileged remover or, where there is none (a development build), by "/bin/rm -rf"
+// kept on one file system.
 class PrivilegedFileEntry : public CleanupEntry {
  public:
   using CleanupEntry::CleanupEntry;
   void deleteItem(const std::optional<std::filesystem::path>& path) override;
 };
 
-// The shell command that removes `path` with administrator rights: the path in single quotes,
-// each single quote inside it written as '\''.
+// The shell command that removes `path` with administrator rights where no privileged remover
+// is installed: rm kept on the item's own file system (-x on macOS; --one-file-system on Linux,
+// with --preserve-root=all so that an item that is itself a mount point is refused), the path
+// in single quotes, each single quote inside it written as '\''.
 std::string privilegedRemovalCommand(const std::filesystem::path& path);
 
 // A folder kept in sync by a cloud client. Its size is measured and shown but never

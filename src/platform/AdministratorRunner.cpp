@@ -1,6 +1,11 @@
 #include "platform/AdministratorRunner.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <atomic>
+
+#include "platform/Host.h"
 
 namespace tw {
 namespace {
@@ -46,6 +51,40 @@ AdministratorInvocation administratorInvocation(AdministratorRunner runner, cons
       return {kPkexec, {kShell, "-c", command}};
   }
   return {kPkexec, {kShell, "-c", command}};
+}
+
+std::string quoteForShell(std::string_view text) {
+  std::string quoted = "'";
+  for (char character : text) {
+    if (character == '\'') {
+      quoted += "'\\''";
+    } else {
+      quoted += character;
+    }
+  }
+  quoted += "'";
+  return quoted;
+}
+
+AdministratorInvocation administratorProgramInvocation(AdministratorRunner runner, const std::string& program,
+                                                       const std::vector<std::string>& arguments) {
+  if (runner == AdministratorRunner::polkit) {
+    AdministratorInvocation invocation{kPkexec, {program}};
+    invocation.arguments.insert(invocation.arguments.end(), arguments.begin(), arguments.end());
+    return invocation;
+  }
+  std::string command = quoteForShell(program);
+  for (const std::string& argument : arguments) command += " " + quoteForShell(argument);
+  return administratorInvocation(runner, command);
+}
+
+std::filesystem::path installedPrivilegedRemover() {
+  const std::filesystem::path remover = Host::current().system(kPrivilegedRemoverPath);
+  struct stat status {};
+  if (::stat(remover.c_str(), &status) != 0 || !S_ISREG(status.st_mode) || ::access(remover.c_str(), X_OK) != 0) {
+    return {};
+  }
+  return remover;
 }
 
 std::string administratorFailureOutput(AdministratorRunner runner, int status, std::string output) {

@@ -5,6 +5,7 @@
 // a non-zero status into a command error; this file only knows the runners' conventions.
 #pragma once
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -30,6 +31,24 @@ std::string appleScriptAdministratorScript(std::string_view command);
 
 // appleScript: "/usr/bin/osascript" "-e" <script>; polkit: "/usr/bin/pkexec" "/bin/sh" "-c" <command>.
 AdministratorInvocation administratorInvocation(AdministratorRunner runner, const std::string& command);
+
+// One program with its arguments, no shell in between where the runner allows it.
+// polkit: "/usr/bin/pkexec" <program> <arguments...>, so the prompt is the one of the polkit
+// action that names the program; appleScript: the words shell-quoted into a shell command.
+AdministratorInvocation administratorProgramInvocation(AdministratorRunner runner, const std::string& program,
+                                                       const std::vector<std::string>& arguments);
+
+// `text` in single quotes for /bin/sh, each single quote inside written as '\''.
+std::string quoteForShell(std::string_view text);
+
+// Where the package installs the narrow remover that runs with administrator rights. The
+// polkit action "dev.tidewell.Tidewell.remove-system-item" names this very path, so pkexec
+// asks with Tidewell's own message and nothing else can be run under that action.
+inline constexpr const char* kPrivilegedRemoverPath = "/usr/lib/tidewell/tidewell-privileged-remove";
+
+// The installed privileged remover on this host (an executable file at kPrivilegedRemoverPath
+// below the host's root); empty where it is not installed, as in a development build.
+std::filesystem::path installedPrivilegedRemover();
 
 // The text a failed run reports: what the runner printed. pkexec ends with 126 when the
 // prompt was dismissed and 127 when the user is not authorised; if it printed nothing then,

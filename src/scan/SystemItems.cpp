@@ -95,7 +95,24 @@ bool isFolder(const path& item) {
   return ::lstat(item.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
+bool isUpdatePackage(std::string_view name) { return !name.starts_with('.') && name != "index.plist"; }
+
+bool isOSInstaller(std::string_view name) {
+  return name.starts_with("Install macOS") && path(name).extension() == ".app";
+}
+
+constexpr PrivilegedLocation kPrivilegedLocations[] = {
+    {"/Library/Updates", isUpdatePackage,
+     "Downloaded macOS update package. Deleting requires admin rights; macOS will re-download the update if still "
+     "needed.",
+     true},
+    {"/Applications", isOSInstaller,
+     "Full macOS installer application. Can be re-downloaded from the App Store or with \"softwareupdate\".", false},
+};
+
 }  // namespace
+
+std::span<const PrivilegedLocation> privilegedLocations() { return kPrivilegedLocations; }
 
 std::vector<std::string> parseLocalSnapshots(std::string_view listing) {
   std::vector<std::string> dates;
@@ -152,29 +169,17 @@ CleanupEntryPtr trash() {
 CleanupEntryPtr updatesAndInstallers() {
   const Host& host = Host::current();
   std::vector<CleanupEntryPtr> items;
-
-  const path updates = host.system("/Library/Updates");
-  for (const std::string& name : visibleNames(updates)) {
-    if (name == "index.plist") continue;
-    const path item = updates / name;
-    auto entry = std::make_shared<PrivilegedFileEntry>(
-        name, DevCaches::abbreviatedPath(item),
-        "Downloaded macOS update package. Deleting requires admin rights; macOS will re-download the update if "
-        "still needed.",
-        CleanupEntry::Icon::system(kComputerIcon), true, false);
-    entry->addPath(item);
-    items.push_back(entry);
-  }
-
-  const path applications = host.system("/Applications");
-  for (const std::string& name : visibleNames(applications)) {
-    if (!name.starts_with("Install macOS") || path(name).extension() != ".app") continue;
-    auto entry = std::make_shared<PrivilegedFileEntry>(
-        name, "",
-        "Full macOS installer application. Can be re-downloaded from the App Store or with \"softwareupdate\".",
-        CleanupEntry::Icon::system(kComputerIcon), true, false);
-    entry->addPath(applications / name);
-    items.push_back(entry);
+  for (const PrivilegedLocation& location : privilegedLocations()) {
+    const path folder = host.system(location.folder);
+    for (const std::string& name : visibleNames(folder)) {
+      if (!location.listsItem(name)) continue;
+      const path item = folder / name;
+      auto entry = std::make_shared<PrivilegedFileEntry>(
+          name, location.showsPath ? DevCaches::abbreviatedPath(item) : std::string(), location.tooltip,
+          CleanupEntry::Icon::system(kComputerIcon), true, false);
+      entry->addPath(item);
+      items.push_back(entry);
+    }
   }
 
   items = DevCaches::measuredLargeEnough(std::move(items));

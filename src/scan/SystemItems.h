@@ -3,6 +3,7 @@
 // together.
 #pragma once
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,6 +11,19 @@
 #include "model/CleanupEntry.h"
 
 namespace tw::SystemItems {
+
+// A folder of system items that may need administrator rights to remove (downloaded OS
+// updates, full OS installers) and which of its items the scan lists. The privileged remover
+// accepts exactly these items and nothing else, so the scan and the remover read this one table.
+struct PrivilegedLocation {
+  const char* folder;                        // absolute system path, found through the host
+  bool (*listsItem)(std::string_view name);  // the item names the scan lists (never hidden ones)
+  const char* tooltip;                       // tooltip text of each listed item
+  bool showsPath;                            // whether an item shows its path as extra information
+};
+
+// The privileged locations in the order the scan lists their items.
+std::span<const PrivilegedLocation> privilegedLocations();
 
 // Snapshot date stamps from the output of "tmutil listlocalsnapshots /", in output order.
 std::vector<std::string> parseLocalSnapshots(std::string_view listing);

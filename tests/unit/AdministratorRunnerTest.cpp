@@ -75,6 +75,24 @@ TEST_F(RunAsAdministrator, FailingCommandRaisesErrorWithUnescapedCommandAndOutpu
   }
 }
 
+// A program run with its own arguments (the privileged remover): pkexec gets them as separate
+// arguments, the AppleScript runner as one shell command; the program sees them unchanged.
+TEST_F(RunAsAdministrator, EachRunnerHandsTheProgramItsArgumentsUnchanged) {
+  test::writeStandInOsascript(root.path(), root / "received-command");
+  test::writeStandInPkexec(root.path(), root / "pkexec-arguments");
+  const std::filesystem::path program = test::writeStandInTool(
+      root.path(), "/usr/lib/tidewell/remover", "printf '%s|' \"$@\" > " + test::shellQuoted((root / "got").string()));
+  const std::vector<std::string> arguments{"/Applications/Install macOS 'Big' \"Sur\" $(x) \\.app", "-rf"};
+  for (auto flavour : {AdministratorRunner::appleScript, AdministratorRunner::polkit}) {
+    ScopedAdministratorRunner runner(flavour);
+    std::filesystem::remove(root / "got");
+    EXPECT_NO_THROW(Shell::runAsAdministrator(program.string(), arguments));
+    EXPECT_EQ(readFile(root / "got"), arguments[0] + "|" + arguments[1] + "|");
+  }
+  EXPECT_EQ(readFile(root / "pkexec-arguments"), program.string() + std::string(1, '\0') + arguments[0] +
+                                                     std::string(1, '\0') + arguments[1] + std::string(1, '\0'));
+}
+
 TEST_F(RunAsAdministrator, DismissedOrRefusedPkexecPromptBecomesCommandError) {
   ScopedAdministratorRunner runner(AdministratorRunner::polkit);
   auto run = [] { Shell::runAsAdministrator("/bin/rm -rf '/Library/Updates/041-12345'"); };

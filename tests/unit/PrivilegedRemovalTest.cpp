@@ -1,0 +1,235 @@
+// The privileged remover's rules: which paths it accepts from an unprivileged caller, and that
+// a removal refused for safety never reaches the administrator runner.
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <variant>
+
+#include "fs/RemoveItem.h"
+#include "fs/Shell.h"
+#include "model/SystemEntries.h"
+#include "platform/AdministratorRunner.h"
+#include "scan/PrivilegedRemoval.h"
+#include "support/CatalogueFixture.h"
+#include "support/StandInTools.h"
+#include "support/TempDir.h"
+
+namespace tw {
+namespace {
+
+namespace fs = std::filesystem;
+using test::readFile;
+using test::shellQuoted;
+using test::writeFile;
+
+class PrivilegedRemovalCheck : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    writeFile(updates / "041-12345" / "update.pkg", "pkg");
+    writeFile(updates / "index.plist", "<plist/>");
+    writeFile(updates / ".hidden" / "x", "x");
+    writeFile(fixture.at("/Applications/Install macOS Sonoma.app/Contents/Info.plist"), "i");
+    writeFile(fixture.at("/Applications/Xcode.app/Contents/Info.plist"), "x");
+    writeFile(fixture.at("/elsewhere/Updates/041-12345/update.pkg"), "outside");
+    fs::create_directory_symlink(fixture.at("/elsewhere/Updates"), fixture.at("/Library/Linked"));
+    fs::create_directory_symlink(fixture.at("/elsewhere"), fixture.at("/Shortcut"));
+    fs::create_directory_symlink(fixture.at("/elsewhere/Updates/041-12345"), updates / "041-link");
+  }
+
+  // The refusal text, or "accepted".
+  static std::string verdict(const std::string& path) {
+    auto checked = PrivilegedRemoval::check(path);
+    if (auto* refusal = std::get_if<PrivilegedRemoval::Refusal>(&checked)) return refusal->reason;
+    return "accepted";
+  }
+
+  test::CatalogueFixture fixture;
+  fs::path updates = fixture.at("/Library/Updates");
+};
+
+TEST_F(PrivilegedRemovalCheck, AcceptsOnlyListedItemsReachedWithoutLinks) {
+  const std::string root = fixture.root().string();
+  struct Case {
+    std::string path;
+    std::string expected;  // "accepted" or a part of the refusal
+  };
+  const Case cases[] = {
+      {root + "/Library/Updates/041-12345", "accepted"},
+      {root + "/Applications/Install macOS Sonoma.app", "accepted"},
+      {"Library/Updates/041-12345", "not an absolute path"},
+      {root + "/Library/Updates/../Updates/041-12345", "components"},
+      {root + "/Library/Updates/./041-12345", "components"},
+      {root + "/Library//Updates/041-12345", "components"},
+      {root + "/Library/Updates/041-12345/", "components"},
+      {root + "/Library/Updates/041-12345/update.pkg", "not a system item"},
+      {root + "/Library/Updates", "not a system item"},
+      {root + "/Library/Updates/index.plist", "not a system item"},
+      {root + "/Library/Updates/.hidden", "not a system item"},
+      {root + "/Applications/Xcode.app", "not a system item"},
+      {root + "/elsewhere/Updates/041-12345", "not a system item"},
+      {"/Library/Updates/041-12345", "not a system item"},  // the real one, outside this host's root
+      {root + "/Library/Updates/041-link", "symbolic link"},
+      {root + "/Library/Updates/041-missing", "No such file"},
+  };
+  for (const Case& test : cases) {
+    const std::string result = verdict(test.path);
+    EXPECT_NE(result.find(test.expected), std::string::npos) << test.path << ": " << result;
+  }
+
+  // A link anywhere on the way: the location folder itself, or a folder above it.
+  fs::rename(updates, fixture.at("/Library/Updates.real"));
+  fs::create_directory_symlink(fixture.at("/elsewhere/Updates"), updates);
+  EXPECT_NE(verdict(root + "/Library/Updates/041-12345").find("symbolic link"), std::string::npos);
+  fs::remove(updates);
+  fs::rename(fixture.at("/Library/Updates.real"), updates);
+  const fs::path viaLink = fixture.root().parent_path() / "via";
+  fs::create_directory_symlink(fixture.root(), viaLink);
+  {
+    ScopedHost linkedRoot(Host{.home = fixture.home(), .root = viaLink});
+    EXPECT_NE(verdict(viaLink.string() + "/Library/Updates/041-12345").find("symbolic link"), std::string::npos);
+  }
+  EXPECT_EQ(readFile(fixture.at("/elsewhere/Updates/041-12345/update.pkg")), "outside");
+}
+
+TEST_F(PrivilegedRemovalCheck, RemovesTheCheckedItemEvenWhenItsFolderIsSwappedForALinkAfterwards) {
+  auto checked = PrivilegedRemoval::check((updates / "041-12345").string());
+  ASSERT_TRUE(std::holds_alternative<PrivilegedRemoval::Target>(checked));
+  // After the check, the location folder is moved away and a link to an outside copy takes
+  // its place: the removal still happens in the folder that was checked.
+  fs::rename(updates, fixture.at("/Library/Moved"));
+  fs::create_directory_symlink(fixture.at("/elsewhere/Updates"), updates);
+  const fs::path workingFolder = fs::current_path();
+  PrivilegedRemoval::remove(std::get<PrivilegedRemoval::Target>(checked));
+  EXPECT_FALSE(fs::exists(fixture.at("/Library/Moved/041-12345")));
+  EXPECT_TRUE(fs::exists(fixture.at("/Library/Moved/index.plist")));
+  EXPECT_EQ(readFile(fixture.at("/elsewhere/Updates/041-12345/update.pkg")), "outside");
+  EXPECT_EQ(fs::current_path(), workingFolder);
+}
+
+#if defined(__linux__)
+// Runs `body` in a child process with a private mount namespace in which `source` is mounted
+// at `mountPoint` (a bind mount, or a fresh tmpfs for an empty source). Returns the child's
+// exit status, or 77 when this user cannot have a mount namespace.
+template <typename Body>
+int withMount(const fs::path& source, const fs::path& mountPoint, Body body) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const bool mounted = ::unshare(CLONE_NEWNS) == 0 &&
+                         ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                         (source.empty() ? ::mount("tmpfs", mountPoint.c_str(), "tmpfs", 0, nullptr)
+                                         : ::mount(source.c_str(), mountPoint.c_str(), nullptr, MS_BIND, nullptr)) == 0;
+    ::_exit(mounted ? body() : 77);
+  }
+  int status = 0;
+  if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
+  return WEXITSTATUS(status);
+}
+
+// A volume mounted at the item or inside it (a bind mount of the same file system included)
+// is refused.
+TEST_F(PrivilegedRemovalCheck, RefusesItemsThatAreOrHoldMountPoints) {
+  const fs::path item = updates / "041-12345";
+  fs::create_directories(item / "Payload" / "mnt");
+  for (const fs::path& mountPoint : {item, item / "Payload" / "mnt"}) {
+    const int status = withMount(fixture.at("/elsewhere"), mountPoint,
+                                 [&] { return verdict(item.string()).find("mounted") != std::string::npos ? 0 : 1; });
+    if (status == 77) GTEST_SKIP() << "no mount namespace for this user";
+    EXPECT_EQ(status, 0) << "a mount at " << mountPoint << " was not refused";
+  }
+  EXPECT_EQ(verdict(item.string()), "accepted");
+}
+
+// Another volume inside an installer: plain removal refuses to enter it, and that refusal is
+// final. The stand-in pkexec would really run what it is given, so a fallback would empty it.
+TEST(PrivilegedFallback, AnotherVolumeInsideTheItemIsNeverHandedToTheAdministrator) {
+  test::CatalogueFixture fixture;
+  ScopedAdministratorRunner polkit{AdministratorRunner::polkit};
+  const fs::path item = fixture.at("/Applications/Install macOS Sonoma.app");
+  const fs::path volume = item / "Contents" / "SharedSupport" / "Volume";
+  const fs::path calls = fixture.root() / "pkexec-calls";
+  writeFile(item / "Contents" / "Info.plist", "i");
+  fs::create_directories(volume);
+  test::writeStandInTool(fixture.root(), "/usr/bin/pkexec",
+                         "echo \"$@\" >> " + shellQuoted(calls.string()) + "\nexec \"$@\"");
+  const int status = withMount({}, volume, [&] {
+    writeFile(volume / "precious", "p");
+    PrivilegedFileEntry entry{"Install macOS Sonoma.app", "", "installer"};
+    try {
+      entry.deleteItem(item);
+    } catch (const RemovalError& error) {
+      if (error.kind() != RemovalFailure::safety || error.code() != EXDEV) return 2;
+    }
+    return fs::exists(volume / "precious") && !fs::exists(calls) ? 0 : 1;
+  });
+  if (status == 77) GTEST_SKIP() << "no mount namespace for this user";
+  EXPECT_EQ(status, 0) << "1: the other volume was emptied or pkexec was called; 2: not a safety refusal";
+}
+#endif
+
+#if defined(TIDEWELL_TEST_HOOKS)
+// Plain removal of an update fails; what the administrator runner gets to see depends on why.
+TEST(PrivilegedFallback, OnlyALackOfRightsReachesTheAdministratorRunner) {
+  test::CatalogueFixture fixture;
+  ScopedAdministratorRunner polkit{AdministratorRunner::polkit};
+  const fs::path updates = fixture.at("/Library/Updates");
+  const fs::path item = updates / "041-12345";
+  const fs::path calls = fixture.root() / "pkexec-calls";
+  const fs::path remover = fixture.at(kPrivilegedRemoverPath);
+
+  // A folder inside the item is replaced by a fresh one each time the remover is about to open
+  // it: the removal gives up for safety. With rights or without, nothing more may be tried.
+  static fs::path changing;
+  removeItemBeforeOpeningFolderHook = [](const char* name) {
+    if (changing.filename() != name) return;
+    fs::rename(changing, changing.string() + ".old" + std::to_string(std::rand()));
+    fs::create_directory(changing);
+  };
+  changing = item / "Payload";
+  writeFile(changing / "data", "d");
+  test::writeStandInTool(fixture.root(), "/usr/bin/pkexec", "echo \"$@\" >> " + shellQuoted(calls.string()));
+  PrivilegedFileEntry entry{"041-12345", "", "update"};
+  try {
+    entry.deleteItem(item);
+    ADD_FAILURE() << "a tree that keeps changing must not count as removed";
+  } catch (const RemovalError& error) {
+    EXPECT_EQ(error.kind(), RemovalFailure::safety) << error.what();
+  }
+  removeItemBeforeOpeningFolderHook = nullptr;
+  // Nor is an item that is gone: more rights would only turn the failure into a false success.
+  EXPECT_THROW(entry.deleteItem(updates / "041-gone"), RemovalError);
+  EXPECT_FALSE(fs::exists(calls)) << readFile(calls);
+
+  // A lack of rights goes to the installed privileged remover when there is one, and to the
+  // one-file-system rm otherwise.
+  fs::remove_all(item);
+  for (bool installed : {true, false}) {
+    writeFile(item / "Payload" / "data", "d");
+    if (installed) test::writeStandInTool(fixture.root(), kPrivilegedRemoverPath, "exit 0");
+    if (!installed) fs::remove(remover);
+    test::RemovalBlocker blocker(updates);
+    if (!blocker.active()) GTEST_SKIP() << "cannot make removal fail on this file system";
+    fs::remove(calls);
+    EXPECT_NO_THROW(entry.deleteItem(item));
+    const std::string expected =
+        installed ? remover.string() + " " + item.string() : "/bin/sh -c " + privilegedRemovalCommand(item);
+    EXPECT_EQ(readFile(calls), expected + "\n");
+  }
+}
+#endif
+
+TEST(PrivilegedRemovalCommand, StaysOnOneFileSystemAndQuotesThePath) {
+#if defined(__APPLE__)
+  EXPECT_EQ(privilegedRemovalCommand("/x/'$(touch y)'"), "/bin/rm -rf -x -- '/x/'\\''$(touch y)'\\'''");
+#else
+  EXPECT_EQ(privilegedRemovalCommand("/x/'$(touch y)'"),
+            "/bin/rm -rf --one-file-system --preserve-root=all -- '/x/'\\''$(touch y)'\\'''");
+#endif
+}
+
+}  // namespace
+}  // namespace tw
