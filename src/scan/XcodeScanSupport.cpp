@@ -10,7 +10,6 @@
 #include <limits>
 #include <system_error>
 
-#include "app/Logger.h"
 #include "platform/FileDates.h"
 
 namespace tw::xcode {
@@ -55,13 +54,6 @@ std::vector<std::filesystem::path> scanRoots(const std::filesystem::path& standa
   std::vector<std::filesystem::path> roots{standardFolder};
   if (customFolder && !containsFolder(roots, *customFolder)) roots.push_back(*customFolder);
   return roots;
-}
-
-std::optional<std::vector<std::filesystem::path>> listRoot(const std::filesystem::path& root) {
-  auto items = listFolder(root);
-  // A missing root is the normal case of a fresh machine; one that is there but cannot be read is not.
-  if (!items && itemExists(root)) log::warning("DevFiles: Cannot check contents of '" + root.string() + "', skipping");
-  return items;
 }
 
 bool itemExists(const std::filesystem::path& path) {
