@@ -5,6 +5,7 @@
 #include "fs/DirectorySize.h"
 #include "fs/RemoveItem.h"
 #include "fs/Shell.h"
+#include "model/SystemImages.h"
 
 namespace tw {
 namespace {
@@ -16,7 +17,7 @@ const char* const kSnapshotTooltip =
 }  // namespace
 
 TimeMachineSnapshotFileEntry::TimeMachineSnapshotFileEntry(std::string snapshotDate, bool selected)
-    : CleanupEntry("Snapshot " + snapshotDate, "", std::string(kSnapshotTooltip), Icon::system("NSImageNameComputer"),
+    : CleanupEntry("Snapshot " + snapshotDate, "", std::string(kSnapshotTooltip), Icon::system(systemImage::computer),
                    true, selected),
       snapshotDate_(std::move(snapshotDate)) {}
 
@@ -56,7 +57,7 @@ void PrivilegedFileEntry::deleteItem(const std::optional<std::filesystem::path>&
 }
 
 CloudSyncFolderEntry::CloudSyncFolderEntry(std::string label, std::filesystem::path folderUrl, std::string tooltipText)
-    : CleanupEntry(std::move(label), "", std::move(tooltipText), Icon::system("NSImageNameNetwork"), true, false),
+    : CleanupEntry(std::move(label), "", std::move(tooltipText), Icon::system(systemImage::network), true, false),
       folderUrl_(std::move(folderUrl)) {}
 
 std::optional<CleanupEntry::Size> CloudSyncFolderEntry::calculateSize(HardLinkTracker& tracker) {

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "fs/DirectorySize.h"
+#include "model/SystemImages.h"
 #include "platform/Host.h"
 #include "platform/ThreadPool.h"
 
@@ -63,7 +64,7 @@ struct MadeEntry {
 };
 
 CleanupEntryPtr folderEntry(const std::string& label, const std::string& tooltip, bool showsTooltip) {
-  return std::make_shared<CleanupEntry>(label, "", tooltip, CleanupEntry::Icon::system(std::string(kFolderIcon)),
+  return std::make_shared<CleanupEntry>(label, "", tooltip, CleanupEntry::Icon::system(systemImage::folder),
                                         showsTooltip, false);
 }
 

@@ -13,6 +13,7 @@
 
 #include "fs/DirectoryListing.h"
 #include "fs/DirectorySize.h"
+#include "model/SystemImages.h"
 #include "platform/Host.h"
 #include "platform/Text.h"
 #include "platform/ThreadPool.h"
@@ -228,7 +229,7 @@ CleanupEntryPtr makeFoundFolderEntry(const std::filesystem::path& folder, const 
   auto label = parentName.empty() ? name : parentName + "/" + name;
   auto entry = std::make_shared<CleanupEntry>(label, abbreviatedWithTilde(parent.string(), home),
                                               trimmedWhiteSpaceAndNewlines(folder.string()),
-                                              CleanupEntry::Icon::system("NSFolder"),
+                                              CleanupEntry::Icon::system(systemImage::folder),
                                               /*tooltip=*/true, /*selected=*/false);
   entry->addPath(folder);
   return entry;
@@ -379,7 +380,7 @@ std::vector<CleanupEntryPtr> ProjectBuildsScanner::makeEntries(const FoundFolder
     std::stable_sort(kept.begin(), kept.end(),
                      [](const CleanupEntryPtr& a, const CleanupEntryPtr& b) { return a->size() > b->size(); });
     auto kindEntry = std::make_shared<CleanupEntry>(std::string(label(kind)), "", std::string(tooltip(kind)),
-                                                    CleanupEntry::Icon::system("NSFolder"), /*tooltip=*/true,
+                                                    CleanupEntry::Icon::system(systemImage::folder), /*tooltip=*/true,
                                                     /*selected=*/false);
     kindEntry->addItems(kept);
     result.push_back(kindEntry);

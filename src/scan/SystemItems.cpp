@@ -13,6 +13,7 @@
 #include "fs/DirectorySize.h"
 #include "fs/Shell.h"
 #include "model/SystemEntries.h"
+#include "model/SystemImages.h"
 #include "platform/Host.h"
 #include "platform/Text.h"
 #include "scan/DevCaches.h"
@@ -25,7 +26,6 @@ using std::filesystem::path;
 
 constexpr std::string_view kSnapshotPrefix = "com.apple.TimeMachine.";
 constexpr std::string_view kSnapshotSuffix = ".local";
-const char* const kComputerIcon = "NSImageNameComputer";
 
 // Names in `folder` that do not start with a dot, sorted; nothing when it cannot be listed.
 std::vector<std::string> visibleNames(const path& folder) {
@@ -126,7 +126,7 @@ CleanupEntryPtr timeMachineSnapshots() {
     snapshots.push_back(std::make_shared<TimeMachineSnapshotFileEntry>(std::move(date), false));
   }
   if (snapshots.empty()) return nullptr;
-  return groupEntry("Time Machine Local Snapshots", kComputerIcon,
+  return groupEntry("Time Machine Local Snapshots", systemImage::computer,
                     "Local APFS snapshots created by Time Machine. Deleted via \"tmutil deletelocalsnapshots\". macOS "
                     "also purges them automatically when space is needed.",
                     snapshots);
@@ -140,7 +140,7 @@ CleanupEntryPtr trash() {
   if (names.empty()) return nullptr;
   auto entry = std::make_shared<CleanupEntry>(
       "Trash", "", "⚠️ Contents of your Trash. Same as \"Empty Trash\" in Finder – files are gone for good.",
-      CleanupEntry::Icon::system("NSImageNameTrashFull"), true, false);
+      CleanupEntry::Icon::system(systemImage::trashFull), true, false);
   // The items, not the folder: emptying the Trash keeps the Trash itself.
   for (const std::string& name : names) entry->addPath(trashFolder / name);
   HardLinkTracker tracker;
@@ -161,7 +161,7 @@ CleanupEntryPtr updatesAndInstallers() {
         name, DevCaches::abbreviatedPath(item),
         "Downloaded macOS update package. Deleting requires admin rights; macOS will re-download the update if "
         "still needed.",
-        CleanupEntry::Icon::system(kComputerIcon), true, false);
+        CleanupEntry::Icon::system(systemImage::computer), true, false);
     entry->addPath(item);
     items.push_back(entry);
   }
@@ -172,14 +172,14 @@ CleanupEntryPtr updatesAndInstallers() {
     auto entry = std::make_shared<PrivilegedFileEntry>(
         name, "",
         "Full macOS installer application. Can be re-downloaded from the App Store or with \"softwareupdate\".",
-        CleanupEntry::Icon::system(kComputerIcon), true, false);
+        CleanupEntry::Icon::system(systemImage::computer), true, false);
     entry->addPath(applications / name);
     items.push_back(entry);
   }
 
   items = DevCaches::measuredLargeEnough(std::move(items));
   if (items.empty()) return nullptr;
-  return groupEntry("macOS Updates & Installers", kComputerIcon,
+  return groupEntry("macOS Updates & Installers", systemImage::computer,
                     "Downloaded but not yet installed macOS updates (/Library/Updates) and full installers in "
                     "/Applications. Deleting may require admin rights.",
                     items);
@@ -197,13 +197,13 @@ CleanupEntryPtr deviceBackups() {
     auto entry =
         std::make_shared<CleanupEntry>(label, modificationDateText(folder),
                                        "⚠️ Backup at " + folder.string() + ". Deleting removes it permanently.",
-                                       CleanupEntry::Icon::system(kComputerIcon), true, false);
+                                       CleanupEntry::Icon::system(systemImage::computer), true, false);
     entry->addPath(folder);
     items.push_back(entry);
   }
   items = DevCaches::measuredLargeEnough(std::move(items));
   if (items.empty()) return nullptr;
-  return groupEntry("iOS Device Backups", kComputerIcon,
+  return groupEntry("iOS Device Backups", systemImage::computer,
                     "⚠️ Local backups of iPhones & iPads made by Finder/iTunes. Deleting removes the backup "
                     "permanently – make sure you don't need it!",
                     items);
@@ -213,19 +213,18 @@ CleanupEntryPtr userLogs() {
   const path home = DevCaches::realHomeDirectory();
   if (home.empty()) return nullptr;
   const path logs = home / "Library" / "Logs";
-  const std::string folderIcon(DevCaches::kFolderIcon);
   std::vector<CleanupEntryPtr> items;
   for (const std::string& name : visibleNames(logs)) {
     const path item = logs / name;
     auto entry = std::make_shared<CleanupEntry>(name, "",
                                                 "Logs at " + item.string() + ". Recreated by the app that writes them.",
-                                                CleanupEntry::Icon::system(folderIcon), true, false);
+                                                CleanupEntry::Icon::system(systemImage::folder), true, false);
     entry->addPath(item);
     items.push_back(entry);
   }
   items = DevCaches::measuredLargeEnough(std::move(items));
   if (items.empty()) return nullptr;
-  return groupEntry("User Logs", folderIcon.c_str(),
+  return groupEntry("User Logs", systemImage::folder,
                     "Application & diagnostic logs in ~/Library/Logs. Apps recreate them; delete if you don't need "
                     "them for debugging.",
                     items);
