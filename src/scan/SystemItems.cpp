@@ -54,13 +54,13 @@ CleanupEntryPtr groupEntry(const std::string& label, const char* icon, const std
   return group;
 }
 
-// The text under `key` of a property-list dictionary, when there is a non-empty one.
+// The text under `key` of a property-list dictionary, when there is one (an empty one counts).
 std::optional<std::string> dictionaryString(plist_t dictionary, const char* key) {
   plist_t node = plist_dict_get_item(dictionary, key);
   if (!node || plist_get_node_type(node) != PLIST_STRING) return std::nullopt;
   uint64_t length = 0;
   const char* value = plist_get_string_ptr(node, &length);
-  if (!value || length == 0) return std::nullopt;
+  if (!value) return std::nullopt;
   return std::string(value, length);
 }
 
@@ -90,9 +90,11 @@ std::string modificationDateText(const path& item) {
   return formatMediumDate(TimePoint(std::chrono::duration_cast<TimePoint::duration>(since)));
 }
 
+// Follows a symbolic link: a backup moved elsewhere and linked back is still a backup. Its
+// measurement never follows the link, so it is shown only once it holds data of its own.
 bool isFolder(const path& item) {
   struct stat info {};
-  return ::lstat(item.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+  return ::stat(item.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
 }  // namespace
@@ -185,9 +187,9 @@ CleanupEntryPtr updatesAndInstallers() {
                     items);
 }
 
-CleanupEntryPtr deviceBackups() {
+std::vector<CleanupEntryPtr> deviceBackupEntries() {
   const path home = DevCaches::realHomeDirectory();
-  if (home.empty()) return nullptr;
+  if (home.empty()) return {};
   const path backups = home / "Library" / "Application Support" / "MobileSync" / "Backup";
   std::vector<CleanupEntryPtr> items;
   for (const std::string& name : visibleNames(backups)) {
@@ -201,7 +203,11 @@ CleanupEntryPtr deviceBackups() {
     entry->addPath(folder);
     items.push_back(entry);
   }
-  items = DevCaches::measuredLargeEnough(std::move(items));
+  return items;
+}
+
+CleanupEntryPtr deviceBackups() {
+  const std::vector<CleanupEntryPtr> items = DevCaches::measuredLargeEnough(deviceBackupEntries());
   if (items.empty()) return nullptr;
   return groupEntry("iOS Device Backups", systemImage::computer,
                     "⚠️ Local backups of iPhones & iPads made by Finder/iTunes. Deleting removes the backup "
