@@ -12,6 +12,7 @@
 #include "app/Logger.h"
 #include "app/Preferences.h"
 #include "cli/CmdLine.h"
+#include "fs/FolderAccess.h"
 #include "platform/Host.h"
 
 namespace tw {
@@ -26,9 +27,13 @@ bool isCommandLineStart() { return ::isatty(STDIN_FILENO) == 1 || std::getenv(kF
 }  // namespace
 
 int runApplication(int argc, char** argv) {
-  Logger::installMain(std::make_unique<Logger>("MainLog", Logger::Level::info, Logger::FileLogging::on));
+  const Host& host = Host::current();
+  // The log files are named after the bundle the executable runs from ("UnknownApp" outside
+  // one), so that copies of the application with identifiers of their own keep separate logs.
+  Logger::installMain(std::make_unique<Logger>("MainLog", Logger::Level::info, Logger::FileLogging::on,
+                                               host.temporaryDirectory, bundleIdentifier().value_or("")));
 
-  const auto& bundle = Host::current().bundle;
+  const auto& bundle = host.bundle;
   Preferences::shared().setAppFolder(bundle.empty() ? std::nullopt : std::optional<std::filesystem::path>(bundle));
 
   std::vector<std::string> arguments(argv, argv + argc);
