@@ -1,8 +1,10 @@
 #include "scan/RuntimeList.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <numeric>
 #include <unordered_map>
 
 namespace tw::simulators {
@@ -90,13 +92,8 @@ class RuntimeListReader final : public nlohmann::json_sax<Json> {
   RuntimeRecord& current() { return records[current_]; }
 
   void startRecord(std::string name) {
-    auto [found, added] = indexOfKey_.try_emplace(name, records.size());
-    if (added) {
-      records.push_back(RuntimeRecord{.imageIdentifier = std::move(name)});
-    } else {
-      records[found->second] = RuntimeRecord{.imageIdentifier = std::move(name)};
-    }
-    current_ = found->second;
+    records.push_back(RuntimeRecord{.imageIdentifier = std::move(name)});
+    current_ = records.size() - 1;
   }
 
   // The value given last counts, so a field starts over at each of its keys.
@@ -135,8 +132,35 @@ class RuntimeListReader final : public nlohmann::json_sax<Json> {
   int depth_ = 0;
   Field field_ = Field::other;
   size_t current_ = 0;
-  std::unordered_map<std::string, size_t> indexOfKey_;
 };
+
+// A key given twice is one record, at its first place, holding the value given last. Such
+// keys are rare, so they are looked for once the text is read, by sorting the positions by
+// key, rather than with a lookup per record.
+void mergeRepeatedKeys(std::vector<RuntimeRecord>& records) {
+  std::vector<size_t> byKey(records.size());
+  std::iota(byKey.begin(), byKey.end(), size_t{0});
+  std::stable_sort(byKey.begin(), byKey.end(),
+                   [&](size_t a, size_t b) { return records[a].imageIdentifier < records[b].imageIdentifier; });
+  std::vector<bool> dropped(records.size(), false);
+  bool anyDropped = false;
+  for (size_t begin = 0, end = 0; begin < byKey.size(); begin = end) {
+    end = begin + 1;
+    while (end < byKey.size() && records[byKey[end]].imageIdentifier == records[byKey[begin]].imageIdentifier) ++end;
+    if (end - begin == 1) continue;
+    records[byKey[begin]] = std::move(records[byKey[end - 1]]);
+    for (size_t later = begin + 1; later < end; ++later) dropped[byKey[later]] = true;
+    anyDropped = true;
+  }
+  if (!anyDropped) return;
+  size_t kept = 0;
+  for (size_t index = 0; index < records.size(); ++index) {
+    if (dropped[index]) continue;
+    if (kept != index) records[kept] = std::move(records[index]);
+    ++kept;
+  }
+  records.resize(kept);
+}
 
 }  // namespace
 
@@ -144,6 +168,7 @@ std::optional<std::vector<RuntimeRecord>> readRuntimeList(std::string_view json)
   RuntimeListReader reader;
   const bool parsed = Json::sax_parse(json.begin(), json.end(), &reader);
   if (!parsed || !reader.wellFormed) return std::nullopt;
+  mergeRepeatedKeys(reader.records);
   return std::move(reader.records);
 }
 
