@@ -1,14 +1,13 @@
 #include "app/Logger.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <memory>
 #include <vector>
-
-#include "platform/Host.h"
 
 namespace tw {
 namespace {
@@ -31,6 +30,15 @@ std::mutex& mainMutex() {
   return mutex;
 }
 
+// Creates the missing folders of `directory`, each readable by this user alone: log lines name
+// the user's folders and projects.
+void createPrivateFolders(const std::filesystem::path& directory) {
+  std::error_code error;
+  if (directory.empty() || std::filesystem::is_directory(directory, error)) return;
+  createPrivateFolders(directory.parent_path() == directory ? std::filesystem::path() : directory.parent_path());
+  ::mkdir(directory.c_str(), 0700);
+}
+
 // Replaced loggers stay alive: a reference from main() must never dangle.
 std::vector<std::unique_ptr<Logger>>& mainLoggers() {
   static std::vector<std::unique_ptr<Logger>> loggers;
@@ -41,14 +49,12 @@ std::vector<std::unique_ptr<Logger>>& mainLoggers() {
 
 std::string_view Logger::mark(Level level) { return log::mark(level); }
 
-Logger::Logger(std::string name, Level level, FileLogging fileLogging)
-    : Logger(std::move(name), level, fileLogging, Host::current().temporaryDirectory, TIDEWELL_BUNDLE_IDENTIFIER) {}
-
 Logger::Logger(std::string name, Level level, FileLogging fileLogging, const std::filesystem::path& directory,
                std::string prefix)
     : name_(std::move(name)), level_(level) {
   if (fileLogging == FileLogging::off) return;
   if (prefix.empty()) prefix = "UnknownApp";
+  createPrivateFolders(directory);
   auto latest = directory / (prefix + "-" + name_ + "-LogFile-latest.log");
   auto previous = directory / (prefix + "-" + name_ + "-LogFile-previous.log");
 
@@ -58,7 +64,7 @@ Logger::Logger(std::string name, Level level, FileLogging fileLogging, const std
     std::filesystem::rename(latest, previous, error);
     if (!error) oldLogFilePath_ = previous;
   }
-  // O_NOFOLLOW: the temporary folder is shared, a planted link must not redirect our log.
+  // O_NOFOLLOW: $TMPDIR may be a shared folder, a planted link must not redirect our log.
   fd_ = ::open(latest.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
   if (fd_ < 0) {
     std::string line = std::string(mark(Level::error)) + " Can't create log file: " + latest.string() +

@@ -1,6 +1,7 @@
 // The process-wide diagnostic log. Every line carries a level mark ("❕", "⚠️", "❌") and goes
-// to the console (standard error) and to a log file in the per-user temporary folder; the
-// previous run's file is kept beside it. Lines from several threads never interleave.
+// to the console (standard error) and to a log file in the per-user temporary folder
+// (Host::temporaryDirectory); the previous run's file is kept beside it. Lines from several
+// threads never interleave.
 #pragma once
 
 #include <filesystem>
@@ -20,12 +21,10 @@ class Logger {
   enum class FileLogging { off, on };
 
   // Creates the logger; with file logging on, rotates "<prefix>-<name>-LogFile-latest.log" to
-  // "...-previous.log" in `directory` and starts an empty latest file. `prefix` is the bundle
-  // identifier ("UnknownApp" when empty).
-  Logger(std::string name, Level level, FileLogging fileLogging, const std::filesystem::path& directory,
-         std::string prefix);
-  // Same, in the host's temporary folder with the built-in bundle identifier as prefix.
-  Logger(std::string name, Level level, FileLogging fileLogging);
+  // "...-previous.log" in `directory` (created for this user alone when missing) and starts an
+  // empty latest file. `prefix` is the bundle identifier ("UnknownApp" when empty).
+  Logger(std::string name, Level level, FileLogging fileLogging, const std::filesystem::path& directory = {},
+         std::string prefix = {});
   ~Logger();
   Logger(const Logger&) = delete;
   Logger& operator=(const Logger&) = delete;

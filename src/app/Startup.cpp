@@ -8,6 +8,7 @@
 
 #include "app/Logger.h"
 #include "app/Preferences.h"
+#include "fs/FolderAccess.h"
 #include "platform/Host.h"
 
 namespace tw {
@@ -20,8 +21,12 @@ constexpr const char* kFromCommandLineVariable = "TIDEWELL_FROM_COMMAND_LINE";
 }  // namespace
 
 void startApplication() {
-  Logger::installMain(std::make_unique<Logger>("MainLog", Logger::Level::info, Logger::FileLogging::on));
-  const auto& bundle = Host::current().bundle;
+  const Host& host = Host::current();
+  // The log files are named after the bundle the executable runs from ("UnknownApp" outside
+  // one), so that copies of the application with identifiers of their own keep separate logs.
+  Logger::installMain(std::make_unique<Logger>("MainLog", Logger::Level::info, Logger::FileLogging::on,
+                                               host.temporaryDirectory, bundleIdentifier().value_or("")));
+  const auto& bundle = host.bundle;
   Preferences::shared().setAppFolder(bundle.empty() ? std::nullopt : std::optional<std::filesystem::path>(bundle));
 }
 

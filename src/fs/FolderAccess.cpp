@@ -111,7 +111,7 @@ bool isSameFolder(const std::filesystem::path& a, const std::filesystem::path& b
   return standardized(a) == standardized(b);
 }
 
-std::string applicationIdentifier() {
+std::optional<std::string> bundleIdentifier() {
   const std::filesystem::path bundle = Host::current().bundle;
   if (!bundle.empty()) {
     std::ifstream in(bundle / "Contents" / "Info.plist", std::ios::binary);
@@ -130,8 +130,10 @@ std::string applicationIdentifier() {
       }
     }
   }
-  return TIDEWELL_BUNDLE_IDENTIFIER;
+  return std::nullopt;
 }
+
+std::string applicationIdentifier() { return bundleIdentifier().value_or(TIDEWELL_BUNDLE_IDENTIFIER); }
 
 std::optional<std::filesystem::path> acquireAccess(const std::filesystem::path& folder, GrantSettings& settings,
                                                    CancelPolicy cancel, const std::string& message,

@@ -41,6 +41,9 @@ bool isAccessibleFolder(const std::filesystem::path& folder);
 // Both name the same folder once "." and ".." are worked out and symbolic links resolved.
 bool isSameFolder(const std::filesystem::path& a, const std::filesystem::path& b);
 
+// The identifier ("CFBundleIdentifier") in the Info.plist of the bundle the executable runs
+// from; nothing outside a bundle, or when its Info.plist holds none.
+std::optional<std::string> bundleIdentifier();
 // The bundle's identifier, or the one built into the program when there is no bundle.
 std::string applicationIdentifier();
 

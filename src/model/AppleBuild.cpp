@@ -83,7 +83,8 @@ AppleBuild::AppleBuild(std::string text) : textual(std::move(text)) {
   if (position < view.size()) {
     size_t end = characterEnd(view, position);
     minor = std::string(view.substr(position, end - position));
-    daily = std::string(view.substr(end));
+    // The daily part is the scanner's next item too, so blanks before it are skipped as well.
+    daily = std::string(view.substr(skipWhiteSpace(view, end)));
   } else {
     daily = std::string();
   }

@@ -6,6 +6,7 @@
 #include "fs/RemoveItem.h"
 #include "fs/Shell.h"
 #include "platform/AdministratorRunner.h"
+#include "model/SystemImages.h"
 
 namespace tw {
 namespace {
@@ -17,7 +18,7 @@ const char* const kSnapshotTooltip =
 }  // namespace
 
 TimeMachineSnapshotFileEntry::TimeMachineSnapshotFileEntry(std::string snapshotDate, bool selected)
-    : CleanupEntry("Snapshot " + snapshotDate, "", std::string(kSnapshotTooltip), Icon::system("NSImageNameComputer"),
+    : CleanupEntry("Snapshot " + snapshotDate, "", std::string(kSnapshotTooltip), Icon::system(systemImage::computer),
                    true, selected),
       snapshotDate_(std::move(snapshotDate)) {}
 
@@ -60,7 +61,7 @@ void PrivilegedFileEntry::deleteItem(const std::optional<std::filesystem::path>&
 }
 
 CloudSyncFolderEntry::CloudSyncFolderEntry(std::string label, std::filesystem::path folderUrl, std::string tooltipText)
-    : CleanupEntry(std::move(label), "", std::move(tooltipText), Icon::system("NSImageNameNetwork"), true, false),
+    : CleanupEntry(std::move(label), "", std::move(tooltipText), Icon::system(systemImage::network), true, false),
       folderUrl_(std::move(folderUrl)) {}
 
 std::optional<CleanupEntry::Size> CloudSyncFolderEntry::calculateSize(HardLinkTracker& tracker) {

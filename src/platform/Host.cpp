@@ -85,8 +85,10 @@ Host Host::fromProcess() {
 #endif
   if (auto tmp = environmentValue("TMPDIR"); !tmp.empty()) {
     host.temporaryDirectory = tmp;
+  } else if (auto state = environmentValue("XDG_STATE_HOME"); !state.empty() && state.front() == '/') {
+    host.temporaryDirectory = std::filesystem::path(state) / "tidewell";
   } else {
-    host.temporaryDirectory = host.system("/tmp");
+    host.temporaryDirectory = host.home / ".local" / "state" / "tidewell";
   }
   if (auto config = environmentValue("XDG_CONFIG_HOME"); !config.empty() && config.front() == '/') {
     host.configDirectory = config;

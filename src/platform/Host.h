@@ -17,7 +17,10 @@ struct Host {
   std::filesystem::path home;
   // Folder that stands for "/" for every absolute system path read or run.
   std::filesystem::path root = "/";
-  // Per-user temporary folder ($TMPDIR, else /tmp below root).
+  // Per-user temporary folder, where the log files live: $TMPDIR when it is set. Linux has no
+  // temporary folder of each user's own (/tmp is shared: a log left there by one user blocks
+  // the same name for the next), so otherwise it is the user's state folder for the program,
+  // $XDG_STATE_HOME/tidewell, else home/.local/state/tidewell, which also outlives a restart.
   std::filesystem::path temporaryDirectory;
   // Per-user configuration folder ($XDG_CONFIG_HOME, else home/.config).
   std::filesystem::path configDirectory;
@@ -31,8 +34,8 @@ struct Host {
   // Contents/Resources of the bundle.
   std::filesystem::path resourcesDirectory() const { return bundle / "Contents" / "Resources"; }
 
-  // Reads the process: user database, executable location, TMPDIR, XDG_CONFIG_HOME and,
-  // in test builds only, TIDEWELL_TEST_HOME and TIDEWELL_TEST_ROOT.
+  // Reads the process: user database, executable location, TMPDIR, XDG_STATE_HOME,
+  // XDG_CONFIG_HOME and, in test builds only, TIDEWELL_TEST_HOME and TIDEWELL_TEST_ROOT.
   static Host fromProcess();
 
   // The process-wide host. Before install() is called it is fromProcess().

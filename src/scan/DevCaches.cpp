@@ -9,6 +9,7 @@
 
 #include "fs/DirectorySize.h"
 #include "platform/Cancellation.h"
+#include "model/SystemImages.h"
 #include "platform/Host.h"
 #include "platform/ThreadPool.h"
 
@@ -64,7 +65,7 @@ struct MadeEntry {
 };
 
 CleanupEntryPtr folderEntry(const std::string& label, const std::string& tooltip, bool showsTooltip) {
-  return std::make_shared<CleanupEntry>(label, "", tooltip, CleanupEntry::Icon::system(std::string(kFolderIcon)),
+  return std::make_shared<CleanupEntry>(label, "", tooltip, CleanupEntry::Icon::system(systemImage::folder),
                                         showsTooltip, false);
 }
 

@@ -39,9 +39,6 @@ const std::vector<CacheSpec>& specs(CatalogueList list);
 // Entries are dropped below this many bytes (and when their size is unknown).
 inline constexpr int64_t kMinimumEntrySize = 1'048'576;
 
-// Name of the platform's standard folder image, shown for every catalogue entry.
-inline constexpr std::string_view kFolderIcon = "NSImageNameFolder";
-
 // The existing items one pattern names, in pattern order and, per wildcard, in name order.
 // "~" is the home folder from the user database; other absolute paths are system paths of
 // the host. Wildcards list one folder level each; literal components follow symbolic links.

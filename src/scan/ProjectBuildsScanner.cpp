@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <memory>
 #include <string>
@@ -14,6 +15,7 @@
 #include "fs/DirectoryListing.h"
 #include "fs/DirectorySize.h"
 #include "platform/Cancellation.h"
+#include "model/SystemImages.h"
 #include "platform/Host.h"
 #include "platform/Text.h"
 #include "platform/ThreadPool.h"
@@ -45,16 +47,36 @@ const std::unordered_set<std::string_view>& homeTopLevelExclusions() {
   return names;
 }
 
-// Folders the Finder shows as single files; their insides are not projects.
+// Folders the Finder shows as single files (packages); their insides are not projects. On
+// macOS a folder is a package when it carries the package bit or has an extension that an
+// installed application declares as a package type. Linux has neither the bit nor that
+// registry, so here the extension alone decides, compared without regard to case as the
+// Finder does ("Tool.APP" is a package too), against the package types of Apple's own tools
+// and of the document formats that are folders on disk.
 bool isPackageName(std::string_view name) {
   static const std::unordered_set<std::string_view> extensions{
-      "app",         "appex",       "bundle",      "framework",  "plugin",         "kext",         "xpc",
-      "qlgenerator", "mdimporter",  "prefPane",    "saver",      "xcarchive",      "xcodeproj",    "xcworkspace",
-      "playground",  "rtfd",        "pkg",         "mpkg",       "photoslibrary",  "sparsebundle", "dSYM",
-      "docc",        "doccarchive", "xcframework", "simruntime", "systemextension"};
+      // Code bundles.
+      "app", "appex", "bundle", "framework", "plugin", "kext", "xpc", "qlgenerator", "mdimporter", "prefpane", "saver",
+      "systemextension", "component", "vst", "vst3", "wdgt", "scptd", "xcframework", "dsym", "simruntime",
+      // Developer documents.
+      "xcodeproj", "xcworkspace", "xcarchive", "xcresult", "playground", "docc", "doccarchive", "mlpackage", "mlmodelc",
+      // Installers and disk images.
+      "pkg", "mpkg", "sparsebundle",
+      // Document packages of applications: rich text, iWork, Final Cut, Logic, GarageBand and
+      // the media libraries.
+      "rtfd", "pages", "numbers", "key", "fcpbundle", "logicx", "band", "photoslibrary", "musiclibrary", "tvlibrary",
+      "imovielibrary", "theater", "aplibrary"};
   auto dot = name.rfind('.');
   if (dot == std::string_view::npos || dot == 0 || dot + 1 == name.size()) return false;
-  return extensions.count(name.substr(dot + 1)) > 0;
+  const std::string_view extension = name.substr(dot + 1);
+  // Lower-cased in place of a copy: this runs for every folder the walk lists.
+  std::array<char, 16> lower{};
+  if (extension.size() > lower.size()) return false;  // longer than any package extension
+  for (size_t i = 0; i < extension.size(); ++i) {
+    const char c = extension[i];
+    lower[i] = (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+  }
+  return extensions.count(std::string_view(lower.data(), extension.size())) > 0;
 }
 
 // Every marker name of every rule gets one bit, so a folder's markers are one mask.
@@ -232,7 +254,7 @@ CleanupEntryPtr makeFoundFolderEntry(const std::filesystem::path& folder, const 
   auto label = parentName.empty() ? name : parentName + "/" + name;
   auto entry = std::make_shared<CleanupEntry>(label, abbreviatedWithTilde(parent.string(), home),
                                               trimmedWhiteSpaceAndNewlines(folder.string()),
-                                              CleanupEntry::Icon::system("NSFolder"),
+                                              CleanupEntry::Icon::system(systemImage::folder),
                                               /*tooltip=*/true, /*selected=*/false);
   entry->addPath(folder);
   return entry;
@@ -383,7 +405,7 @@ std::vector<CleanupEntryPtr> ProjectBuildsScanner::makeEntries(const FoundFolder
     std::stable_sort(kept.begin(), kept.end(),
                      [](const CleanupEntryPtr& a, const CleanupEntryPtr& b) { return a->size() > b->size(); });
     auto kindEntry = std::make_shared<CleanupEntry>(std::string(label(kind)), "", std::string(tooltip(kind)),
-                                                    CleanupEntry::Icon::system("NSFolder"), /*tooltip=*/true,
+                                                    CleanupEntry::Icon::system(systemImage::folder), /*tooltip=*/true,
                                                     /*selected=*/false);
     kindEntry->addItems(kept);
     result.push_back(kindEntry);

@@ -36,7 +36,7 @@ std::vector<CleanupEntryPtr> unavailableSimulators(const std::filesystem::path& 
 std::vector<CleanupEntryPtr> xctestClones(const std::filesystem::path& developerFolder);
 std::vector<CleanupEntryPtr> dyldCaches(const std::filesystem::path& developerFolder);
 
-// The deletable runtime images from "xcrun simctl runtime list -j", largest known size first.
+// The deletable runtime images from "xcrun simctl runtime list -j", in the tool's order.
 std::vector<CleanupEntryPtr> simulatorRuntimes();
 // The same from the tool's JSON output; malformed output is logged and gives nothing.
 std::vector<CleanupEntryPtr> runtimesFromList(const std::string& json);

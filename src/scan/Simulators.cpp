@@ -1,10 +1,7 @@
 #include <plist/plist.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
-#include <limits>
-#include <nlohmann/json.hpp>
 
 #include "platform/Log.h"
 #include "fs/Shell.h"
@@ -14,6 +11,7 @@
 #include "platform/Host.h"
 #include "platform/Text.h"
 #include "scan/DevFiles.h"
+#include "scan/RuntimeList.h"
 #include "scan/Scanners.h"
 #include "scan/SimulatorScanners.h"
 #include "scan/XcodeScanSupport.h"
@@ -72,34 +70,14 @@ CleanupEntryPtr group(const std::string& label, const std::string& tooltipText, 
   return entry;
 }
 
-// A JSON text value, or nothing when the key is missing or holds something else.
-std::optional<std::string> text(const nlohmann::ordered_json& record, const char* key) {
-  auto found = record.find(key);
-  if (found == record.end() || !found->is_string()) return std::nullopt;
-  return found->get<std::string>();
-}
-
-// A byte count: a non-negative number that fits a signed 64-bit integer. Anything else is
-// treated as unknown, so that the entry is measured on disk instead of showing nonsense.
-std::optional<int64_t> byteCount(const nlohmann::ordered_json& record, const char* key) {
-  auto found = record.find(key);
-  if (found == record.end()) return std::nullopt;
-  if (found->is_number_unsigned()) {
-    auto value = found->get<uint64_t>();
-    if (value > static_cast<uint64_t>(std::numeric_limits<int64_t>::max())) return std::nullopt;
-    return static_cast<int64_t>(value);
-  }
-  if (found->is_number_integer()) {
-    auto value = found->get<int64_t>();
-    return value >= 0 ? std::optional<int64_t>(value) : std::nullopt;
-  }
-  if (found->is_number_float()) {
-    double value = found->get<double>();
-    // 2^63 is the first double beyond the range.
-    if (!std::isfinite(value) || value < 0 || value >= 9223372036854775808.0) return std::nullopt;
-    return static_cast<int64_t>(value);
-  }
-  return std::nullopt;
+// The record's "path" as a file URL would take it: an absolute path is a system path of the
+// host, a relative one is taken from the current folder. An empty text names no file.
+std::optional<std::filesystem::path> recordPath(const RuntimeRecord& record) {
+  if (!record.path || record.path->empty()) return std::nullopt;
+  if (record.path->front() == '/') return Host::current().system(*record.path);
+  std::error_code error;
+  auto absolute = std::filesystem::absolute(*record.path, error);
+  return error ? std::filesystem::path(*record.path) : absolute;
 }
 
 // "iOS" from "com.apple.CoreSimulator.SimRuntime.iOS-17-4": the first non-empty part before a "-".
@@ -110,21 +88,17 @@ std::string platformOf(std::string_view runtimeIdentifier) {
   return rest.substr(start, rest.find('-', start) - start);
 }
 
-std::shared_ptr<SimulatorRuntimeFileEntry> runtimeEntry(const std::string& imageIdentifier,
-                                                        const nlohmann::ordered_json& record) {
-  const std::string runtimeIdentifier = text(record, "runtimeIdentifier").value_or(imageIdentifier);
-  const std::string version = text(record, "version").value_or("");
-  const std::string build = text(record, "build").value_or("");
+std::shared_ptr<SimulatorRuntimeFileEntry> runtimeEntry(const RuntimeRecord& record) {
+  const std::string runtimeIdentifier = record.runtimeIdentifier.value_or(record.imageIdentifier);
+  const std::string version = record.version.value_or("");
+  const std::string build = record.build.value_or("");
   const std::string label = platformOf(runtimeIdentifier) + " " + version;
   auto entry = std::make_shared<SimulatorRuntimeFileEntry>(
-      imageIdentifier, byteCount(record, "sizeBytes"), label, build,
+      record.imageIdentifier, record.sizeBytes, label, build,
       "Simulator runtime " + label + " (" + build +
           "). Removed using \"simctl runtime delete\", can be downloaded again in Xcode.",
       CleanupEntry::Icon::system(systemImage::multipleDocuments), true, false);
-  // The tool names system paths; they are found through the host like every other one.
-  if (auto path = text(record, "path"); path && !path->empty() && path->front() == '/') {
-    entry->addPath(Host::current().system(*path));
-  }
+  if (auto path = recordPath(record)) entry->addPath(*path);
   return entry;
 }
 
@@ -243,29 +217,19 @@ std::vector<CleanupEntryPtr> simulatorRuntimes() {
 }
 
 std::vector<CleanupEntryPtr> runtimesFromList(const std::string& json) {
-  // ordered_json keeps the tool's own order for records of equal (or unknown) size.
-  auto list = nlohmann::ordered_json::parse(json, nullptr, false);
-  const bool wellFormed = !list.is_discarded() && list.is_object() &&
-                          std::all_of(list.begin(), list.end(), [](const auto& record) { return record.is_object(); });
-  if (!wellFormed) {
+  auto records = readRuntimeList(json);
+  if (!records) {
     log::warning("\u26A0\uFE0F DevCaches: Unexpected simctl runtime list output");
     return {};
   }
-
-  std::vector<std::shared_ptr<SimulatorRuntimeFileEntry>> runtimes;
-  for (const auto& [imageIdentifier, record] : list.items()) {
-    auto deletable = record.find("deletable");
-    if (deletable != record.end() && deletable->is_boolean() && !deletable->get<bool>()) continue;
-    runtimes.push_back(runtimeEntry(imageIdentifier, record));
+  // In the tool's order; nothing is measured yet, so there is nothing to sort by.
+  std::vector<CleanupEntryPtr> runtimes;
+  runtimes.reserve(records->size());
+  for (const RuntimeRecord& record : *records) {
+    if (record.deletable.has_value() && !*record.deletable) continue;  // a missing key keeps the record
+    runtimes.push_back(runtimeEntry(record));
   }
-  // Largest first by the tool's own figures (nothing is measured yet); unknown sizes last.
-  std::stable_sort(runtimes.begin(), runtimes.end(), [](const auto& a, const auto& b) {
-    const auto& left = a->knownSizeInBytes();
-    const auto& right = b->knownSizeInBytes();
-    if (left && right) return *left > *right;
-    return left.has_value() && !right.has_value();
-  });
-  return {runtimes.begin(), runtimes.end()};
+  return runtimes;
 }
 
 }  // namespace simulators

@@ -13,6 +13,7 @@
 #include "fs/DirectorySize.h"
 #include "fs/Shell.h"
 #include "model/SystemEntries.h"
+#include "model/SystemImages.h"
 #include "platform/Host.h"
 #include "platform/Text.h"
 #include "scan/DevCaches.h"
@@ -25,7 +26,6 @@ using std::filesystem::path;
 
 constexpr std::string_view kSnapshotPrefix = "com.apple.TimeMachine.";
 constexpr std::string_view kSnapshotSuffix = ".local";
-const char* const kComputerIcon = "NSImageNameComputer";
 
 // Names in `folder` that do not start with a dot, sorted; nothing when it cannot be listed.
 std::vector<std::string> visibleNames(const path& folder) {
@@ -54,13 +54,13 @@ CleanupEntryPtr groupEntry(const std::string& label, const char* icon, const std
   return group;
 }
 
-// The text under `key` of a property-list dictionary, when there is a non-empty one.
+// The text under `key` of a property-list dictionary, when there is one (an empty one counts).
 std::optional<std::string> dictionaryString(plist_t dictionary, const char* key) {
   plist_t node = plist_dict_get_item(dictionary, key);
   if (!node || plist_get_node_type(node) != PLIST_STRING) return std::nullopt;
   uint64_t length = 0;
   const char* value = plist_get_string_ptr(node, &length);
-  if (!value || length == 0) return std::nullopt;
+  if (!value) return std::nullopt;
   return std::string(value, length);
 }
 
@@ -90,9 +90,11 @@ std::string modificationDateText(const path& item) {
   return formatMediumDate(TimePoint(std::chrono::duration_cast<TimePoint::duration>(since)));
 }
 
+// Follows a symbolic link: a backup moved elsewhere and linked back is still a backup. Its
+// measurement never follows the link, so it is shown only once it holds data of its own.
 bool isFolder(const path& item) {
   struct stat info {};
-  return ::lstat(item.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+  return ::stat(item.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
 bool isUpdatePackage(std::string_view name) { return !name.starts_with('.') && name != "index.plist"; }
@@ -143,7 +145,7 @@ CleanupEntryPtr timeMachineSnapshots() {
     snapshots.push_back(std::make_shared<TimeMachineSnapshotFileEntry>(std::move(date), false));
   }
   if (snapshots.empty()) return nullptr;
-  return groupEntry("Time Machine Local Snapshots", kComputerIcon,
+  return groupEntry("Time Machine Local Snapshots", systemImage::computer,
                     "Local APFS snapshots created by Time Machine. Deleted via \"tmutil deletelocalsnapshots\". macOS "
                     "also purges them automatically when space is needed.",
                     snapshots);
@@ -157,7 +159,7 @@ CleanupEntryPtr trash() {
   if (names.empty()) return nullptr;
   auto entry = std::make_shared<CleanupEntry>(
       "Trash", "", "⚠️ Contents of your Trash. Same as \"Empty Trash\" in Finder – files are gone for good.",
-      CleanupEntry::Icon::system("NSImageNameTrashFull"), true, false);
+      CleanupEntry::Icon::system(systemImage::trashFull), true, false);
   // The items, not the folder: emptying the Trash keeps the Trash itself.
   for (const std::string& name : names) entry->addPath(trashFolder / name);
   HardLinkTracker tracker;
@@ -176,7 +178,7 @@ CleanupEntryPtr updatesAndInstallers() {
       const path item = folder / name;
       auto entry = std::make_shared<PrivilegedFileEntry>(
           name, location.showsPath ? DevCaches::abbreviatedPath(item) : std::string(), location.tooltip,
-          CleanupEntry::Icon::system(kComputerIcon), true, false);
+          CleanupEntry::Icon::system(systemImage::computer), true, false);
       entry->addPath(item);
       items.push_back(entry);
     }
@@ -184,15 +186,15 @@ CleanupEntryPtr updatesAndInstallers() {
 
   items = DevCaches::measuredLargeEnough(std::move(items));
   if (items.empty()) return nullptr;
-  return groupEntry("macOS Updates & Installers", kComputerIcon,
+  return groupEntry("macOS Updates & Installers", systemImage::computer,
                     "Downloaded but not yet installed macOS updates (/Library/Updates) and full installers in "
                     "/Applications. Deleting may require admin rights.",
                     items);
 }
 
-CleanupEntryPtr deviceBackups() {
+std::vector<CleanupEntryPtr> deviceBackupEntries() {
   const path home = DevCaches::realHomeDirectory();
-  if (home.empty()) return nullptr;
+  if (home.empty()) return {};
   const path backups = home / "Library" / "Application Support" / "MobileSync" / "Backup";
   std::vector<CleanupEntryPtr> items;
   for (const std::string& name : visibleNames(backups)) {
@@ -202,13 +204,17 @@ CleanupEntryPtr deviceBackups() {
     auto entry =
         std::make_shared<CleanupEntry>(label, modificationDateText(folder),
                                        "⚠️ Backup at " + folder.string() + ". Deleting removes it permanently.",
-                                       CleanupEntry::Icon::system(kComputerIcon), true, false);
+                                       CleanupEntry::Icon::system(systemImage::computer), true, false);
     entry->addPath(folder);
     items.push_back(entry);
   }
-  items = DevCaches::measuredLargeEnough(std::move(items));
+  return items;
+}
+
+CleanupEntryPtr deviceBackups() {
+  const std::vector<CleanupEntryPtr> items = DevCaches::measuredLargeEnough(deviceBackupEntries());
   if (items.empty()) return nullptr;
-  return groupEntry("iOS Device Backups", kComputerIcon,
+  return groupEntry("iOS Device Backups", systemImage::computer,
                     "⚠️ Local backups of iPhones & iPads made by Finder/iTunes. Deleting removes the backup "
                     "permanently – make sure you don't need it!",
                     items);
@@ -218,19 +224,18 @@ CleanupEntryPtr userLogs() {
   const path home = DevCaches::realHomeDirectory();
   if (home.empty()) return nullptr;
   const path logs = home / "Library" / "Logs";
-  const std::string folderIcon(DevCaches::kFolderIcon);
   std::vector<CleanupEntryPtr> items;
   for (const std::string& name : visibleNames(logs)) {
     const path item = logs / name;
     auto entry = std::make_shared<CleanupEntry>(name, "",
                                                 "Logs at " + item.string() + ". Recreated by the app that writes them.",
-                                                CleanupEntry::Icon::system(folderIcon), true, false);
+                                                CleanupEntry::Icon::system(systemImage::folder), true, false);
     entry->addPath(item);
     items.push_back(entry);
   }
   items = DevCaches::measuredLargeEnough(std::move(items));
   if (items.empty()) return nullptr;
-  return groupEntry("User Logs", folderIcon.c_str(),
+  return groupEntry("User Logs", systemImage::folder,
                     "Application & diagnostic logs in ~/Library/Logs. Apps recreate them; delete if you don't need "
                     "them for debugging.",
                     items);

@@ -35,6 +35,8 @@ CleanupEntryPtr trash();
 // Groups of measured items of at least 1 MiB, largest first; null when nothing is left.
 CleanupEntryPtr updatesAndInstallers();
 CleanupEntryPtr deviceBackups();
+// The device backups before measuring, labelled from their Info.plist, in name order.
+std::vector<CleanupEntryPtr> deviceBackupEntries();
 CleanupEntryPtr userLogs();
 
 // The label of a synced folder from its last path component ("OneDrive-Personal" shows as

@@ -96,8 +96,9 @@ std::vector<CleanupEntryPtr> scanArchives(const DevFiles& devFiles) {
 
   // Groups keep the order in which their first archive was found.
   std::vector<std::pair<std::string, std::vector<ArchivePtr>>> projects;
+  // A root or date folder that cannot be listed contributes nothing, without a line.
   for (const auto& root : roots) {
-    for (const auto& dateFolder : xcode::listRoot(root).value_or(std::vector<std::filesystem::path>{})) {
+    for (const auto& dateFolder : xcode::listFolder(root).value_or(std::vector<std::filesystem::path>{})) {
       for (const auto& item : xcode::listFolder(dateFolder).value_or(std::vector<std::filesystem::path>{})) {
         if (item.extension() != ".xcarchive") continue;
         ArchivePtr archive = parseArchive(item);

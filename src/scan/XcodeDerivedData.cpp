@@ -50,8 +50,10 @@ std::vector<CleanupEntryPtr> scanDerivedData(const DevFiles& devFiles) {
                                       devFiles.customDerivedDataFolderUrl());
   std::vector<CleanupEntryPtr> entries;
   std::vector<std::filesystem::path> others;
+  // A root that cannot be listed (missing, a file, unreadable) contributes nothing, without a
+  // line: only the device-support folders are worth a warning when they cannot be checked.
   for (const auto& root : roots) {
-    for (const auto& folder : xcode::listRoot(root).value_or(std::vector<std::filesystem::path>{})) {
+    for (const auto& folder : xcode::listFolder(root).value_or(std::vector<std::filesystem::path>{})) {
       // Shared by every project; Xcode rebuilds it, but it is not any one project's data.
       if (folder.filename() == "ModuleCache") continue;
       const auto plist = xcode::PropertyList::readDictionary(folder / "info.plist");

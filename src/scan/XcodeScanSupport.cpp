@@ -57,13 +57,6 @@ std::vector<std::filesystem::path> scanRoots(const std::filesystem::path& standa
   return roots;
 }
 
-std::optional<std::vector<std::filesystem::path>> listRoot(const std::filesystem::path& root) {
-  auto items = listFolder(root);
-  // A missing root is the normal case of a fresh machine; one that is there but cannot be read is not.
-  if (!items && itemExists(root)) log::warning("DevFiles: Cannot check contents of '" + root.string() + "', skipping");
-  return items;
-}
-
 bool itemExists(const std::filesystem::path& path) {
   struct stat status {};
   return ::stat(path.c_str(), &status) == 0;

@@ -20,9 +20,6 @@ std::optional<std::vector<std::filesystem::path>> listFolder(const std::filesyst
 std::vector<std::filesystem::path> scanRoots(const std::filesystem::path& standardFolder,
                                              const std::optional<std::filesystem::path>& customFolder);
 
-// listFolder for a scan root; a root that exists but cannot be listed is logged.
-std::optional<std::vector<std::filesystem::path>> listRoot(const std::filesystem::path& root);
-
 // Whether `folder` is there at all (following a symbolic link), as opposed to unreadable.
 bool itemExists(const std::filesystem::path& path);
 

@@ -20,7 +20,8 @@ TEST(AppleBuild, SplitsNumberLetterAndDailyPart) {
       {"21A5248p", 21, "A", "5248p"},
       {"15", 15, std::nullopt, ""},
       {"   ", std::nullopt, std::nullopt, ""},
-      {" 21 E219", 21, "E", "219"},  // white space before the number and the letter is skipped
+      {" 21 E219", 21, "E", "219"},          // white space before the number and the letter is skipped
+      {" 21 A \n 5248p", 21, "A", "5248p"},  // and before the daily part
       {"(21E219)", std::nullopt, "(", "21E219)"},
       {"-3A1", -3, "A", "1"},
       {"99999999999999999999Z", std::numeric_limits<int64_t>::max(), "Z", ""},
@@ -34,7 +35,8 @@ TEST(AppleBuild, SplitsNumberLetterAndDailyPart) {
     EXPECT_EQ(build.toString(), c.text);
   }
   EXPECT_EQ(AppleBuild("21E219"), AppleBuild(" 21 E219"));  // equality compares the parts
-  EXPECT_NE(AppleBuild("A1"), AppleBuild("0A1"));           // an absent number differs from 0
+  EXPECT_EQ(AppleBuild("21A5248p"), AppleBuild(" 21 A 5248p"));
+  EXPECT_NE(AppleBuild("A1"), AppleBuild("0A1"));  // an absent number differs from 0
 }
 
 TEST(AppleBuild, OrdersByNumberThenLetterThenDailyTextLiterally) {

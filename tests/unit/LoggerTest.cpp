@@ -57,15 +57,21 @@ TEST(Logger, LevelFiltersFormatCharactersPassAndTheObserverSeesEveryWrittenLine)
   EXPECT_EQ(seen, (std::vector<std::string>{"\u26A0\uFE0F 100% %s %n {}", "\u274C kept"}));
 }
 
-TEST(Logger, WithoutFileLoggingOrAWritableFolderNoFileIsWritten) {
+TEST(Logger, WithoutFileLoggingOrAFolderThatCanBeMadeNoFileIsWritten) {
   TempDir dir;
   Logger off("MainLog", Level::info, Logger::FileLogging::off, dir.path(), kPrefix);
   off.setConsoleLogging(false);
   off.info("nowhere");
   EXPECT_FALSE(off.logFilePath().has_value());
   EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
-  Logger missing("MainLog", Level::info, Logger::FileLogging::on, dir / "missing", kPrefix);
-  EXPECT_FALSE(missing.isLoggingToFile());
+  // A missing folder is made, for this user alone; one that cannot be made means no file.
+  Logger made("MainLog", Level::info, Logger::FileLogging::on, dir / "state/tidewell", kPrefix);
+  EXPECT_TRUE(made.isLoggingToFile());
+  for (const char* folder : {"state", "state/tidewell"})
+    EXPECT_EQ(std::filesystem::status(dir / folder).permissions(), std::filesystem::perms::owner_all) << folder;
+  test::writeFile(dir / "file", "not a folder");
+  Logger blocked("MainLog", Level::info, Logger::FileLogging::on, dir / "file/tidewell", kPrefix);
+  EXPECT_FALSE(blocked.isLoggingToFile());
 }
 
 TEST(Logger, ConcurrentLinesStayWhole) {

@@ -76,8 +76,12 @@ TEST_F(ProjectBuildsScannerTest, DepthLimitHiddenFoldersPackagesLinksAndHomeExcl
   project(deep + "d13/Cargo.toml", {"target"});  // depth 13 is not
   project(".hidden/app/Cargo.toml", {"target"});
   project("Library/app/Cargo.toml", {"target", "../Developer/Xcode/DerivedData/App-abc"});
-  project("code/Library/app/Cargo.toml", {"target"});        // "Library" is only excluded right in the home
-  project("code/Tool.app/Contents/Cargo.toml", {"target"});  // a package is never entered
+  project("code/Library/app/Cargo.toml", {"target"});  // "Library" is only excluded right in the home
+  // A package is never entered, whatever the case of its extension, document packages too.
+  for (const char* package : {"Tool.app", "Tool2.APP", "Film.fcpbundle", "Song.logicx", "Letter.Pages", "Talk.key",
+                              "Jam.band", "App.xcodeproj"})
+    project(std::string("code/") + package + "/Contents/Cargo.toml", {"target"});
+  project("code/Not.a.package/Cargo.toml", {"target"});
   fs::create_directories(home_ / "code/ios/DerivedData/Build");
   // A link counts as a cache folder but is never entered, nor is a linked project.
   project("../outside/project/Cargo.toml", {"target", "../real-target"});
@@ -87,7 +91,8 @@ TEST_F(ProjectBuildsScannerTest, DepthLimitHiddenFoldersPackagesLinksAndHomeExcl
 
   auto found = ProjectBuildsScanner::findFolders({});
   EXPECT_THAT(relative(found, Kind::rustTarget),
-              UnorderedElementsAre(deep + "target", "code/Library/app/target", "code/engine/target"));
+              UnorderedElementsAre(deep + "target", "code/Library/app/target", "code/engine/target",
+                                   "code/Not.a.package/target"));
   EXPECT_THAT(relative(found, Kind::derivedData), ElementsAre("code/ios/DerivedData"));
 }
 

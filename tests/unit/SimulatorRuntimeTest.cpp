@@ -39,7 +39,10 @@ class SimulatorRuntimes : public ::testing::Test {
       auto size = runtime->knownSizeInBytes();
       std::string line = runtime->imageIdentifier() + " | " + runtime->label() + " | " + runtime->extraInfo() + " | " +
                          (size ? std::to_string(*size) : "-") + " |";
-      for (const auto& path : runtime->paths()) line += " /" + path.lexically_relative(root.path()).string();
+      for (const auto& path : runtime->paths()) {
+        const auto relative = path.lexically_relative(root.path());
+        line += relative.empty() || *relative.begin() == ".." ? " " + path.string() : " /" + relative.string();
+      }
       lines.push_back(line);
     }
     return lines;
@@ -57,9 +60,14 @@ TEST_F(SimulatorRuntimes, ListOutputVariants) {
       {"[{\"deletable\": true}]", {}, true},
       {R"({"A": {"version": "17.4"}, "B": 1})", {}, true},  // one bad record spoils the list
       {R"({"A": {"version": "17.4"}} trailing)", {}, true},
+      {R"({"A": [{"version": "17.4"}]})", {}, true},
+      // Values nested inside a record are no fields, however deep.
+      {R"({"A": {"version": ["17"], "path": {"p": "/x"}, "more": {"deletable": false, "sizeBytes": 1}, "deep": )" +
+           std::string(100'000, '[') + std::string(100'000, ']') + "}}",
+       {"A | A  |  | - |"}, false},
       {" { } \n", {}, false},
-      // Largest known size first; records without one keep the tool's order after them. A
-      // record without "runtimeIdentifier" uses its key; wrong types count as missing.
+      // The tool's order, whatever the sizes. A record without "runtimeIdentifier" uses its
+      // key; wrong types count as missing; sizes are signed 64-bit integers, fractions cut off.
       {R"({
         "IOS": {"build": "21E213", "deletable": true, "sizeBytes": 7318396928, "version": "17.4",
                 "path": "/Library/Developer/CoreSimulator/Volumes/iOS_21E213",
@@ -72,12 +80,17 @@ TEST_F(SimulatorRuntimes, ListOutputVariants) {
                     "version": 17.0, "build": 21, "sizeBytes": -5},
         "com.apple.CoreSimulator.SimRuntime.watchOS-10-2": {"version": "10.2", "sizeBytes": 3.5e9,
                                                            "path": "relative/path"},
-        "HUGE": {"runtimeIdentifier": "--visionOS-2-0", "sizeBytes": 18446744073709551615, "path": ""}
+        "HUGE": {"runtimeIdentifier": "--visionOS-2-0", "sizeBytes": 18446744073709551615, "path": ""},
+        "FRACTIONS": {"version": "1", "sizeBytes": 2.9}, "NEGATIVE-FRACTION": {"sizeBytes": -1.5}
       })",
        {"IOS | iOS 17.4 | 21E213 | 7318396928 | /Library/Developer/CoreSimulator/Volumes/iOS_21E213",
-        "com.apple.CoreSimulator.SimRuntime.watchOS-10-2 | watchOS 10.2 |  | 3500000000 |",
-        "NO-DELETABLE-KEY | xrOS 1.2 | 21O5565d | - |", "STRANGE | tvOS  |  | - |", "HUGE | visionOS  |  | - |"},
+        "NO-DELETABLE-KEY | xrOS 1.2 | 21O5565d | - |", "STRANGE | tvOS  |  | -5 |",
+        "com.apple.CoreSimulator.SimRuntime.watchOS-10-2 | watchOS 10.2 |  | 3500000000 | " +
+            (std::filesystem::current_path() / "relative/path").string(),
+        "HUGE | visionOS  |  | - |", "FRACTIONS | FRACTIONS 1 |  | 2 |", "NEGATIVE-FRACTION | NEGATIVE  |  | -1 |"},
        false},
+      // A key given twice is one record, at its first place, with the value given last.
+      {R"({"B": {"version": "1"}, "A": {}, "B": {"version": "2"}})", {"B | B 2 |  | - |", "A | A  |  | - |"}, false},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.json);

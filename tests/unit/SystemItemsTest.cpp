@@ -139,11 +139,22 @@ TEST_F(SystemItemsScan, DeviceBackupsAreNamedFromTheirInfo) {
   test::writeFile(backups / "00008101-C/Info.plist", "<?xml version=\"1.0\"?><plist><dict><key>Disp");
   test::writeFileOfSize(backups / "00008101-D/Manifest.db", 2 * kMiB);  // no Info.plist at all
   test::writeFileOfSize(backups / "00008101-E/Manifest.db", 100 * kKiB);
+  test::writeFileOfSize(backups / "00008101-F/Manifest.db", 5 * kMiB / 2);  // an empty display name is a name
+  writeBackupInfo(backups / "00008101-F/Info.plist", {{"Display Name", ""}, {"Device Name", "iPhone"}},
+                  test::PlistFormat::binary);
+  // A backup moved elsewhere and linked back is a backup, but a link measures nothing.
+  writeBackupInfo(fixture.at("~/Moved/00008101-G/Info.plist"), {{"Display Name", "Moved iPad"}},
+                  test::PlistFormat::xml);
+  fs::create_directory_symlink(fixture.at("~/Moved/00008101-G"), backups / "00008101-G");
+  test::writeFile(backups / "00008101-H", "a file, not a backup");
 
+  EXPECT_EQ(labelsOf(SystemItems::deviceBackupEntries()),
+            (std::vector<std::string>{"Ann's iPhone", "Bob's iPad", "00008101-C", "00008101-D", "00008101-E", "",
+                                      "Moved iPad"}));
   CleanupEntryPtr group = SystemItems::deviceBackups();
   ASSERT_TRUE(group);
   ASSERT_EQ(labelsOf(group->items()),
-            (std::vector<std::string>{"Ann's iPhone", "Bob's iPad", "00008101-C", "00008101-D"}));
+            (std::vector<std::string>{"Ann's iPhone", "Bob's iPad", "", "00008101-C", "00008101-D"}));
   const CleanupEntry& ann = *group->items()[0];
   EXPECT_EQ(ann.tooltipText(),
             "⚠️ Backup at " + (backups / "00008101-A").string() + ". Deleting removes it permanently.");
