@@ -227,7 +227,7 @@ class Walker {
         return;
       }
       if (!S_ISREG(status.st_mode)) return;
-      if (tracker_ && status.st_nlink > 1 && !tracker_->insertIfNew(status.st_dev, status.st_ino)) return;
+      if (tracker_ && status.st_nlink > 1 && !tracker_->insertIfNew(FileIdentity::of(status))) return;
       subtotal = addSizes(subtotal, static_cast<int64_t>(status.st_blocks) * 512);
     });
     if (listErrno || itemErrno) {

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/Error.h"
+#include "platform/FileIdentity.h"
 
 // The removal works on directory descriptors only. A name is looked at with fstatat without
 // following links; a folder is entered with openat(O_NOFOLLOW) and only when the descriptor
@@ -44,14 +45,6 @@ constexpr int kMaxAttempts = 8;
 constexpr int kChangedWhileRemoving = EAGAIN;
 
 constexpr int kOpenFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-
-struct Identity {
-  dev_t device = 0;
-  ino_t inode = 0;
-  bool operator==(const Identity&) const = default;
-};
-
-Identity identityOf(const struct stat& status) { return {status.st_dev, status.st_ino}; }
 
 // File names may hold any bytes; the description shows them as text.
 std::string displayName(std::string_view name) {
@@ -87,7 +80,7 @@ struct Entry {
 // One folder of the chain being emptied.
 struct Folder {
   std::string name;  // its name inside its parent
-  Identity identity;
+  FileIdentity identity;
   DIR* stream = nullptr;  // owns the folder's descriptor while it is open
   std::vector<Entry> entries;
   size_t next = 0;
@@ -208,7 +201,7 @@ Remover::Outcome Remover::removeEntry(int dirFd, const std::string& name, unsign
       return Outcome::failed;
     }
     struct stat opened {};
-    if (::fstat(fd, &opened) != 0 || identityOf(opened) != identityOf(status)) {
+    if (::fstat(fd, &opened) != 0 || FileIdentity::of(opened) != FileIdentity::of(status)) {
       ::close(fd);
       continue;
     }
@@ -222,7 +215,7 @@ Remover::Outcome Remover::removeEntry(int dirFd, const std::string& name, unsign
     if (topLevel) device_ = status.st_dev;
     folder = Folder{};
     folder.name = name;
-    folder.identity = identityOf(status);
+    folder.identity = FileIdentity::of(status);
     folder.stream = stream;
     return Outcome::descend;
   }
@@ -262,7 +255,7 @@ int Remover::reopenFromBase(size_t index) {
   for (size_t level = 0; level <= index; ++level) {
     const int fd = ::openat(current, stack_[level].name.c_str(), kOpenFolderFlags);
     struct stat status {};
-    const bool same = fd >= 0 && ::fstat(fd, &status) == 0 && identityOf(status) == stack_[level].identity;
+    const bool same = fd >= 0 && ::fstat(fd, &status) == 0 && FileIdentity::of(status) == stack_[level].identity;
     if (current != baseFd_) ::close(current);
     if (!same) {
       if (fd >= 0) ::close(fd);
@@ -278,7 +271,7 @@ int Remover::openFolderAt(size_t index) {
   // Only the parent of the deepest folder is ever asked for, and that one is open.
   int fd = ::openat(stack_[index + 1].fd(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   struct stat status {};
-  if (fd >= 0 && (::fstat(fd, &status) != 0 || identityOf(status) != stack_[index].identity)) {
+  if (fd >= 0 && (::fstat(fd, &status) != 0 || FileIdentity::of(status) != stack_[index].identity)) {
     // The child was moved elsewhere: find the parent again by its names.
     ::close(fd);
     fd = -1;
