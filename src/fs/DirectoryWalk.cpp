@@ -20,8 +20,10 @@
 
 #include "fs/DirectoryListing.h"
 #include "fs/DirectorySize.h"
+#include "fs/TrustedFolders.h"
 #include "model/CleanupEntry.h"
 #include "platform/Error.h"
+#include "platform/FolderResolution.h"
 #include "platform/ThreadPool.h"
 
 namespace tw {
@@ -67,6 +69,18 @@ void release(Node* node) {
   }
 }
 
+// A subfolder of an open folder; -1 with EXDEV when it is the root of another mount (a bind
+// mount of the same file system included), which the measurement never enters.
+int openChild(int parentFd, const char* name) {
+  const int fd = ::openat(parentFd, name, kFolderOpenFlags);
+  if (fd >= 0 && isMountRoot(parentFd, fd)) {
+    ::close(fd);
+    errno = EXDEV;
+    return -1;
+  }
+  return fd;
+}
+
 int closeKeepingErrno(int fd) {
   const int saved = errno;
   ::close(fd);
@@ -80,8 +94,11 @@ class Walker {
       : folder_(std::move(folder)), tracker_(tracker), pool_(pool) {}
 
   int64_t run() {
-    const int rootFd = ::open(folder_.c_str(), kFolderOpenFlags);
-    if (rootFd < 0) throw folderError(errno, folder_.string());
+    // Resolved from the folder the scan started at, like the removal: a cache folder reached
+    // through a link or a mount point below it measures nothing.
+    const OpenedFolder opened = openFolderFromAnchor(folder_, folder_);
+    if (opened.fd < 0) throw folderError(opened.error, folder_.string());
+    const int rootFd = opened.fd;
     auto* root = new Node(nullptr, folder_.string());
     if (pool_) {
       ThreadPool::TaskGroup group(*pool_);
@@ -154,7 +171,7 @@ class Walker {
     {
       std::lock_guard lock(parent->mutex);
       if (parent->fd >= 0) {
-        fd = ::openat(parent->fd, node->name.c_str(), kFolderOpenFlags);
+        fd = openChild(parent->fd, node->name.c_str());
       } else {
         reopen = true;
       }
@@ -174,7 +191,7 @@ class Walker {
     for (Node* ancestor = node->parent;; ancestor = ancestor->parent) {
       std::lock_guard lock(ancestor->mutex);
       if (ancestor->fd >= 0) {
-        fd = ::openat(ancestor->fd, names.back()->c_str(), kFolderOpenFlags);
+        fd = openChild(ancestor->fd, names.back()->c_str());
         names.pop_back();
         break;
       }
@@ -185,7 +202,7 @@ class Walker {
       names.push_back(&ancestor->name);
     }
     while (fd >= 0 && !names.empty()) {
-      const int next = ::openat(fd, names.back()->c_str(), kFolderOpenFlags);
+      const int next = openChild(fd, names.back()->c_str());
       names.pop_back();
       if (next < 0) return closeKeepingErrno(fd);
       ::close(fd);
@@ -198,8 +215,9 @@ class Walker {
     if (fd < 0) {
       fd = openNode(node);
       if (fd < 0) {
-        // Gone since its parent was listed: it no longer takes any space.
-        if (errno == ENOENT || errno == ENOTDIR) return;
+        // Gone since its parent was listed: it no longer takes any space. Another mount inside
+        // the folder is not part of it.
+        if (errno == ENOENT || errno == ENOTDIR || errno == EXDEV) return;
         fail(folderError(errno, pathOf(node)));
         return;
       }

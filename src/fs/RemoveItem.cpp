@@ -2,10 +2,12 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unicode/unistr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <optional>
 #include <string>
@@ -14,14 +16,16 @@
 #include <utility>
 #include <vector>
 
+#include "fs/TrustedFolders.h"
 #include "platform/Error.h"
 #include "platform/FileIdentity.h"
+#include "platform/FolderResolution.h"
 
 // The removal works on directory descriptors only. A name is looked at with fstatat without
 // following links; a folder is entered with openat(O_NOFOLLOW) and only when the descriptor
 // names the very object that was looked at (device and inode), so a folder swapped for a link
 // or for another folder between the look and the open is never entered. The walk keeps its own
-// stack instead of recursing, and keeps at most kMaxOpenFolders folders of the current chain
+// stack instead of recursing, and keeps only a few folders of the current chain
 // open: a shallower folder is closed when the chain gets deeper and opened again through ".."
 // of its child, with the same identity check, on the way back up.
 
@@ -33,7 +37,22 @@ void (*removeItemBeforeOpeningFolderHook)(const char* name) = nullptr;
 
 namespace {
 
-constexpr size_t kMaxOpenFolders = 64;
+// Descriptors kept open for the chain of folders being emptied: a quarter of what the process
+// may still open, so that a low limit (ulimit -n 16) slows the walk down instead of failing it.
+size_t maxOpenFolders() {
+  rlimit limits{};
+  size_t allowed = 256;
+  if (::getrlimit(RLIMIT_NOFILE, &limits) == 0 && limits.rlim_cur != RLIM_INFINITY) {
+    allowed = static_cast<size_t>(limits.rlim_cur);
+  }
+  // Descriptors already in use (standard streams, the log, the caller's) are not ours to take.
+  size_t inUse = 0;
+  for (int fd = 0; fd < static_cast<int>(std::min<size_t>(allowed, 1024)); ++fd) {
+    if (::fcntl(fd, F_GETFD) != -1) ++inUse;
+  }
+  const size_t free = allowed > inUse ? allowed - inUse : 0;
+  return std::clamp<size_t>(free / 4, 1, 64);
+}
 // Listing a folder again after its removal found it not empty copes with items that appear
 // while it runs; the bound keeps a folder that keeps filling from holding the walk forever.
 constexpr int kMaxListings = 4;
@@ -127,6 +146,7 @@ class Remover {
   std::string name_;
   std::vector<Folder> stack_;
   size_t lowestOpen_ = 0;  // folders at this index and deeper are open
+  const size_t maxOpenFolders_ = maxOpenFolders();
   std::optional<dev_t> device_;
   std::optional<FileSystemError> firstFailure_;
 };
@@ -148,7 +168,7 @@ void Remover::close(Folder& folder) {
 
 void Remover::push(Folder folder) {
   stack_.push_back(std::move(folder));
-  while (stack_.size() - lowestOpen_ > kMaxOpenFolders) close(stack_[lowestOpen_++]);
+  while (stack_.size() - lowestOpen_ > maxOpenFolders_) close(stack_[lowestOpen_++]);
 }
 
 Remover::Outcome Remover::removeEntry(int dirFd, const std::string& name, unsigned char type, Folder& folder) {
@@ -180,7 +200,7 @@ Remover::Outcome Remover::removeEntry(int dirFd, const std::string& name, unsign
       return Outcome::failed;
     }
 
-    // A folder. Another volume mounted inside the tree is never entered.
+    // A folder. Another volume inside the tree is never entered.
     if (device_ && status.st_dev != *device_) {
       fail(EXDEV, entryPath(name), name);
       return Outcome::failed;
@@ -204,6 +224,13 @@ Remover::Outcome Remover::removeEntry(int dirFd, const std::string& name, unsign
     if (::fstat(fd, &opened) != 0 || FileIdentity::of(opened) != FileIdentity::of(status)) {
       ::close(fd);
       continue;
+    }
+    // Another volume mounted inside the tree, a bind mount of this one included, is never
+    // entered: its files are not part of the selection.
+    if (isMountRoot(dirFd, fd)) {
+      ::close(fd);
+      fail(EXDEV, entryPath(name), name);
+      return Outcome::failed;
     }
     DIR* stream = ::fdopendir(fd);
     if (!stream) {
@@ -358,12 +385,25 @@ void removeItem(const std::filesystem::path& path) {
   if (name.empty()) throw FileSystemError(describeFailure(ENOENT, name), ENOENT, path);
   if (name == "." || name == ".." || text == "/") throw FileSystemError(describeFailure(EINVAL, name), EINVAL, path);
 
-  // The folders leading to the item are taken as given; from the item down nothing is followed.
-  const int baseFd = ::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (baseFd < 0) {
-    const int code = errno;
+  // The folders leading to the item are resolved from the trusted folder the scan started at
+  // (the home or developer folder, say), following no link and entering no other mount below
+  // it: a parent folder swapped for a link since the scan leads to a refusal, not elsewhere.
+  const OpenedFolder base = openFolderFromAnchor(parent, path);
+  if (base.fd < 0) {
+    const int code = base.error;
+    if (code == ELOOP) {
+      throw FileSystemError("\u201C" + displayName(name) + "\u201D couldn\u2019t be removed because \u201C" +
+                                displayName(base.component) + "\u201D in its path is a symbolic link.",
+                            code, path);
+    }
+    if (code == EXDEV) {
+      throw FileSystemError("\u201C" + displayName(name) + "\u201D couldn\u2019t be removed because \u201C" +
+                                displayName(base.component) + "\u201D in its path is on another volume.",
+                            code, path);
+    }
     throw FileSystemError(describeFailure(code == ENOTDIR ? ENOENT : code, name), code, path);
   }
+  const int baseFd = base.fd;
   Remover remover(path, baseFd, name);
   remover.run();
   if (remover.firstFailure()) throw *remover.firstFailure();
