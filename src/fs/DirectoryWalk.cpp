@@ -50,9 +50,12 @@ int heldDescriptorLimit() {
 // alive while its stack slot or any child refers to it: the children need its descriptor or,
 // once that is gone, its name to reach the folder again.
 struct Node {
-  Node(Node* parentNode, std::string folderName) : parent(parentNode), name(std::move(folderName)) {}
+  Node(Node* parentNode, std::string folderName)
+      : parent(parentNode), name(std::move(folderName)), depth(parentNode ? parentNode->depth + 1 : 0) {}
   Node* const parent;
   const std::string name;  // relative to the parent; the root's is its whole path
+  const size_t depth;
+  FileIdentity identity;  // recorded when the node lets its descriptor go
   std::atomic<uint32_t> references{1};
   std::mutex mutex;  // guards fd and unopenedChildren
   int fd = -1;
@@ -87,6 +90,15 @@ int closeKeepingErrno(int fd) {
   errno = saved;
   return -1;
 }
+
+// The folder a thread last had to let go of, kept open. A depth-first walk that comes back up
+// to a folder whose descriptor is gone climbs there from here through "..", one step for each
+// level it went down, instead of opening the whole path again from a distant ancestor: that is
+// what keeps a deep chain with pending siblings at every level (a comb) linear.
+struct Cursor {
+  Node* node = nullptr;  // holds a reference
+  int fd = -1;
+};
 
 class Walker {
  public:
@@ -123,6 +135,7 @@ class Walker {
   // Depth-first from `start`, handing the oldest pending subfolder (the largest piece of work
   // likely left) to the pool whenever a thread there is idle.
   void walkFrom(Node* start, int startFd = -1) {
+    Cursor cursor;
     std::deque<Node*> stack{start};
     int64_t subtotal = 0;
     while (!stack.empty()) {
@@ -130,7 +143,10 @@ class Walker {
         for (Node* node : stack) abandon(node);
         break;
       }
-      if (group_ && stack.size() > 1 && pool_->idleThreadCount() > handedOver_.load(std::memory_order_relaxed)) {
+      // Only a folder whose parent still holds its descriptor is handed over: another thread
+      // could reach any other one only by opening its whole path again.
+      if (group_ && stack.size() > 1 && pool_->idleThreadCount() > handedOver_.load(std::memory_order_relaxed) &&
+          parentHoldsDescriptor(stack.front())) {
         Node* oldest = stack.front();
         stack.pop_front();
         handedOver_.fetch_add(1, std::memory_order_relaxed);
@@ -141,9 +157,10 @@ class Walker {
       }
       Node* node = stack.back();
       stack.pop_back();
-      listFolderNode(node, std::exchange(startFd, -1), stack, subtotal);
+      listFolderNode(node, std::exchange(startFd, -1), stack, subtotal, cursor);
       release(node);
     }
+    moveCursor(cursor, nullptr, -1);
     std::lock_guard lock(totalMutex_);
     total_ = addSizes(total_, subtotal);
   }
@@ -164,7 +181,44 @@ class Walker {
     }
   }
 
-  int openNode(Node* node) {
+  static bool parentHoldsDescriptor(Node* node) {
+    if (!node->parent) return true;
+    std::lock_guard lock(node->parent->mutex);
+    return node->parent->fd >= 0;
+  }
+
+  void moveCursor(Cursor& cursor, Node* node, int fd) {
+    if (cursor.fd >= 0) ::close(cursor.fd);
+    if (node) node->references.fetch_add(1, std::memory_order_relaxed);
+    if (cursor.node) release(cursor.node);
+    cursor = {node, fd};
+  }
+
+  // The parent of `node` through ".." from the cursor, when the cursor lies below it; -1 when
+  // it does not or when the folder found there is not the one listed before.
+  int climbToParent(Node* node, Cursor& cursor) {
+    Node* parent = node->parent;
+    if (!cursor.node || cursor.node->depth < parent->depth) return -1;
+    size_t steps = cursor.node->depth - parent->depth;
+    Node* ancestor = cursor.node;
+    for (size_t step = 0; step < steps; ++step) ancestor = ancestor->parent;
+    if (ancestor != parent) return -1;
+    int fd = ::dup(cursor.fd);
+    for (; fd >= 0 && steps > 0; --steps) {
+      const int up = ::openat(fd, "..", kFolderOpenFlags);
+      ::close(fd);
+      fd = up;
+    }
+    struct stat status {};
+    if (fd < 0 || ::fstat(fd, &status) != 0 || FileIdentity::of(status) != parent->identity) {
+      if (fd >= 0) ::close(fd);
+      return -1;
+    }
+    moveCursor(cursor, parent, ::dup(fd));
+    return fd;
+  }
+
+  int openNode(Node* node, Cursor& cursor) {
     Node* parent = node->parent;
     int fd = -1;
     bool reopen = false;
@@ -176,7 +230,15 @@ class Walker {
         reopen = true;
       }
     }
-    if (reopen) fd = reopenThroughAncestors(node);
+    if (reopen) {
+      const int parentFd = climbToParent(node, cursor);
+      if (parentFd >= 0) {
+        fd = openChild(parentFd, node->name.c_str());
+        closeKeepingErrno(parentFd);
+      } else {
+        fd = reopenThroughAncestors(node);
+      }
+    }
     const int savedErrno = errno;
     childSettled(parent);
     errno = savedErrno;
@@ -211,9 +273,9 @@ class Walker {
     return fd;
   }
 
-  void listFolderNode(Node* node, int fd, std::deque<Node*>& stack, int64_t& subtotal) {
+  void listFolderNode(Node* node, int fd, std::deque<Node*>& stack, int64_t& subtotal, Cursor& cursor) {
     if (fd < 0) {
-      fd = openNode(node);
+      fd = openNode(node, cursor);
       if (fd < 0) {
         // Gone since its parent was listed: it no longer takes any space. Another mount inside
         // the folder is not part of it.
@@ -264,7 +326,10 @@ class Walker {
       std::lock_guard lock(node->mutex);
       node->unopenedChildren = static_cast<uint32_t>(children.size());
       if (heldDescriptors_.load(std::memory_order_relaxed) > descriptorLimit_) {
-        ::close(fd);
+        // Its subfolders will find it again from below; the cursor keeps one descriptor.
+        struct stat status {};
+        if (::fstat(fd, &status) == 0) node->identity = FileIdentity::of(status);
+        moveCursor(cursor, node, fd);
         heldDescriptors_.fetch_sub(1, std::memory_order_relaxed);
       } else {
         node->fd = fd;

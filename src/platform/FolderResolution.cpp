@@ -21,12 +21,9 @@ BeneathResult openFolderBeneath(int anchorFd, std::string_view relative) {
     if (result.fd < 0) result.error = errno;
     return result;
   }
-  // The kernel resolves the whole path at once where it can; only a refusal is walked again
-  // by hand, to name the link or mount point that caused it.
-  if (folder_resolution_detail::openBeneathInKernel(anchorFd, relative, result) &&
-      (result.fd >= 0 || (result.error != ELOOP && result.error != EXDEV))) {
-    return result;
-  }
+  // The kernel resolves the whole path at once where it can; a failure is walked again by
+  // hand, to name the link or mount point that caused it (a final link reads as ENOTDIR there).
+  if (folder_resolution_detail::openBeneathInKernel(anchorFd, relative, result) && result.fd >= 0) return result;
   result = {};
   int current = anchorFd;
   size_t start = 0;
