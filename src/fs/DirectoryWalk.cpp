@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,6 +21,7 @@
 #include "fs/DirectorySize.h"
 #include "fs/TrustedFolders.h"
 #include "model/CleanupEntry.h"
+#include "platform/Descriptors.h"
 #include "platform/Error.h"
 #include "platform/FolderResolution.h"
 #include "platform/ThreadPool.h"
@@ -33,18 +33,11 @@ namespace {
 constexpr int kFolderOpenFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 // Folders whose listing is done but whose subfolders are still to be opened keep their
-// descriptor, so that each subfolder opens with one openat. Past this many, a folder lets
-// its descriptor go and its subfolders are reached again from the nearest ancestor that still
-// has one. Depth-first order keeps the count near the tree's depth, so the limit only bites in
-// very deep, branching trees.
-int heldDescriptorLimit() {
-  rlimit limits{};
-  int result = 256;
-  if (::getrlimit(RLIMIT_NOFILE, &limits) == 0 && limits.rlim_cur != RLIM_INFINITY) {
-    result = std::min<int>(result, static_cast<int>(limits.rlim_cur / 4));
-  }
-  return std::max(result, 8);
-}
+// descriptor, so that each subfolder opens with one openat. Past this many (a quarter of the
+// descriptors the process may still open), a folder lets its descriptor go and its subfolders
+// reach it again by climbing from below (see Cursor). Depth-first order keeps the count near
+// the tree's depth, so the limit only bites in very deep, branching trees.
+int heldDescriptorLimit() { return static_cast<int>(std::clamp<size_t>(availableDescriptors() / 4, 2, 256)); }
 
 // One folder still to be listed, or listed with subfolders still to be opened. A node stays
 // alive while its stack slot or any child refers to it: the children need its descriptor or,

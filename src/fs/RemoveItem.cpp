@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unicode/unistr.h>
 #include <unistd.h>
@@ -17,6 +16,7 @@
 #include <vector>
 
 #include "fs/TrustedFolders.h"
+#include "platform/Descriptors.h"
 #include "platform/Error.h"
 #include "platform/FileIdentity.h"
 #include "platform/FolderResolution.h"
@@ -39,20 +39,8 @@ namespace {
 
 // Descriptors kept open for the chain of folders being emptied: a quarter of what the process
 // may still open, so that a low limit (ulimit -n 16) slows the walk down instead of failing it.
-size_t maxOpenFolders() {
-  rlimit limits{};
-  size_t allowed = 256;
-  if (::getrlimit(RLIMIT_NOFILE, &limits) == 0 && limits.rlim_cur != RLIM_INFINITY) {
-    allowed = static_cast<size_t>(limits.rlim_cur);
-  }
-  // Descriptors already in use (standard streams, the log, the caller's) are not ours to take.
-  size_t inUse = 0;
-  for (int fd = 0; fd < static_cast<int>(std::min<size_t>(allowed, 1024)); ++fd) {
-    if (::fcntl(fd, F_GETFD) != -1) ++inUse;
-  }
-  const size_t free = allowed > inUse ? allowed - inUse : 0;
-  return std::clamp<size_t>(free / 4, 1, 64);
-}
+size_t maxOpenFolders() { return std::clamp<size_t>(availableDescriptors() / 4, 1, 64); }
+
 // Listing a folder again after its removal found it not empty copes with items that appear
 // while it runs; the bound keeps a folder that keeps filling from holding the walk forever.
 constexpr int kMaxListings = 4;
