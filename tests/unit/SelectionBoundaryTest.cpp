@@ -26,6 +26,7 @@
 #include "platform/FolderResolution.h"
 #include "platform/Host.h"
 #include "platform/ThreadPool.h"
+#include "scan/DevCaches.h"
 #include "scan/ProjectBuildsScanner.h"
 #include "support/TempDir.h"
 
@@ -168,6 +169,14 @@ TEST(SelectionBoundary, ACacheFolderReachedThroughALinkIsNeitherShownNorDeleted)
   }
   EXPECT_EQ(shown, std::vector<std::string>{(home / "Projects" / "own" / "vendor" / "bundle").string()});
   EXPECT_EQ(measurePath(home / "Projects" / "linked" / "vendor" / "bundle", nullptr), 0);
+
+  // The catalogue likewise: its pattern reaches the folder through the link, its measurement
+  // does not.
+  fs::create_directory_symlink(outside, home / ".linked-tool");
+  const auto catalogue = DevCaches::makeEntries(
+      {{"", "Linked tool", "", {"~/.linked-tool/bundle"}}, {"", "Own vendor", "", {"~/Projects/own/vendor/bundle"}}});
+  ASSERT_EQ(catalogue.size(), 1u);
+  EXPECT_EQ(catalogue.front()->label(), "Own vendor");
 
   EXPECT_EQ(removalFailure(home / "Projects" / "linked" / "vendor" / "bundle"),
             "\u201Cbundle\u201D couldn\u2019t be removed because \u201Cvendor\u201D in its path is a symbolic link.");
