@@ -14,7 +14,7 @@ namespace {
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 }
 
-BeneathResult openFolderBeneath(int anchorFd, std::string_view relative) {
+BeneathResult openFolderBeneath(int anchorFd, std::string_view relative, BeneathResolution resolution) {
   BeneathResult result;
   if (relative.empty()) {
     result.fd = ::openat(anchorFd, ".", kFolderFlags);
@@ -23,7 +23,10 @@ BeneathResult openFolderBeneath(int anchorFd, std::string_view relative) {
   }
   // The kernel resolves the whole path at once where it can; a failure is walked again by
   // hand, to name the link or mount point that caused it (a final link reads as ENOTDIR there).
-  if (folder_resolution_detail::openBeneathInKernel(anchorFd, relative, result) && result.fd >= 0) return result;
+  if (resolution == BeneathResolution::automatic &&
+      folder_resolution_detail::openBeneathInKernel(anchorFd, relative, result) && result.fd >= 0) {
+    return result;
+  }
   result = {};
   int current = anchorFd;
   size_t start = 0;

@@ -33,9 +33,15 @@ struct BeneathResult {
   std::string component;  // the name that stopped the resolution, when one did
 };
 
+enum class BeneathResolution {
+  automatic,             // in one kernel call where the system has one (openat2), else by component
+  componentByComponent,  // openat(O_NOFOLLOW) and a mount check for each component
+};
+
 // Opens the folder at `relative` ("a/b/c", no "." or "..") below the open folder `anchorFd`,
 // following no symbolic link in any component and entering no other mount. An empty
 // `relative` opens the anchor itself again.
-BeneathResult openFolderBeneath(int anchorFd, std::string_view relative);
+BeneathResult openFolderBeneath(int anchorFd, std::string_view relative,
+                                BeneathResolution resolution = BeneathResolution::automatic);
 
 }  // namespace tw

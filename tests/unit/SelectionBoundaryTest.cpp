@@ -99,6 +99,46 @@ int64_t allocated(const fs::path& file) {
   return ::lstat(file.c_str(), &status) == 0 ? static_cast<int64_t>(status.st_blocks) * 512 : -1;
 }
 
+// Both ways of resolving a path below a trusted folder agree on what they open and on the
+// name that stops them.
+TEST(SelectionBoundary, ResolvingBelowAnAnchorStopsAtTheFirstLinkOrMissingFolder) {
+  TempDir dir;
+  fs::create_directories(dir / "a" / "b" / "c");
+  writeFile(dir / "a" / "b" / "file", "x");
+  fs::create_directory_symlink(dir / "a" / "b", dir / "a" / "link");
+  const int anchor = ::open(dir.path().c_str(), O_RDONLY | O_DIRECTORY);
+  const struct {
+    std::string relative;
+    fs::path opens;  // empty when it must fail
+    int error;
+    std::string component;
+  } cases[] = {
+      {"a/b/c", dir / "a" / "b" / "c", 0, ""}, {"", dir.path(), 0, ""},
+      {"a/link/c", {}, ELOOP, "link"},         {"a/link", {}, ELOOP, "link"},
+      {"a/b/file", {}, ENOTDIR, "file"},       {"a/missing/c", {}, ENOENT, "missing"},
+  };
+  for (auto resolution : {BeneathResolution::automatic, BeneathResolution::componentByComponent}) {
+    for (const auto& item : cases) {
+      const BeneathResult result = openFolderBeneath(anchor, item.relative, resolution);
+      struct stat opened {
+      }, expected{};
+      if (item.opens.empty()) {
+        EXPECT_EQ(result.fd, -1) << item.relative;
+        EXPECT_EQ(result.error, item.error) << item.relative;
+        EXPECT_EQ(result.component, item.component) << item.relative;
+      } else {
+        ASSERT_GE(result.fd, 0) << item.relative;
+        ::fstat(result.fd, &opened);
+        ::stat(item.opens.c_str(), &expected);
+        EXPECT_EQ(opened.st_ino, expected.st_ino) << item.relative;
+        ::close(result.fd);
+      }
+    }
+    EXPECT_EQ(openFolderBeneath(anchor, "../" + dir.path().filename().string(), resolution).fd, -1);
+  }
+  ::close(anchor);
+}
+
 // A bind mount of a folder of the same file system has the same device number as the folder
 // around it; the measurement and the removal must still see the mount and stay out of it.
 TEST(SelectionBoundary, ABindMountInsideTheSelectionIsNeverEnteredNorMeasured) {
