@@ -19,23 +19,6 @@ namespace tw {
 
 namespace {
 
-struct FileIdentity {
-  dev_t device;
-  ino_t inode;
-  bool operator==(const FileIdentity&) const = default;
-};
-
-struct FileIdentityHash {
-  size_t operator()(const FileIdentity& identity) const noexcept {
-    // Inode numbers are dense and devices few: mix them so neighbouring inodes spread over the
-    // buckets and the shards alike.
-    uint64_t value = static_cast<uint64_t>(identity.inode) * 0x9E3779B97F4A7C15ull;
-    value ^= static_cast<uint64_t>(identity.device) + 0x632BE59BD9B4E019ull + (value << 6) + (value >> 2);
-    value ^= value >> 31;
-    return static_cast<size_t>(value);
-  }
-};
-
 // Several threads measuring one tree insert at once; a lock per shard keeps them from queueing
 // behind one another.
 constexpr size_t kShardCount = 32;
@@ -55,8 +38,7 @@ HardLinkTracker::HardLinkTracker() : impl_(new Impl) {}
 
 HardLinkTracker::~HardLinkTracker() { delete impl_; }
 
-bool HardLinkTracker::insertIfNew(dev_t device, ino_t inode) {
-  const FileIdentity identity{device, inode};
+bool HardLinkTracker::insertIfNew(const FileIdentity& identity) {
   const size_t hash = FileIdentityHash{}(identity);
   Shard& shard = impl_->shards[(hash >> 7) % kShardCount];
   std::lock_guard lock(shard.mutex);

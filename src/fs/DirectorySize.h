@@ -2,10 +2,10 @@
 // below a folder, each multiply-linked file counted once per measurement.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
 #include <filesystem>
+
+#include "platform/FileIdentity.h"
 
 namespace tw {
 
@@ -19,7 +19,7 @@ class HardLinkTracker {
   HardLinkTracker& operator=(const HardLinkTracker&) = delete;
 
   // True when the file was not seen before (count it), false when it was (skip it).
-  bool insertIfNew(dev_t device, ino_t inode);
+  bool insertIfNew(const FileIdentity& identity);
   size_t size() const;
 
  private:

@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,9 +19,12 @@
 
 #include "fs/DirectoryListing.h"
 #include "fs/DirectorySize.h"
+#include "fs/TrustedFolders.h"
 #include "platform/ByteSum.h"
 #include "platform/Cancellation.h"
+#include "platform/Descriptors.h"
 #include "platform/Error.h"
+#include "platform/FolderResolution.h"
 #include "platform/ThreadPool.h"
 
 namespace tw {
@@ -32,26 +34,22 @@ namespace {
 constexpr int kFolderOpenFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 // Folders whose listing is done but whose subfolders are still to be opened keep their
-// descriptor, so that each subfolder opens with one openat. Past this many, a folder lets
-// its descriptor go and its subfolders are reached again from the nearest ancestor that still
-// has one. Depth-first order keeps the count near the tree's depth, so the limit only bites in
-// very deep, branching trees.
-int heldDescriptorLimit() {
-  rlimit limits{};
-  int result = 256;
-  if (::getrlimit(RLIMIT_NOFILE, &limits) == 0 && limits.rlim_cur != RLIM_INFINITY) {
-    result = std::min<int>(result, static_cast<int>(limits.rlim_cur / 4));
-  }
-  return std::max(result, 8);
-}
+// descriptor, so that each subfolder opens with one openat. Past this many (a quarter of the
+// descriptors the process may still open), a folder lets its descriptor go and its subfolders
+// reach it again by climbing from below (see Cursor). Depth-first order keeps the count near
+// the tree's depth, so the limit only bites in very deep, branching trees.
+int heldDescriptorLimit() { return static_cast<int>(std::clamp<size_t>(availableDescriptors() / 4, 2, 256)); }
 
 // One folder still to be listed, or listed with subfolders still to be opened. A node stays
 // alive while its stack slot or any child refers to it: the children need its descriptor or,
 // once that is gone, its name to reach the folder again.
 struct Node {
-  Node(Node* parentNode, std::string folderName) : parent(parentNode), name(std::move(folderName)) {}
+  Node(Node* parentNode, std::string folderName)
+      : parent(parentNode), name(std::move(folderName)), depth(parentNode ? parentNode->depth + 1 : 0) {}
   Node* const parent;
   const std::string name;  // relative to the parent; the root's is its whole path
+  const size_t depth;
+  FileIdentity identity;  // recorded when the node lets its descriptor go
   std::atomic<uint32_t> references{1};
   std::mutex mutex;  // guards fd and unopenedChildren
   int fd = -1;
@@ -68,6 +66,18 @@ void release(Node* node) {
   }
 }
 
+// A subfolder of an open folder; -1 with EXDEV when it is the root of another mount (a bind
+// mount of the same file system included), which the measurement never enters.
+int openChild(int parentFd, const char* name) {
+  const int fd = ::openat(parentFd, name, kFolderOpenFlags);
+  if (fd >= 0 && isMountRoot(parentFd, fd)) {
+    ::close(fd);
+    errno = EXDEV;
+    return -1;
+  }
+  return fd;
+}
+
 int closeKeepingErrno(int fd) {
   const int saved = errno;
   ::close(fd);
@@ -75,14 +85,26 @@ int closeKeepingErrno(int fd) {
   return -1;
 }
 
+// The folder a thread last had to let go of, kept open. A depth-first walk that comes back up
+// to a folder whose descriptor is gone climbs there from here through "..", one step for each
+// level it went down, instead of opening the whole path again from a distant ancestor: that is
+// what keeps a deep chain with pending siblings at every level (a comb) linear.
+struct Cursor {
+  Node* node = nullptr;  // holds a reference
+  int fd = -1;
+};
+
 class Walker {
  public:
   Walker(std::filesystem::path folder, HardLinkTracker* tracker, ThreadPool* pool)
       : folder_(std::move(folder)), tracker_(tracker), pool_(pool) {}
 
   int64_t run() {
-    const int rootFd = ::open(folder_.c_str(), kFolderOpenFlags);
-    if (rootFd < 0) throw folderError(errno, folder_.string());
+    // Resolved from the folder the scan started at, like the removal: a cache folder reached
+    // through a link or a mount point below it measures nothing.
+    const OpenedFolder opened = openFolderFromAnchor(folder_, folder_);
+    if (opened.fd < 0) throw folderError(opened.error, folder_.string());
+    const int rootFd = opened.fd;
     auto* root = new Node(nullptr, folder_.string());
     if (pool_) {
       ThreadPool::TaskGroup group(*pool_);
@@ -107,6 +129,7 @@ class Walker {
   // Depth-first from `start`, handing the oldest pending subfolder (the largest piece of work
   // likely left) to the pool whenever a thread there is idle.
   void walkFrom(Node* start, int startFd = -1) {
+    Cursor cursor;
     std::deque<Node*> stack{start};
     int64_t subtotal = 0;
     while (!stack.empty()) {
@@ -116,7 +139,10 @@ class Walker {
         for (Node* node : stack) abandon(node);
         break;
       }
-      if (group_ && stack.size() > 1 && pool_->idleThreadCount() > handedOver_.load(std::memory_order_relaxed)) {
+      // Only a folder whose parent still holds its descriptor is handed over: another thread
+      // could reach any other one only by opening its whole path again.
+      if (group_ && stack.size() > 1 && pool_->idleThreadCount() > handedOver_.load(std::memory_order_relaxed) &&
+          parentHoldsDescriptor(stack.front())) {
         Node* oldest = stack.front();
         stack.pop_front();
         handedOver_.fetch_add(1, std::memory_order_relaxed);
@@ -127,9 +153,10 @@ class Walker {
       }
       Node* node = stack.back();
       stack.pop_back();
-      listFolderNode(node, std::exchange(startFd, -1), stack, subtotal);
+      listFolderNode(node, std::exchange(startFd, -1), stack, subtotal, cursor);
       release(node);
     }
+    moveCursor(cursor, nullptr, -1);
     std::lock_guard lock(totalMutex_);
     total_ = addSizes(total_, subtotal);
   }
@@ -150,19 +177,64 @@ class Walker {
     }
   }
 
-  int openNode(Node* node) {
+  static bool parentHoldsDescriptor(Node* node) {
+    if (!node->parent) return true;
+    std::lock_guard lock(node->parent->mutex);
+    return node->parent->fd >= 0;
+  }
+
+  void moveCursor(Cursor& cursor, Node* node, int fd) {
+    if (cursor.fd >= 0) ::close(cursor.fd);
+    if (node) node->references.fetch_add(1, std::memory_order_relaxed);
+    if (cursor.node) release(cursor.node);
+    cursor = {node, fd};
+  }
+
+  // The parent of `node` through ".." from the cursor, when the cursor lies below it; -1 when
+  // it does not or when the folder found there is not the one listed before.
+  int climbToParent(Node* node, Cursor& cursor) {
+    Node* parent = node->parent;
+    if (!cursor.node || cursor.node->depth < parent->depth) return -1;
+    size_t steps = cursor.node->depth - parent->depth;
+    Node* ancestor = cursor.node;
+    for (size_t step = 0; step < steps; ++step) ancestor = ancestor->parent;
+    if (ancestor != parent) return -1;
+    int fd = ::dup(cursor.fd);
+    for (; fd >= 0 && steps > 0; --steps) {
+      const int up = ::openat(fd, "..", kFolderOpenFlags);
+      ::close(fd);
+      fd = up;
+    }
+    struct stat status {};
+    if (fd < 0 || ::fstat(fd, &status) != 0 || FileIdentity::of(status) != parent->identity) {
+      if (fd >= 0) ::close(fd);
+      return -1;
+    }
+    moveCursor(cursor, parent, ::dup(fd));
+    return fd;
+  }
+
+  int openNode(Node* node, Cursor& cursor) {
     Node* parent = node->parent;
     int fd = -1;
     bool reopen = false;
     {
       std::lock_guard lock(parent->mutex);
       if (parent->fd >= 0) {
-        fd = ::openat(parent->fd, node->name.c_str(), kFolderOpenFlags);
+        fd = openChild(parent->fd, node->name.c_str());
       } else {
         reopen = true;
       }
     }
-    if (reopen) fd = reopenThroughAncestors(node);
+    if (reopen) {
+      const int parentFd = climbToParent(node, cursor);
+      if (parentFd >= 0) {
+        fd = openChild(parentFd, node->name.c_str());
+        closeKeepingErrno(parentFd);
+      } else {
+        fd = reopenThroughAncestors(node);
+      }
+    }
     const int savedErrno = errno;
     childSettled(parent);
     errno = savedErrno;
@@ -177,7 +249,7 @@ class Walker {
     for (Node* ancestor = node->parent;; ancestor = ancestor->parent) {
       std::lock_guard lock(ancestor->mutex);
       if (ancestor->fd >= 0) {
-        fd = ::openat(ancestor->fd, names.back()->c_str(), kFolderOpenFlags);
+        fd = openChild(ancestor->fd, names.back()->c_str());
         names.pop_back();
         break;
       }
@@ -188,7 +260,7 @@ class Walker {
       names.push_back(&ancestor->name);
     }
     while (fd >= 0 && !names.empty()) {
-      const int next = ::openat(fd, names.back()->c_str(), kFolderOpenFlags);
+      const int next = openChild(fd, names.back()->c_str());
       names.pop_back();
       if (next < 0) return closeKeepingErrno(fd);
       ::close(fd);
@@ -197,12 +269,13 @@ class Walker {
     return fd;
   }
 
-  void listFolderNode(Node* node, int fd, std::deque<Node*>& stack, int64_t& subtotal) {
+  void listFolderNode(Node* node, int fd, std::deque<Node*>& stack, int64_t& subtotal, Cursor& cursor) {
     if (fd < 0) {
-      fd = openNode(node);
+      fd = openNode(node, cursor);
       if (fd < 0) {
-        // Gone since its parent was listed: it no longer takes any space.
-        if (errno == ENOENT || errno == ENOTDIR) return;
+        // Gone since its parent was listed: it no longer takes any space. Another mount inside
+        // the folder is not part of it.
+        if (errno == ENOENT || errno == ENOTDIR || errno == EXDEV) return;
         fail(folderError(errno, pathOf(node)));
         return;
       }
@@ -230,7 +303,7 @@ class Walker {
         return;
       }
       if (!S_ISREG(status.st_mode)) return;
-      if (tracker_ && status.st_nlink > 1 && !tracker_->insertIfNew(status.st_dev, status.st_ino)) return;
+      if (tracker_ && status.st_nlink > 1 && !tracker_->insertIfNew(FileIdentity::of(status))) return;
       subtotal = addSizes(subtotal, static_cast<int64_t>(status.st_blocks) * 512);
     });
     if (listErrno || itemErrno) {
@@ -249,7 +322,10 @@ class Walker {
       std::lock_guard lock(node->mutex);
       node->unopenedChildren = static_cast<uint32_t>(children.size());
       if (heldDescriptors_.load(std::memory_order_relaxed) > descriptorLimit_) {
-        ::close(fd);
+        // Its subfolders will find it again from below; the cursor keeps one descriptor.
+        struct stat status {};
+        if (::fstat(fd, &status) == 0) node->identity = FileIdentity::of(status);
+        moveCursor(cursor, node, fd);
         heldDescriptors_.fetch_sub(1, std::memory_order_relaxed);
       } else {
         node->fd = fd;

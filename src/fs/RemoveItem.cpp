@@ -6,6 +6,7 @@
 #include <unicode/unistr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <optional>
 #include <string>
@@ -14,13 +15,17 @@
 #include <utility>
 #include <vector>
 
+#include "fs/TrustedFolders.h"
+#include "platform/Descriptors.h"
 #include "platform/Error.h"
+#include "platform/FileIdentity.h"
+#include "platform/FolderResolution.h"
 
 // The removal works on directory descriptors only. A name is looked at with fstatat without
 // following links; a folder is entered with openat(O_NOFOLLOW) and only when the descriptor
 // names the very object that was looked at (device and inode), so a folder swapped for a link
 // or for another folder between the look and the open is never entered. The walk keeps its own
-// stack instead of recursing, and keeps at most kMaxOpenFolders folders of the current chain
+// stack instead of recursing, and keeps only a few folders of the current chain
 // open: a shallower folder is closed when the chain gets deeper and opened again through ".."
 // of its child, with the same identity check, on the way back up.
 
@@ -32,7 +37,10 @@ void (*removeItemBeforeOpeningFolderHook)(const char* name) = nullptr;
 
 namespace {
 
-constexpr size_t kMaxOpenFolders = 64;
+// Descriptors kept open for the chain of folders being emptied: a quarter of what the process
+// may still open, so that a low limit (ulimit -n 16) slows the walk down instead of failing it.
+size_t maxOpenFolders() { return std::clamp<size_t>(availableDescriptors() / 4, 1, 64); }
+
 // Listing a folder again after its removal found it not empty copes with items that appear
 // while it runs; the bound keeps a folder that keeps filling from holding the walk forever.
 constexpr int kMaxListings = 4;
@@ -44,14 +52,6 @@ constexpr int kMaxAttempts = 8;
 constexpr int kChangedWhileRemoving = EAGAIN;
 
 constexpr int kOpenFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-
-struct Identity {
-  dev_t device = 0;
-  ino_t inode = 0;
-  bool operator==(const Identity&) const = default;
-};
-
-Identity identityOf(const struct stat& status) { return {status.st_dev, status.st_ino}; }
 
 // File names may hold any bytes; the description shows them as text.
 std::string displayName(std::string_view name) {
@@ -103,7 +103,7 @@ struct Entry {
 // One folder of the chain being emptied.
 struct Folder {
   std::string name;  // its name inside its parent
-  Identity identity;
+  FileIdentity identity;
   DIR* stream = nullptr;  // owns the folder's descriptor while it is open
   std::vector<Entry> entries;
   size_t next = 0;
@@ -152,6 +152,7 @@ class Remover {
   std::string name_;
   std::vector<Folder> stack_;
   size_t lowestOpen_ = 0;  // folders at this index and deeper are open
+  const size_t maxOpenFolders_ = maxOpenFolders();
   std::optional<dev_t> device_;
   std::optional<RemovalError> firstFailure_;
   bool refusedForSafety_ = false;
@@ -185,7 +186,7 @@ void Remover::close(Folder& folder) {
 
 void Remover::push(Folder folder) {
   stack_.push_back(std::move(folder));
-  while (stack_.size() - lowestOpen_ > kMaxOpenFolders) close(stack_[lowestOpen_++]);
+  while (stack_.size() - lowestOpen_ > maxOpenFolders_) close(stack_[lowestOpen_++]);
 }
 
 Remover::Outcome Remover::removeEntry(int dirFd, const std::string& name, unsigned char type, Folder& folder) {
@@ -217,7 +218,7 @@ Remover::Outcome Remover::removeEntry(int dirFd, const std::string& name, unsign
       return Outcome::failed;
     }
 
-    // A folder. Another volume mounted inside the tree is never entered.
+    // A folder. Another volume inside the tree is never entered.
     if (device_ && status.st_dev != *device_) {
       fail(EXDEV, entryPath(name), name);
       return Outcome::failed;
@@ -238,9 +239,16 @@ Remover::Outcome Remover::removeEntry(int dirFd, const std::string& name, unsign
       return Outcome::failed;
     }
     struct stat opened {};
-    if (::fstat(fd, &opened) != 0 || identityOf(opened) != identityOf(status)) {
+    if (::fstat(fd, &opened) != 0 || FileIdentity::of(opened) != FileIdentity::of(status)) {
       ::close(fd);
       continue;
+    }
+    // Another volume mounted inside the tree, a bind mount of this one included, is never
+    // entered: its files are not part of the selection.
+    if (isMountRoot(dirFd, fd)) {
+      ::close(fd);
+      fail(EXDEV, entryPath(name), name);
+      return Outcome::failed;
     }
     DIR* stream = ::fdopendir(fd);
     if (!stream) {
@@ -252,7 +260,7 @@ Remover::Outcome Remover::removeEntry(int dirFd, const std::string& name, unsign
     if (topLevel) device_ = status.st_dev;
     folder = Folder{};
     folder.name = name;
-    folder.identity = identityOf(status);
+    folder.identity = FileIdentity::of(status);
     folder.stream = stream;
     return Outcome::descend;
   }
@@ -292,7 +300,7 @@ int Remover::reopenFromBase(size_t index) {
   for (size_t level = 0; level <= index; ++level) {
     const int fd = ::openat(current, stack_[level].name.c_str(), kOpenFolderFlags);
     struct stat status {};
-    const bool same = fd >= 0 && ::fstat(fd, &status) == 0 && identityOf(status) == stack_[level].identity;
+    const bool same = fd >= 0 && ::fstat(fd, &status) == 0 && FileIdentity::of(status) == stack_[level].identity;
     if (current != baseFd_) ::close(current);
     if (!same) {
       if (fd >= 0) ::close(fd);
@@ -308,7 +316,7 @@ int Remover::openFolderAt(size_t index) {
   // Only the parent of the deepest folder is ever asked for, and that one is open.
   int fd = ::openat(stack_[index + 1].fd(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   struct stat status {};
-  if (fd >= 0 && (::fstat(fd, &status) != 0 || identityOf(status) != stack_[index].identity)) {
+  if (fd >= 0 && (::fstat(fd, &status) != 0 || FileIdentity::of(status) != stack_[index].identity)) {
     // The child was moved elsewhere: find the parent again by its names.
     ::close(fd);
     fd = -1;
@@ -397,12 +405,25 @@ void removeItem(const std::filesystem::path& path) {
     throw RemovalError(describeFailure(EINVAL, name), EINVAL, path, RemovalFailure::safety);
   }
 
-  // The folders leading to the item are taken as given; from the item down nothing is followed.
-  const int baseFd = ::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (baseFd < 0) {
-    const int code = errno;
+  // The folders leading to the item are resolved from the trusted folder the scan started at
+  // (the home or developer folder, say), following no link and entering no other mount below
+  // it: a parent folder swapped for a link since the scan leads to a refusal, not elsewhere.
+  const OpenedFolder base = openFolderFromAnchor(parent, path);
+  if (base.fd < 0) {
+    const int code = base.error;
+    if (code == ELOOP) {
+      throw RemovalError("\u201C" + displayName(name) + "\u201D couldn\u2019t be removed because \u201C" +
+                             displayName(base.component) + "\u201D in its path is a symbolic link.",
+                         code, path, RemovalFailure::safety);
+    }
+    if (code == EXDEV) {
+      throw RemovalError("\u201C" + displayName(name) + "\u201D couldn\u2019t be removed because \u201C" +
+                             displayName(base.component) + "\u201D in its path is on another volume.",
+                         code, path, RemovalFailure::safety);
+    }
     throw RemovalError(describeFailure(code == ENOTDIR ? ENOENT : code, name), code, path, failureKindOf(code));
   }
+  const int baseFd = base.fd;
   Remover remover(path, baseFd, name);
   remover.run();
   if (auto failure = remover.failure()) throw *failure;

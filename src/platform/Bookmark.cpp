@@ -13,6 +13,7 @@
 #include <type_traits>
 
 #include "platform/Error.h"
+#include "platform/FileIdentity.h"
 
 // Sandboxed macOS builds need the security-scoped variant of this (CFURLCreateBookmarkData with
 // kCFURLBookmarkCreationWithSecurityScope and its resolving counterpart) behind the same two
@@ -37,9 +38,10 @@ constexpr size_t kDigestSize = 32;
 // No real path comes near this; a larger length means a damaged blob.
 constexpr uint32_t kMaxPathLength = 1 << 20;
 
+// The file's identity plus its creation time, which tells a folder apart from a later one that
+// reuses its inode number.
 struct Identity {
-  uint64_t device = 0;
-  uint64_t inode = 0;
+  FileIdentity file;
   bool hasCreationTime = false;
   int64_t creationSeconds = 0;
   uint32_t creationNanoseconds = 0;
@@ -61,8 +63,7 @@ Identity identityOf(const std::filesystem::path& path) {
         code, path);
   }
   Identity identity;
-  identity.device = static_cast<uint64_t>(status.st_dev);
-  identity.inode = static_cast<uint64_t>(status.st_ino);
+  identity.file = FileIdentity::of(status);
 #if defined(__APPLE__)
   identity.hasCreationTime = true;
   identity.creationSeconds = status.st_birthtimespec.tv_sec;
@@ -151,8 +152,8 @@ std::vector<uint8_t> create(const std::filesystem::path& folder) {
   Writer writer;
   writer.bytes(kMagic.data(), kMagic.size());
   writer.integer(kVersion);
-  writer.integer(identity.device);
-  writer.integer(identity.inode);
+  writer.integer(identity.file.device);
+  writer.integer(identity.file.inode);
   writer.integer(static_cast<uint8_t>(identity.hasCreationTime ? 1 : 0));
   writer.integer(identity.creationSeconds);
   writer.integer(identity.creationNanoseconds);
@@ -179,7 +180,7 @@ Resolved resolve(const std::vector<uint8_t>& blob) {
   if (version != kVersion) {
     throw Error("The bookmark couldn\u2019t be resolved because it was made by a newer version of Tidewell.");
   }
-  if (!reader.integer(recorded.device) || !reader.integer(recorded.inode) || !reader.integer(flags) ||
+  if (!reader.integer(recorded.file.device) || !reader.integer(recorded.file.inode) || !reader.integer(flags) ||
       !reader.integer(recorded.creationSeconds) || !reader.integer(recorded.creationNanoseconds) ||
       !reader.integer(pathLength) || flags > 1 || pathLength == 0 || pathLength > kMaxPathLength) {
     corrupt();
@@ -193,7 +194,7 @@ Resolved resolve(const std::vector<uint8_t>& blob) {
 
   Resolved resolved{path, false};
   const Identity current = identityOf(resolved.path);
-  resolved.isStale = current.device != recorded.device || current.inode != recorded.inode ||
+  resolved.isStale = current.file != recorded.file ||
                      (current.hasCreationTime && recorded.hasCreationTime &&
                       (current.creationSeconds != recorded.creationSeconds ||
                        current.creationNanoseconds != recorded.creationNanoseconds));

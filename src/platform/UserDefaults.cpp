@@ -16,9 +16,9 @@
 #include <mutex>
 #include <set>
 #include <string_view>
-#include <tuple>
 
 #include "platform/Error.h"
+#include "platform/FileIdentity.h"
 #include "platform/Host.h"
 
 namespace tw {
@@ -200,22 +200,28 @@ bool nestingWithinLimit(std::string_view bytes) {
   return xmlNestingWithinLimit(bytes);
 }
 
-// Which file a problem was seen on, so that a bad file that cannot be moved is reported once
-// and not on every read.
-using FileIdentity = std::tuple<dev_t, ino_t, off_t, int64_t, int64_t>;
+// Which file, in which state, a problem was seen on, so that a bad file that cannot be moved is
+// reported once and not on every read; a rewrite of the same file is reported again.
+struct FileVersion {
+  FileIdentity file;
+  int64_t size = 0;
+  int64_t modifiedSeconds = 0;
+  int64_t modifiedNanoseconds = 0;
+  friend auto operator<=>(const FileVersion&, const FileVersion&) = default;
+};
 
 std::mutex& reportedMutex() {
   static std::mutex mutex;
   return mutex;
 }
 
-std::set<std::pair<std::string, FileIdentity>>& reportedFiles() {
-  static std::set<std::pair<std::string, FileIdentity>> files;
+std::set<std::pair<std::string, FileVersion>>& reportedFiles() {
+  static std::set<std::pair<std::string, FileVersion>> files;
   return files;
 }
 
-FileIdentity identityOf(const struct stat& status) {
-  return {status.st_dev, status.st_ino, status.st_size, static_cast<int64_t>(status.st_mtim.tv_sec),
+FileVersion identityOf(const struct stat& status) {
+  return {FileIdentity::of(status), static_cast<int64_t>(status.st_size), static_cast<int64_t>(status.st_mtim.tv_sec),
           static_cast<int64_t>(status.st_mtim.tv_nsec)};
 }
 
@@ -224,7 +230,7 @@ struct Loaded {
   enum class State { missing, good, bad } state = State::missing;
   PlistPtr dictionary;      // set when good
   std::string reason;       // why the file is bad
-  FileIdentity identity{};  // of the file that was read
+  FileVersion identity{};   // of the file that was read
 };
 
 Loaded load(const std::filesystem::path& path) {

@@ -7,6 +7,7 @@
 
 #include "platform/Log.h"
 #include "fs/DirectorySize.h"
+#include "fs/TrustedFolders.h"
 #include "model/CleanupEntry.h"
 #include "model/XcodeEntries.h"
 #include "platform/Cancellation.h"
@@ -115,8 +116,11 @@ void updateGroupSize(CleanupEntry& group) {
   group.setSize(CleanupEntry::Size::value(total));
 }
 
+// The folders a scan starts from are also where the removal of what it found starts resolving.
 void startAccess(const std::optional<std::filesystem::path>& folder) {
-  if (folder) startAccessingSecurityScope(*folder);
+  if (!folder) return;
+  startAccessingSecurityScope(*folder);
+  trustFolder(*folder);
 }
 
 void stopAccess(const std::optional<std::filesystem::path>& folder) {
@@ -181,7 +185,7 @@ DevFiles::DevFiles(std::filesystem::path userDeveloperFolderUrl,
       customDerivedDataFolderUrl_(std::move(customDerivedDataFolderUrl)),
       customArchivesFolderUrl_(std::move(customArchivesFolderUrl)),
       mainQueue_(std::move(mainQueue)) {
-  startAccessingSecurityScope(userDeveloperFolderUrl_);
+  startAccess(userDeveloperFolderUrl_);
   startAccess(customDerivedDataFolderUrl_);
   startAccess(customArchivesFolderUrl_);
 }

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <optional>
 
+#include "platform/Log.h"
 #include "fs/DirectorySize.h"
 #include "fs/Shell.h"
 #include "model/SystemEntries.h"
@@ -41,10 +42,17 @@ std::vector<std::string> visibleNames(const path& folder) {
   return names;
 }
 
-void removeAll(std::string& text, std::string_view part) {
-  for (size_t found = text.find(part); found != std::string::npos; found = text.find(part, found)) {
-    text.erase(found, part.size());
+// The date stamp of a snapshot name, "YYYY-MM-DD-HHMMSS". The stamp is handed back to tmutil
+// as an argument, so anything else ("/", "--help", an empty stamp) would ask it to delete
+// something other than one snapshot.
+bool isSnapshotDateStamp(std::string_view stamp) {
+  constexpr std::string_view kShape = "dddd-dd-dd-dddddd";
+  if (stamp.size() != kShape.size()) return false;
+  for (size_t i = 0; i < kShape.size(); ++i) {
+    const bool digit = stamp[i] >= '0' && stamp[i] <= '9';
+    if (kShape[i] == 'd' ? !digit : stamp[i] != kShape[i]) return false;
   }
+  return true;
 }
 
 CleanupEntryPtr groupEntry(const std::string& label, const char* icon, const std::string& tooltip,
@@ -128,9 +136,13 @@ std::vector<std::string> parseLocalSnapshots(std::string_view listing) {
     if (first == std::string_view::npos) continue;
     line = line.substr(first, line.find_last_not_of(" \t") - first + 1);
     if (!line.starts_with(kSnapshotPrefix)) continue;
-    std::string date(line);
-    removeAll(date, kSnapshotPrefix);
-    removeAll(date, kSnapshotSuffix);
+    std::string_view stamp = line.substr(kSnapshotPrefix.size());
+    if (!stamp.ends_with(kSnapshotSuffix) ||
+        !isSnapshotDateStamp(stamp.substr(0, stamp.size() - kSnapshotSuffix.size()))) {
+      log::warning("SystemItems: Ignoring a snapshot name of unknown form: " + std::string(line));
+      continue;
+    }
+    std::string date(stamp.substr(0, stamp.size() - kSnapshotSuffix.size()));
     dates.push_back(std::move(date));
   }
   return dates;

@@ -3,11 +3,13 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "app/Preferences.h"
 #include "fs/Files.h"
 #include "platform/Bookmark.h"
 #include "platform/Host.h"
+#include "platform/UserDefaults.h"
 #include "support/FolderAccessFakes.h"
 #include "support/TempDir.h"
 
@@ -20,8 +22,10 @@ std::optional<fs::path> cancel(long& response) { return response = 0, std::nullo
 
 class FilesTest : public ::testing::Test {
  protected:
-  FilesTest() : host_(Host{.home = dir_ / "Users" / "someone", .temporaryDirectory = dir_.path(),
-                           .configDirectory = dir_ / "config"}) {}
+  FilesTest()
+      : host_(Host{.home = dir_ / "Users" / "someone",
+                   .temporaryDirectory = dir_.path(),
+                   .configDirectory = dir_ / "config"}) {}
   test::TempDir dir_;
   ScopedHost host_;
   test::LogCapture log_;
@@ -55,14 +59,49 @@ TEST_F(FilesTest, CustomFolderGrantsExistOnlyWhenTheFolderIsSet) {
   Preferences::shared().setCustomDerivedDataFolder(derivedData);
   EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), derivedData);
   EXPECT_TRUE(ui_.panels.empty());
+}
 
-  Preferences::shared().setCustomArchivesFolder(dir_ / "Missing Archives");
-  ui_.answers.push_back(cancel);
-  EXPECT_EQ(Files::customArchivesFolderGrant(Preferences::shared(), &ui_), std::nullopt);
-  ASSERT_EQ(ui_.panels.size(), 1u);
-  EXPECT_EQ(ui_.panels[0].message,
-            "Tidewell needs permission to this folder to scan its contents. Folder should be already selected and "
-            "all you need to do is to click \"Open\".");
+// A custom folder is a whole location deleted wholesale: "." would clean the current folder, "/"
+// or the home folder every folder of the machine or of the user.
+TEST_F(FilesTest, CustomFoldersThatAreNotOwnFoldersAreIgnoredWithALogLine) {
+  const fs::path home = dir_ / "Users" / "someone";
+  fs::create_directories(home);
+  fs::create_directories(dir_ / "Archives");
+  test::writeFile(dir_ / "plain file", "x");
+  fs::create_directory_symlink("/", dir_ / "link to root");
+  fs::create_directory_symlink(home, dir_ / "link to home");
+  const struct {
+    fs::path folder;
+    std::string reason;
+  } cases[] = {
+      {".", "it is not an absolute path"},
+      {"Library/Developer", "it is not an absolute path"},
+      {"/", "it is the root folder"},
+      {dir_ / "link to root", "it is the root folder"},
+      {home / "..", "it holds the home folder"},
+      {dir_.path(), "it holds the home folder"},
+      {home, "it is the home folder"},
+      {dir_ / "link to home", "it is the home folder"},
+      {dir_ / "Missing Archives", "it no longer exists"},
+      {dir_ / "plain file", "it is not a folder"},
+  };
+  for (const auto& item : cases) {
+    log_.clear();
+    // Written as a settings file may hold them: the store's own writer makes paths absolute.
+    UserDefaults store(Preferences::shared().storePath());
+    store.setString(Preferences::Keys::customArchivesFolder, item.folder.string());
+    store.setString(Preferences::Keys::customDerivedDataFolder, item.folder.string());
+    EXPECT_EQ(Files::customArchivesFolderGrant(Preferences::shared(), &ui_), std::nullopt) << item.folder;
+    EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), std::nullopt) << item.folder;
+    EXPECT_EQ(log_.lines(),
+              (std::vector<std::string>{"\u26A0\uFE0F Files: Ignoring the custom archives folder \u201C" +
+                                            item.folder.string() + "\u201D: " + item.reason + ".",
+                                        "\u26A0\uFE0F Files: Ignoring the custom derived data folder \u201C" +
+                                            item.folder.string() + "\u201D: " + item.reason + "."}));
+  }
+  EXPECT_TRUE(ui_.panels.empty());
+  Preferences::shared().setCustomArchivesFolder(dir_ / "Archives");
+  EXPECT_EQ(Files::customArchivesFolderGrant(Preferences::shared(), &ui_), dir_ / "Archives");
 }
 
 }  // namespace

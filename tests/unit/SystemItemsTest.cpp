@@ -11,6 +11,7 @@
 #include "scan/SystemItems.h"
 #include "support/CatalogueFixture.h"
 #include "support/FixtureHome.h"
+#include "support/LogCapture.h"
 #include "support/StandInTools.h"
 #include "support/TempDir.h"
 
@@ -51,6 +52,25 @@ TEST(LocalSnapshotListing, TakesTheDatesOfSnapshotLinesOnly) {
   EXPECT_EQ(SystemItems::parseLocalSnapshots(listing),
             (std::vector<std::string>{"2024-03-04-094100", "2024-03-05-101500", "2024-03-06-080000"}));
   EXPECT_TRUE(SystemItems::parseLocalSnapshots("\n\n  \n").empty());
+}
+
+// The stamp goes back to "tmutil deletelocalsnapshots" as an argument: "/" there deletes every
+// local snapshot, so only the snapshot's own date form may pass.
+TEST(LocalSnapshotListing, RejectsNamesWhoseStampIsNotASnapshotDate) {
+  test::LogCapture log;
+  const std::string listing =
+      "com.apple.TimeMachine./.local\n"
+      "com.apple.TimeMachine.--help.local\n"
+      "com.apple.TimeMachine..local\n"
+      "com.apple.TimeMachine.2024-03-04-094100\n"
+      "com.apple.TimeMachine.2024-03-04-094100.local.local\n"
+      "com.apple.TimeMachine.2024-3-04-0941000.local\n"
+      "com.apple.TimeMachine.2024-03-04-09410a.local\n"
+      "com.apple.TimeMachine.2024-03-04-094100.local\n";
+  EXPECT_EQ(SystemItems::parseLocalSnapshots(listing), (std::vector<std::string>{"2024-03-04-094100"}));
+  EXPECT_EQ(log.lines().size(), 7u);
+  EXPECT_EQ(log.lines().front(),
+            "\u26A0\uFE0F SystemItems: Ignoring a snapshot name of unknown form: com.apple.TimeMachine./.local");
 }
 
 class SystemItemsScan : public ::testing::Test {
