@@ -93,6 +93,11 @@ Host Host::fromProcess() {
   } else {
     host.configDirectory = host.home / ".config";
   }
+  if (auto state = environmentValue("XDG_STATE_HOME"); !state.empty() && state.front() == '/') {
+    host.stateDirectory = state;
+  } else {
+    host.stateDirectory = host.home / ".local" / "state";
+  }
   host.bundle = bundleContaining(executablePath());
   return host;
 }

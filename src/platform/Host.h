@@ -21,6 +21,9 @@ struct Host {
   std::filesystem::path temporaryDirectory;
   // Per-user configuration folder ($XDG_CONFIG_HOME, else home/.config).
   std::filesystem::path configDirectory;
+  // Per-user state folder ($XDG_STATE_HOME, else home/.local/state): data that outlives a run
+  // but is neither a setting nor a cache, such as the pending scan reminders.
+  std::filesystem::path stateDirectory;
   // The application bundle (".../Tidewell.app"); empty when the executable is not inside one.
   std::filesystem::path bundle;
 
@@ -31,7 +34,8 @@ struct Host {
   // Contents/Resources of the bundle.
   std::filesystem::path resourcesDirectory() const { return bundle / "Contents" / "Resources"; }
 
-  // Reads the process: user database, executable location, TMPDIR, XDG_CONFIG_HOME and,
+  // Reads the process: user database, executable location, TMPDIR, XDG_CONFIG_HOME,
+  // XDG_STATE_HOME and,
   // in test builds only, TIDEWELL_TEST_HOME and TIDEWELL_TEST_ROOT.
   static Host fromProcess();
 
