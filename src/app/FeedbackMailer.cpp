@@ -141,9 +141,10 @@ void FeedbackMailer::composeMessage(const std::string& subject, const std::strin
 
 void FeedbackMailer::sendFeedback() { composeMessage(kFeedbackSubject, "", {}); }
 
-void FeedbackMailer::reportAnIssue() {
+void FeedbackMailer::reportAnIssue() { reportAnIssue(Logger::main()); }
+
+void FeedbackMailer::reportAnIssue(const Logger& logger) {
   std::vector<fs::path> attachments;
-  const auto& logger = Logger::main();
   if (logger.logFilePath()) attachments.push_back(*logger.logFilePath());
   if (logger.oldLogFilePath()) attachments.push_back(*logger.oldLogFilePath());
   composeMessage(kIssueReportSubject, std::string(kIssueReportBody) + systemReport(), attachments);

@@ -14,6 +14,8 @@
 
 namespace tw {
 
+class Logger;
+
 // The informational alert of the interface (message, informative text, one button); tests answer it.
 class FeedbackAlerts {
  public:
@@ -52,6 +54,8 @@ class FeedbackMailer {
   void sendFeedback();
   // "Tidewell Issue Report" with the system report and the main logger's current and previous log.
   void reportAnIssue();
+  // The same with the log files of `logger`.
+  void reportAnIssue(const Logger& logger);
 
   std::string systemReport() const;
 
