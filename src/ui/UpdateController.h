@@ -9,6 +9,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QUrl>
+#include <QWidget>
 #include <chrono>
 
 #include "app/Appcast.h"
@@ -16,7 +17,6 @@
 
 class QAction;
 class QNetworkReply;
-class QWidget;
 
 namespace tw::ui {
 
