@@ -22,6 +22,8 @@ const std::array<std::pair<const char*, Preferences::Period>, 4> kPeriodTitles{{
 QLabel* explanation(const QString& text, QWidget* parent) {
   auto* label = new QLabel(text, parent);
   label->setWordWrap(true);
+  // Wide enough that each sentence keeps to one or two lines.
+  label->setMinimumWidth(label->fontMetrics().averageCharWidth() * 52);
   label->setForegroundRole(QPalette::PlaceholderText);
   return label;
 }
@@ -64,6 +66,7 @@ PreferencesWindow::PreferencesWindow(Preferences& preferences, ApplyReminders ap
   periodRow->addRow(periodLabel, notificationsPeriodPopUpButton_);
 
   auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(20, 20, 20, 20);
   layout->addWidget(notificationsEnabledButton_);
   layout->addLayout(periodRow);
   layout->addWidget(

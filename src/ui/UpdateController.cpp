@@ -135,9 +135,12 @@ void MessageBoxUpdateDialogs::showUpToDate(const QString& currentVersion) {
   box.exec();
 }
 
-void MessageBoxUpdateDialogs::showUpdateAvailable(const AppcastItem& item, const QString& currentVersion) {
-  QMessageBox box(QMessageBox::Information, QObject::tr("Software Update"),
-                  QObject::tr("A new version of Tidewell is available!"), QMessageBox::NoButton, parent_);
+std::unique_ptr<QMessageBox> MessageBoxUpdateDialogs::updateAvailableBox(const AppcastItem& item,
+                                                                         const QString& currentVersion,
+                                                                         QWidget* parent) {
+  auto box = std::make_unique<QMessageBox>(QMessageBox::Information, QObject::tr("Software Update"),
+                                           QObject::tr("A new version of Tidewell is available!"),
+                                           QMessageBox::NoButton, parent);
   QString text = QObject::tr("Tidewell %1 is now available. You have %2. Would you like to download it now?")
                      .arg(QString::fromStdString(item.shortVersion).toHtmlEscaped(), currentVersion.toHtmlEscaped());
   if (!item.releaseNotesLink.empty()) {
@@ -145,14 +148,21 @@ void MessageBoxUpdateDialogs::showUpdateAvailable(const AppcastItem& item, const
     text += QStringLiteral("<br><br><a href=\"%1\">%2</a>")
                 .arg(notes.toString(QUrl::FullyEncoded).toHtmlEscaped(), QObject::tr("Release notes"));
   }
-  box.setTextFormat(Qt::RichText);
-  box.setInformativeText(text);
-  box.setTextInteractionFlags(Qt::TextBrowserInteraction);
-  QPushButton* download = box.addButton(QObject::tr("&Download"), QMessageBox::AcceptRole);
-  box.addButton(QObject::tr("Remind Me &Later"), QMessageBox::RejectRole);
-  box.setDefaultButton(download);
-  box.exec();
-  if (box.clickedButton() == download && !item.downloadLink.empty()) {
+  box->setTextFormat(Qt::RichText);
+  box->setInformativeText(text);
+  box->setTextInteractionFlags(Qt::TextBrowserInteraction);
+  QPushButton* download = box->addButton(QObject::tr("&Download"), QMessageBox::AcceptRole);
+  download->setObjectName(QStringLiteral("download"));
+  box->addButton(QObject::tr("Remind Me &Later"), QMessageBox::RejectRole);
+  box->setDefaultButton(download);
+  return box;
+}
+
+void MessageBoxUpdateDialogs::showUpdateAvailable(const AppcastItem& item, const QString& currentVersion) {
+  auto box = updateAvailableBox(item, currentVersion, parent_);
+  box->exec();
+  QAbstractButton* clicked = box->clickedButton();
+  if (clicked && clicked->objectName() == QLatin1String("download") && !item.downloadLink.empty()) {
     QDesktopServices::openUrl(QUrl(QString::fromStdString(item.downloadLink)));
   }
 }

@@ -11,11 +11,13 @@
 #include <QUrl>
 #include <QWidget>
 #include <chrono>
+#include <memory>
 
 #include "app/Appcast.h"
 #include "app/Preferences.h"
 
 class QAction;
+class QMessageBox;
 class QNetworkReply;
 
 namespace tw::ui {
@@ -39,6 +41,10 @@ class MessageBoxUpdateDialogs : public UpdateDialogs {
   void showUpdateAvailable(const AppcastItem& item, const QString& currentVersion) override;
   void showCheckFailed(const QString& reason) override;
   bool askForAutomaticChecks() override;
+
+  // The announcement of a newer version; its download button is named "download".
+  static std::unique_ptr<QMessageBox> updateAvailableBox(const AppcastItem& item, const QString& currentVersion,
+                                                         QWidget* parent);
 
  private:
   QPointer<QWidget> parent_;
