@@ -121,6 +121,23 @@ TEST_F(ReminderDeliveryTest, CloseLeavesTheWindowClosedAndNoServerKeepsTheRemind
   EXPECT_EQ(test::readCallLog(record).size(), 1u);
 }
 
+// The window's centre asks the bus itself, from the reminders' worker thread: no server means
+// "not determined", so nothing is scheduled until a server runs.
+TEST_F(ReminderDeliveryTest, SeriesIsScheduledOnlyWhileANotificationServerRuns) {
+  auto desktop =
+      makeDesktopNotificationCenter(host, macos / "tidewell-remind", [] { return ui::notificationServerPresent(); });
+  ScanReminders reminders(desktop, "dev.tidewell.Tidewell");
+  reminders.applySettingsInBackground(false, Preferences::Period::everyWeek);
+  reminders.applySettingsInBackground(true, Preferences::Period::everyWeek);
+  reminders.waitUntilIdle();
+  EXPECT_TRUE(desktop->pendingRequests().empty());
+
+  startServer("");
+  reminders.applySettingsInBackground(true, Preferences::Period::everyWeek);
+  reminders.waitUntilIdle();
+  EXPECT_EQ(desktop->pendingRequests().size(), 52u);
+}
+
 }  // namespace
 }  // namespace tw
 
