@@ -4,6 +4,7 @@
 #include <QComboBox>
 #include <QTest>
 
+#include "MemoryNotificationCenter.h"
 #include "app/ScanReminders.h"
 #include "support/TempDir.h"
 #include "ui/PreferencesWindow.h"
@@ -20,23 +21,6 @@ struct RecordingObserver : PreferencesObserver {
   std::vector<std::string> keys;
 };
 
-// Pending requests in memory; enough to see what the window makes the reminders do.
-struct MemoryCenter : NotificationCenter {
-  std::vector<NotificationRequest> pending;
-  AuthorizationStatus authorizationStatus() override { return AuthorizationStatus::authorized; }
-  bool requestAuthorization() override { return true; }
-  std::vector<NotificationRequest> pendingRequests() override { return pending; }
-  void removePendingRequests(const std::vector<std::string>& identifiers) override {
-    std::erase_if(pending, [&](const auto& r) {
-      return std::find(identifiers.begin(), identifiers.end(), r.identifier) != identifiers.end();
-    });
-  }
-  void setNotificationCategories(const std::vector<NotificationCategory>&) override {}
-  void addRequests(const std::vector<NotificationRequest>& requests) override {
-    pending.insert(pending.end(), requests.begin(), requests.end());
-  }
-};
-
 class PreferencesWindowTest : public ::testing::Test {
  protected:
   void SetUp() override { preferences.addObserver(observer); }
@@ -51,7 +35,7 @@ class PreferencesWindowTest : public ::testing::Test {
   test::TempDir folder;
   Preferences preferences{folder / "settings.plist"};
   std::shared_ptr<RecordingObserver> observer = std::make_shared<RecordingObserver>();
-  std::shared_ptr<MemoryCenter> center = std::make_shared<MemoryCenter>();
+  std::shared_ptr<test::MemoryNotificationCenter> center = std::make_shared<test::MemoryNotificationCenter>();
   CalendarTime now = std::chrono::system_clock::now();
   ScanReminders reminders{center, "dev.tidewell.Tidewell", [this] { return now; }};
 };

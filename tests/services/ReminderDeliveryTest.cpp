@@ -10,6 +10,7 @@
 #include <QJsonObject>
 #include <QProcess>
 
+#include "QtWait.h"
 #include "app/ScanReminders.h"
 #include "platform/UserTimerNotificationCenter.h"
 #include "support/RunProcess.h"
@@ -24,12 +25,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-bool waitUntil(const std::function<bool()>& done, int milliseconds = 5000) {
-  QElapsedTimer timer;
-  timer.start();
-  while (!done() && timer.elapsed() < milliseconds) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-  return done();
-}
+using test::waitUntil;
 
 class ReminderDeliveryTest : public ::testing::Test {
  protected:

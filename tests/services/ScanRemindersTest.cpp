@@ -5,6 +5,7 @@
 #include <mutex>
 #include <thread>
 
+#include "MemoryNotificationCenter.h"
 #include "app/ScanReminders.h"
 #include "platform/TextLocale.h"
 #include "support/LogCapture.h"
@@ -15,40 +16,7 @@ namespace {
 using Period = Preferences::Period;
 using namespace std::chrono_literals;
 
-// An in-memory centre that records what the reminders did to it.
-struct FakeCenter : NotificationCenter {
-  AuthorizationStatus status = AuthorizationStatus::authorized;
-  bool grantOnRequest = true;
-  int authorizationRequests = 0;
-  std::chrono::milliseconds answerDelay{0};
-  std::mutex mutex;
-  std::vector<NotificationRequest> pending;
-  std::vector<NotificationCategory> categories;
-
-  AuthorizationStatus authorizationStatus() override { return status; }
-  bool requestAuthorization() override {
-    ++authorizationRequests;
-    return grantOnRequest;
-  }
-  std::vector<NotificationRequest> pendingRequests() override {
-    std::this_thread::sleep_for(answerDelay);
-    std::lock_guard lock(mutex);
-    return pending;
-  }
-  void removePendingRequests(const std::vector<std::string>& identifiers) override {
-    std::lock_guard lock(mutex);
-    std::erase_if(pending, [&](const auto& request) {
-      return std::find(identifiers.begin(), identifiers.end(), request.identifier) != identifiers.end();
-    });
-  }
-  void setNotificationCategories(const std::vector<NotificationCategory>& newCategories) override {
-    categories = newCategories;
-  }
-  void addRequests(const std::vector<NotificationRequest>& requests) override {
-    std::lock_guard lock(mutex);
-    pending.insert(pending.end(), requests.begin(), requests.end());
-  }
-};
+using FakeCenter = test::MemoryNotificationCenter;
 
 CalendarTime localTime(const DateComponents& components) { return *dateFromComponents(components); }
 

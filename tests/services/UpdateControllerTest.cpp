@@ -6,6 +6,7 @@
 #include <QTcpSocket>
 #include <functional>
 
+#include "QtWait.h"
 #include "support/TempDir.h"
 #include "ui/UpdateController.h"
 
@@ -16,12 +17,7 @@ using ui::UpdateController;
 using Outcome = UpdateController::Outcome;
 using namespace std::chrono_literals;
 
-bool waitUntil(const std::function<bool()>& done, int milliseconds = 5000) {
-  QElapsedTimer timer;
-  timer.start();
-  while (!done() && timer.elapsed() < milliseconds) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-  return done();
-}
+using test::waitUntil;
 
 // An HTTP server on the loopback address that answers every request with `response`, or never
 // answers at all when it is empty.
