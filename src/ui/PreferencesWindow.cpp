@@ -4,6 +4,7 @@
 #include <QComboBox>
 #include <QFormLayout>
 #include <QLabel>
+#include <QShortcut>
 #include <QSignalBlocker>
 #include <QVBoxLayout>
 #include <array>
@@ -78,6 +79,11 @@ PreferencesWindow::PreferencesWindow(Preferences& preferences, ApplyReminders ap
   layout->setSizeConstraint(QLayout::SetFixedSize);
 
   loadSettings();
+
+  // No apply or cancel: Escape and the standard close keys just close the window.
+  for (auto key : {QKeySequence(QKeySequence::Close), QKeySequence(Qt::Key_Escape)}) {
+    connect(new QShortcut(key, this), &QShortcut::activated, this, &QWidget::close);
+  }
 
   connect(notificationsEnabledButton_, &QCheckBox::clicked, this, &PreferencesWindow::updateNotificationsEnabled);
   connect(notificationsPeriodPopUpButton_, &QComboBox::activated, this, &PreferencesWindow::updatePeriod);

@@ -2,6 +2,7 @@
 
 #include <QAction>
 #include <QDesktopServices>
+#include <QLabel>
 #include <QMessageBox>
 #include <QNetworkReply>
 #include <QPushButton>
@@ -150,7 +151,12 @@ std::unique_ptr<QMessageBox> MessageBoxUpdateDialogs::updateAvailableBox(const A
   }
   box->setTextFormat(Qt::RichText);
   box->setInformativeText(text);
-  box->setTextInteractionFlags(Qt::TextBrowserInteraction);
+  // The release-notes link opens in the browser and can be reached with the keyboard.
+  for (auto* label : box->findChildren<QLabel*>()) {
+    if (!label->text().contains(QLatin1String("<a href"))) continue;
+    label->setOpenExternalLinks(true);
+    label->setTextInteractionFlags(Qt::TextBrowserInteraction);
+  }
   QPushButton* download = box->addButton(QObject::tr("&Download"), QMessageBox::AcceptRole);
   download->setObjectName(QStringLiteral("download"));
   box->addButton(QObject::tr("Remind Me &Later"), QMessageBox::RejectRole);

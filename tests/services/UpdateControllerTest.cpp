@@ -2,6 +2,9 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPushButton>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <functional>
@@ -177,6 +180,25 @@ TEST_F(UpdateControllerTest, AutomaticChecksOnlyAfterConsentAskedOnTheSecondStar
   declined.applicationDidFinishLaunching();
   EXPECT_FALSE(waitUntil([&] { return server.requests > requestsBefore; }, 300));
   EXPECT_EQ(preferences.launchCount(), 5);
+}
+
+TEST(UpdateAnnouncement, OffersTheDownloadAndALiveReleaseNotesLink) {
+  AppcastItem item{"Tidewell 1.1",
+                   "110",
+                   "1.1.0",
+                   "https://tidewell.dev/notes/1.1.html?a=1&b=2",
+                   "https://tidewell.dev/download",
+                   ""};
+  auto box = ui::MessageBoxUpdateDialogs::updateAvailableBox(item, "1.0.0", nullptr);
+  EXPECT_EQ(box->defaultButton()->objectName(), "download");
+  QLabel* notes = nullptr;
+  for (auto* label : box->findChildren<QLabel*>()) {
+    if (label->text().contains("Release notes")) notes = label;
+  }
+  ASSERT_TRUE(notes);
+  EXPECT_TRUE(notes->openExternalLinks());
+  EXPECT_TRUE(notes->text().contains("Tidewell 1.1.0 is now available. You have 1.0.0."));
+  EXPECT_TRUE(notes->text().contains("href=\"https://tidewell.dev/notes/1.1.html?a=1&amp;b=2\""));
 }
 
 }  // namespace
