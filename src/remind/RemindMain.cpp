@@ -59,7 +59,13 @@ int main(int argc, char** argv) {
   auto center = std::static_pointer_cast<UserTimerNotificationCenter>(
       makeDesktopNotificationCenter(host, executablePath(), [] { return ui::notificationServerPresent(); }));
 
-  auto due = center->takeDueRequests(std::chrono::system_clock::now());
+  std::vector<NotificationRequest> due;
+  try {
+    due = center->takeDueRequests(std::chrono::system_clock::now());
+  } catch (const std::exception& error) {
+    log::error(std::string("tidewell-remind: Cannot read the pending reminders: ") + error.what());
+    return 1;
+  }
   if (due.empty()) {
     log::info("tidewell-remind: No reminder is due");
     return 0;
@@ -76,7 +82,11 @@ int main(int argc, char** argv) {
   const uint id = notifier.post(QStringLiteral("Tidewell"), request.content, actions, &error);
   if (id == 0) {
     // Kept for the next delivery (the next timer date or the next login) instead of being lost.
-    center->addRequests(due);
+    try {
+      center->addRequests(due);
+    } catch (const std::exception& keepError) {
+      log::error(std::string("tidewell-remind: Cannot keep the reminder for later: ") + keepError.what());
+    }
     log::error("tidewell-remind: Cannot show the scan reminder: " + error.toStdString());
     return 1;
   }
