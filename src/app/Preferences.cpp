@@ -148,6 +148,22 @@ void Preferences::setDryRunEnabled(bool enabled) {
   notifyObservers(Keys::dryRunEnabled);
 }
 
+std::optional<bool> Preferences::automaticUpdateChecks() const {
+  return booleanOf(defaults().object(Keys::automaticUpdateChecks));
+}
+
+void Preferences::setAutomaticUpdateChecks(bool enabled) {
+  saving(Keys::automaticUpdateChecks, [&] { defaults().setBool(Keys::automaticUpdateChecks, enabled); });
+  notifyObservers(Keys::automaticUpdateChecks);
+}
+
+int64_t Preferences::launchCount() const { return std::max<int64_t>(0, totalOf(defaults().object(Keys::launchCount))); }
+
+void Preferences::setLaunchCount(int64_t count) {
+  saving(Keys::launchCount, [&] { defaults().setInteger(Keys::launchCount, count); });
+  notifyObservers(Keys::launchCount);
+}
+
 int64_t Preferences::totalBytesCleaned() const { return totalOf(defaults().object(Keys::totalBytesCleaned)); }
 
 void Preferences::setTotalBytesCleaned(int64_t bytes) {

@@ -58,6 +58,10 @@ class Preferences : public GrantSettings {
     static constexpr const char* customDerivedDataFolder = "TWCustomDerivedDataFolderKey";
     static constexpr const char* appFolder = "TWAppFolder";
     static constexpr const char* folderBookmarkPrefix = "TWFolderBookmark_";
+    // Whether the user agreed to automatic update checks; absent until asked.
+    static constexpr const char* automaticUpdateChecks = "TWAutomaticUpdateChecksKey";
+    // How often the window has been started (the update check asks for consent on the second start).
+    static constexpr const char* launchCount = "TWLaunchCountKey";
   };
 
   // The process-wide instance, created on first use. It keeps its store at
@@ -91,6 +95,12 @@ class Preferences : public GrantSettings {
   // Where the running application lives; the host's bundle when nothing is stored.
   std::filesystem::path appFolder() const;
   void setAppFolder(std::optional<std::filesystem::path> folder);
+
+  // Absent until the user answered the question whether to check for updates automatically.
+  std::optional<bool> automaticUpdateChecks() const;
+  void setAutomaticUpdateChecks(bool enabled);
+  int64_t launchCount() const;
+  void setLaunchCount(int64_t count);
 
   // Byte blobs (folder bookmarks); absent unless data is stored under the key.
   std::optional<std::vector<uint8_t>> data(const std::string& key) const;

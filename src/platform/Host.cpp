@@ -83,12 +83,15 @@ Host Host::fromProcess() {
   if (auto testHome = environmentValue("TIDEWELL_TEST_HOME"); !testHome.empty()) host.home = testHome;
   if (auto testRoot = environmentValue("TIDEWELL_TEST_ROOT"); !testRoot.empty()) host.root = testRoot;
 #endif
+  if (auto state = environmentValue("XDG_STATE_HOME"); !state.empty() && state.front() == '/') {
+    host.stateDirectory = state;
+  } else {
+    host.stateDirectory = host.home / ".local" / "state";
+  }
   if (auto tmp = environmentValue("TMPDIR"); !tmp.empty()) {
     host.temporaryDirectory = tmp;
-  } else if (auto state = environmentValue("XDG_STATE_HOME"); !state.empty() && state.front() == '/') {
-    host.temporaryDirectory = std::filesystem::path(state) / "tidewell";
   } else {
-    host.temporaryDirectory = host.home / ".local" / "state" / "tidewell";
+    host.temporaryDirectory = host.stateDirectory / "tidewell";
   }
   if (auto config = environmentValue("XDG_CONFIG_HOME"); !config.empty() && config.front() == '/') {
     host.configDirectory = config;

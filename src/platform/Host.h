@@ -24,6 +24,9 @@ struct Host {
   std::filesystem::path temporaryDirectory;
   // Per-user configuration folder ($XDG_CONFIG_HOME, else home/.config).
   std::filesystem::path configDirectory;
+  // Per-user state folder ($XDG_STATE_HOME, else home/.local/state): data that outlives a run
+  // but is neither a setting nor a cache, such as the pending scan reminders.
+  std::filesystem::path stateDirectory;
   // The application bundle (".../Tidewell.app"); empty when the executable is not inside one.
   std::filesystem::path bundle;
 

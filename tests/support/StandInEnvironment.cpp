@@ -9,6 +9,7 @@ Host hostWithRoot(const std::filesystem::path& root) {
   host.home = root / "home";
   host.temporaryDirectory = root / "tmp";
   host.configDirectory = root / "home" / ".config";
+  host.stateDirectory = root / "home" / ".local" / "state";
   return host;
 }
 

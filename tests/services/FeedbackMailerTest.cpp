@@ -1,0 +1,141 @@
+#include <gtest/gtest.h>
+
+#include "app/FeedbackMailer.h"
+#include "app/Logger.h"
+#include "app/Preferences.h"
+#include "support/LogCapture.h"
+#include "support/StandInEnvironment.h"
+#include "support/StandInTools.h"
+#include "support/TempDir.h"
+
+namespace tw {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct RecordingAlerts : FeedbackAlerts {
+  void showInformational(const std::string& message, const std::string& informative,
+                         const std::string& button) override {
+    shown.push_back(message + "|" + informative + "|" + button);
+  }
+  std::vector<std::string> shown;
+};
+
+class FeedbackMailerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    // The stand-in mail program writes one argument per line.
+    test::writeStandInTool(
+        root.path(), "/usr/bin/xdg-email",
+        "for a in \"$@\"; do printf '%s\\n' \"$a\" >> " + test::shellQuoted(mailed.string()) + "; done");
+    useMailtoHandler("thunderbird.desktop");
+    test::writeFile(root / "etc/os-release",
+                    "NAME=\"Debian GNU/Linux\"\nVERSION_ID=\"12\"\nVERSION=\"12 (bookworm)\"\n"
+                    "PRETTY_NAME=\"Debian GNU/Linux 12 (bookworm)\"\n");
+    test::writeFile(root / "sys/class/dmi/id/product_name", "ThinkPad X1 Carbon Gen 11\n");
+  }
+
+  void useMailtoHandler(const std::string& handler) {
+    test::writeStandInTool(
+        root.path(), "/usr/bin/xdg-mime",
+        "[ \"$*\" = 'query default x-scheme-handler/mailto' ] && echo " + test::shellQuoted(handler));
+  }
+
+  std::vector<std::string> mailedArguments() { return test::readCallLog(mailed); }
+
+  test::TempDir root;
+  Host host = [this] {
+    Host h = test::hostWithRoot(root.path());
+    h.bundle = root / "Tidewell.app";
+    return h;
+  }();
+  ScopedHost scopedHost{host};
+  fs::path mailed = root / "mailed";
+  RecordingAlerts alerts;
+  FeedbackMailer mailer{host, alerts, {}, [](std::function<void()> task) { task(); }};
+};
+
+TEST_F(FeedbackMailerTest, SupportAddressIsDecodedFromBase64) {
+  EXPECT_EQ(FeedbackMailer::supportAddress(), "support@tidewell.dev");
+  EXPECT_EQ(FeedbackMailer::decodeBase64("YQ=="), "a");
+  EXPECT_EQ(FeedbackMailer::decodeBase64("YWI="), "ab");
+  EXPECT_EQ(FeedbackMailer::decodeBase64("YWJj"), "abc");
+  EXPECT_EQ(FeedbackMailer::decodeBase64("YWJ"), std::nullopt);
+  EXPECT_EQ(FeedbackMailer::decodeBase64("Y!=="), std::nullopt);
+}
+
+TEST_F(FeedbackMailerTest, FeedbackGoesToTheMailProgramWithSubjectOnly) {
+  mailer.sendFeedback();
+  EXPECT_EQ(mailedArguments(),
+            (std::vector<std::string>{"--utf8", "--subject", "Tidewell Feedback", "support@tidewell.dev"}));
+  EXPECT_TRUE(alerts.shown.empty());
+}
+
+TEST_F(FeedbackMailerTest, IssueReportAttachesTheLogsThatExist) {
+  test::TempDir logs;
+  for (size_t starts = 1; starts <= 2; ++starts) {
+    Logger logger("MainLog", Logger::Level::info, Logger::FileLogging::on, logs.path(), "dev.tidewell.Tidewell");
+    fs::remove(mailed);
+    mailer.reportAnIssue(logger);
+    auto arguments = mailedArguments();
+    std::vector<std::string> attached;
+    for (size_t i = 0; i + 1 < arguments.size(); ++i) {
+      if (arguments[i] == "--attach") attached.push_back(arguments[i + 1]);
+    }
+    std::vector<std::string> expected{(logs.path() / "dev.tidewell.Tidewell-MainLog-LogFile-latest.log").string()};
+    if (starts == 2) expected.push_back((logs.path() / "dev.tidewell.Tidewell-MainLog-LogFile-previous.log").string());
+    EXPECT_EQ(attached, expected);
+    EXPECT_EQ(arguments.at(2), "Tidewell Issue Report");
+    EXPECT_EQ(arguments.at(4), "Write your report here");
+  }
+  Logger consoleOnly("MainLog", Logger::Level::info, Logger::FileLogging::off);
+  fs::remove(mailed);
+  mailer.reportAnIssue(consoleOnly);
+  auto arguments = mailedArguments();
+  EXPECT_EQ(std::count(arguments.begin(), arguments.end(), "--attach"), 0);
+}
+
+TEST_F(FeedbackMailerTest, WithoutMailProgramTheAlertTellsTheAddress) {
+  useMailtoHandler("");
+  mailer.sendFeedback();
+  EXPECT_FALSE(fs::exists(mailed));
+  EXPECT_EQ(alerts.shown, (std::vector<std::string>{
+                              "Can't send e-mail|It seems your system doesn't have e-mail configured. You can send "
+                              "your feedback manually to support@tidewell.dev|OK"}));
+
+  fs::remove(root / "usr/bin/xdg-email");
+  test::LogCapture log;
+  mailer.sendFeedback();
+  EXPECT_EQ(log.lines(),
+            (std::vector<std::string>{"⚠️ FeedbackMailer: Can't create compose e-mail NSSharingService"}));
+}
+
+TEST_F(FeedbackMailerTest, SystemReportTellsVersionFoldersSystemAndModel) {
+  test::writeFile(host.bundle / "Contents/Info.plist",
+                  "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>CFBundleShortVersionString</key>"
+                  "<string>1.4.2</string><key>CFBundleVersion</key><string>87</string></dict></plist>");
+  fs::create_directories(host.developerFolder());
+  Preferences::shared().setCustomDerivedDataFolder("/Volumes/Fast/DerivedData");
+  Preferences::shared().setCustomArchivesFolder(std::nullopt);
+
+  EXPECT_EQ(mailer.systemReport(),
+            "Tidewell 1.4.2 (87)\nDoes '~/Library/Developer' folder exists: YES\nCan read '~/Library/Developer' "
+            "folder: YES\nCan write '~/Library/Developer' folder: YES\n\nCustom derived data folder: "
+            "/Volumes/Fast/DerivedData\nCustom archives folder: -\n\nSystem: Debian GNU/Linux 12 (bookworm)\nMac "
+            "model: ThinkPad X1 Carbon Gen 11\n");
+
+  fs::remove_all(root / "home");
+  fs::remove(root / "sys/class/dmi/id/product_name");
+  fs::remove(host.bundle / "Contents/Info.plist");
+  test::writeFile(root / "etc/os-release", "NAME='Arch Linux'\nVERSION=\"rolling\"\n");
+  auto report = mailer.systemReport();
+  EXPECT_EQ(report.substr(0, report.find('\n', report.find("Can write"))),
+            "Tidewell - (-)\nDoes '~/Library/Developer' folder exists: NO\nCan read '~/Library/Developer' folder: "
+            "NO\nCan write '~/Library/Developer' folder: NO");
+  EXPECT_NE(report.find("\nCustom derived data folder: -\nCustom archives folder: -\n\nSystem: Arch Linux rolling\nMac "
+                        "model: -\n"),
+            std::string::npos);
+}
+
+}  // namespace
+}  // namespace tw

@@ -1,0 +1,38 @@
+// Writes pictures of the preferences window and of the update announcement into the folder
+// given as the only argument (docs/ of the repository): run under a virtual display,
+// `xvfb-run -a services-screenshots docs`.
+#include <QApplication>
+#include <QMessageBox>
+#include <QTimer>
+#include <cstdio>
+
+#include "support/TempDir.h"
+#include "ui/PreferencesWindow.h"
+#include "ui/UpdateController.h"
+
+int main(int argc, char** argv) {
+  QApplication application(argc, argv);
+  if (argc != 2) {
+    std::fputs("usage: services-screenshots <folder>\n", stderr);
+    return 64;
+  }
+  const QString folder = QString::fromLocal8Bit(argv[1]);
+  tw::test::TempDir settings;
+  tw::Preferences preferences(settings / "settings.plist");
+
+  tw::ui::PreferencesWindow window(preferences, {});
+  window.show();
+  tw::AppcastItem item{
+      "Tidewell 1.1", "110", "1.1.0", "https://tidewell.dev/notes/1.1.html", "https://tidewell.dev/download", ""};
+  auto box = tw::ui::MessageBoxUpdateDialogs::updateAvailableBox(item, "1.0.0", nullptr);
+  box->show();
+
+  bool saved = false;
+  QTimer::singleShot(500, [&] {
+    saved =
+        window.grab().save(folder + "/preferences-window.png") && box->grab().save(folder + "/update-available.png");
+    application.quit();
+  });
+  application.exec();
+  return saved ? 0 : 1;
+}
