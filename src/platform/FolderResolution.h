@@ -7,6 +7,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tw {
 
@@ -23,6 +24,9 @@ enum class MountDetection {
 // Whether the open folder `folderFd`, entered from the open folder `parentFd`, is the root of
 // another mount. With a method the system cannot answer, false.
 bool isMountRoot(int parentFd, int folderFd, MountDetection method = MountDetection::automatic);
+
+// The mount points of the system as this process sees them (bind mounts included).
+std::vector<std::string> mountPoints();
 
 // Whether `method` can tell anything on this system (for tests).
 bool mountDetectionAvailable(MountDetection method);

@@ -3,20 +3,15 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#if defined(__APPLE__)
-#include <sys/mount.h>
-#include <sys/param.h>
-#endif
 
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <system_error>
 #include <utility>
 #include <vector>
 
 #include "fs/RemoveItem.h"
+#include "platform/FolderResolution.h"
 #include "platform/Host.h"
 #include "scan/SystemItems.h"
 
@@ -41,50 +36,6 @@ bool splitStrictly(std::string_view path, std::vector<std::string>& components) 
     start = end + 1;
   }
   return !components.empty();
-}
-
-// Whether `item` is the root of a mount (a bind mount of the same volume included).
-bool isMountRoot([[maybe_unused]] int folderFd, [[maybe_unused]] const std::string& item) {
-#if defined(STATX_ATTR_MOUNT_ROOT)
-  struct statx status {};
-  if (::statx(folderFd, item.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS, &status) == 0 &&
-      (status.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) != 0) {
-    return (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
-  }
-#endif
-  return false;
-}
-
-// The mount points of the system as this process sees them.
-std::vector<std::string> mountPoints() {
-  std::vector<std::string> points;
-#if defined(__APPLE__)
-  struct statfs* mounts = nullptr;
-  const int count = ::getmntinfo(&mounts, MNT_NOWAIT);
-  for (int index = 0; index < count; ++index) points.emplace_back(mounts[index].f_mntonname);
-#else
-  // /proc/self/mountinfo: the fifth field is the mount point, with blanks, tabs, newlines and
-  // backslashes written as octal escapes.
-  std::ifstream mountinfo("/proc/self/mountinfo");
-  std::string line;
-  while (std::getline(mountinfo, line)) {
-    std::istringstream fields(line);
-    std::string field;
-    for (int index = 0; index < 5 && fields >> field; ++index) {
-    }
-    std::string point;
-    for (size_t at = 0; at < field.size(); ++at) {
-      if (field[at] == '\\' && at + 3 < field.size()) {
-        point += static_cast<char>(std::stoi(field.substr(at + 1, 3), nullptr, 8));
-        at += 3;
-      } else {
-        point += field[at];
-      }
-    }
-    points.push_back(std::move(point));
-  }
-#endif
-  return points;
 }
 
 // Whether a volume is mounted at `item` or anywhere inside it. The remover would refuse to
@@ -150,10 +101,9 @@ std::variant<Target, Refusal> check(std::string_view path) {
     return refuse(path, std::generic_category().message(errno));
   }
   if (S_ISLNK(itemStatus.st_mode)) return refuse(path, "it is a symbolic link");
-  if (itemStatus.st_dev != folderStatus.st_dev || isMountRoot(fd, name)) {
-    return refuse(path, "it is another volume mounted there");
-  }
-  if (holdsAMount(std::string(path))) return refuse(path, "another volume is mounted inside it");
+  // The mount list also names bind mounts of the same volume, which share its device number.
+  if (itemStatus.st_dev != folderStatus.st_dev) return refuse(path, "it is another volume mounted there");
+  if (holdsAMount(std::string(path))) return refuse(path, "another volume is mounted at it or inside it");
   return target;
 }
 

@@ -13,7 +13,11 @@
 #include <cstdio>
 #include <cstring>
 #include <optional>
+#include <fstream>
+#include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #if __has_include(<linux/openat2.h>)
 #include <linux/openat2.h>
@@ -139,6 +143,31 @@ bool openBeneathInKernel(int anchorFd, std::string_view relative, BeneathResult&
 }
 
 }  // namespace folder_resolution_detail
+std::vector<std::string> mountPoints() {
+  std::vector<std::string> points;
+  // /proc/self/mountinfo: the fifth field is the mount point, with blanks, tabs, newlines and
+  // backslashes written as octal escapes.
+  std::ifstream mountinfo("/proc/self/mountinfo");
+  std::string line;
+  while (std::getline(mountinfo, line)) {
+    std::istringstream fields(line);
+    std::string field;
+    for (int index = 0; index < 5 && fields >> field; ++index) {
+    }
+    std::string point;
+    for (size_t at = 0; at < field.size(); ++at) {
+      if (field[at] == '\\' && at + 3 < field.size()) {
+        point += static_cast<char>(std::stoi(field.substr(at + 1, 3), nullptr, 8));
+        at += 3;
+      } else {
+        point += field[at];
+      }
+    }
+    points.push_back(std::move(point));
+  }
+  return points;
+}
+
 }  // namespace tw
 
 #endif

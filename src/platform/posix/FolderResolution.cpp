@@ -4,6 +4,8 @@
 
 #include "platform/FolderResolution.h"
 
+#include <sys/mount.h>
+#include <sys/param.h>
 #include <sys/stat.h>
 
 #include "platform/FolderResolutionDetail.h"
@@ -25,6 +27,14 @@ bool mountDetectionAvailable(MountDetection method) {
 namespace folder_resolution_detail {
 bool openBeneathInKernel(int, std::string_view, BeneathResult&) { return false; }
 }  // namespace folder_resolution_detail
+
+std::vector<std::string> mountPoints() {
+  std::vector<std::string> points;
+  struct statfs* mounts = nullptr;
+  const int count = ::getmntinfo(&mounts, MNT_NOWAIT);
+  for (int index = 0; index < count; ++index) points.emplace_back(mounts[index].f_mntonname);
+  return points;
+}
 
 }  // namespace tw
 
