@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <optional>
@@ -25,7 +24,7 @@ bool isCommandLineStart() { return ::isatty(STDIN_FILENO) == 1 || std::getenv(kF
 
 }  // namespace
 
-int runApplication(int argc, char** argv) {
+int runApplication(int argc, char** argv, WindowFrontEnd window) {
   Logger::installMain(std::make_unique<Logger>("MainLog", Logger::Level::info, Logger::FileLogging::on));
 
   const auto& bundle = Host::current().bundle;
@@ -33,13 +32,8 @@ int runApplication(int argc, char** argv) {
 
   std::vector<std::string> arguments(argv, argv + argc);
 
-  if (!isCommandLineStart()) {
-    std::fputs(
-        "Tidewell: the window is not part of this build; run `tidewell --help` from a terminal, or start "
-        "Contents/Resources/tidewell.sh inside the bundle.\n",
-        stderr);
-    return 1;
-  }
+  // A desktop start: only here is a display needed, so only here is the toolkit started.
+  if (!isCommandLineStart()) return window(argc, argv);
 
   // Log lines would otherwise mix with the tool's own output.
   Logger::main().setConsoleLogging(false);

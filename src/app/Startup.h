@@ -4,6 +4,9 @@
 
 namespace tw {
 
-int runApplication(int argc, char** argv);
+// The window's entry, handed in by main() so that this layer never depends on the interface.
+using WindowFrontEnd = int (*)(int argc, char** argv);
+
+int runApplication(int argc, char** argv, WindowFrontEnd window);
 
 }  // namespace tw
