@@ -55,7 +55,9 @@ InstallSheet::InstallSheet(QWidget* window, const std::filesystem::path& bundle)
   layout->addWidget(explanation);
   layout->addWidget(commandField_);
   layout->addWidget(buttons);
-  setMinimumWidth(560);
+  commandField_->setMinimumWidth(520);
+  // As tall as the wrapped text needs, no taller.
+  layout->setSizeConstraint(QLayout::SetFixedSize);
 }
 
 QString InstallSheet::shownText() const { return commandField_->text(); }

@@ -291,6 +291,7 @@ void MainWindow::showWarning(WarningCase which) {
   warningButton_->setText(notFound ? QStringLiteral("Download Xcode") : QStringLiteral("Give Access"));
   warningStrip_->setAccessibleName(warningTitle_->text());
   warningStrip_->show();
+  loadingIndicator_->hide();  // no scan follows until the warning is resolved
 }
 
 void MainWindow::pressWarningButton() {
@@ -396,6 +397,8 @@ void MainWindow::refreshSummary() {
 
   const int64_t selected = devFiles_ ? devFiles_->selectedSize() : 0;
   selectedLabel_->setText(QStringLiteral("Selected: ") + formatted(selected));
+  rescanAction_->setEnabled(devFiles_ && !scanRunning_);
+  rescanButton_->setEnabled(devFiles_ && !scanRunning_);
   const bool canClean = selected >= 1 && !scanRunning_;
   cleanButton_->setEnabled(canClean);
   cleanAction_->setEnabled(canClean);

@@ -4,6 +4,7 @@
 #include <QApplication>
 #include <QDateTime>
 #include <QFile>
+#include <QItemSelectionModel>
 #include <QMessageBox>
 #include <QPainter>
 #include <QStyleFactory>
@@ -11,6 +12,7 @@
 #include <QTreeView>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 
 #include "app/Preferences.h"
@@ -36,12 +38,14 @@ QModelIndex findLabel(const CleanupTreeModel& model, const QString& label, const
 }
 
 QPalette darkPalette() {
+  // Fusion outlines check boxes with the window colour darkened, so the views' base is kept
+  // lighter than the window for the boxes to show.
   QPalette palette;
-  const QColor window(0x2b, 0x2d, 0x31), base(0x1f, 0x21, 0x24), text(0xe8, 0xe8, 0xea);
+  const QColor window(0x26, 0x28, 0x2b), base(0x33, 0x35, 0x39), text(0xe8, 0xe8, 0xea), dim(0x70, 0x73, 0x79);
   palette.setColor(QPalette::Window, window);
   palette.setColor(QPalette::WindowText, text);
   palette.setColor(QPalette::Base, base);
-  palette.setColor(QPalette::AlternateBase, QColor(0x27, 0x29, 0x2d));
+  palette.setColor(QPalette::AlternateBase, QColor(0x39, 0x3b, 0x40));
   palette.setColor(QPalette::Text, text);
   palette.setColor(QPalette::Button, QColor(0x3a, 0x3d, 0x42));
   palette.setColor(QPalette::ButtonText, text);
@@ -50,9 +54,9 @@ QPalette darkPalette() {
   palette.setColor(QPalette::PlaceholderText, QColor(0x9a, 0x9d, 0xa3));
   palette.setColor(QPalette::ToolTipBase, window);
   palette.setColor(QPalette::ToolTipText, text);
-  palette.setColor(QPalette::Disabled, QPalette::Text, QColor(0x6a, 0x6d, 0x73));
-  palette.setColor(QPalette::Disabled, QPalette::WindowText, QColor(0x6a, 0x6d, 0x73));
-  palette.setColor(QPalette::Disabled, QPalette::ButtonText, QColor(0x6a, 0x6d, 0x73));
+  for (auto role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText}) {
+    palette.setColor(QPalette::Disabled, role, dim);
+  }
   return palette;
 }
 
@@ -207,6 +211,25 @@ bool TestDriver::run(const QString& step) {
     say(QStringLiteral("screenshot: ") +
         (save(withSheet(window_, *sheet), argument) ? argument : QStringLiteral("failed")));
     sheet->close();
+    return true;
+  }
+  if (verb == QLatin1String("app-folder")) {
+    Preferences::shared().setAppFolder(std::filesystem::path(argument.toStdString()));
+    return true;
+  }
+  if (verb == QLatin1String("resize")) {
+    window_.resize(argument.section(QLatin1Char(' '), 0, 0).toInt(), argument.section(QLatin1Char(' '), 1, 1).toInt());
+    return true;
+  }
+  if (verb == QLatin1String("select")) {
+    const QModelIndex index = findLabel(window_.model(), argument);
+    if (index.isValid()) {
+      window_.outline()->selectionModel()->select(index, QItemSelectionModel::Select | QItemSelectionModel::Rows);
+    }
+    return true;
+  }
+  if (verb == QLatin1String("stop")) {
+    if (CleaningSheet* sheet = window_.cleaningSheet()) sheet->stop();
     return true;
   }
   if (verb == QLatin1String("rescan")) {

@@ -5,7 +5,7 @@
 // Steps: wait-scans N | print title|total|selected|saved|badge|warning|sheet | tick LABEL |
 // dry-run on|off | clean | answer BUTTON | wait-sheet | expand | palette light|dark |
 // screenshot FILE | screenshot-sheet FILE | install-sheet | screenshot-install FILE |
-// rescan | sleep MS | quit
+// app-folder PATH | resize W H | select LABEL | stop | rescan | sleep MS | quit
 #pragma once
 
 #include <QObject>
