@@ -1,8 +1,11 @@
 #include "clean/DeletionEngine.h"
 
+#include <cassert>
 #include <chrono>
+#include <condition_variable>
 #include <exception>
-#include <thread>
+#include <mutex>
+#include <string>
 
 #include "app/Logger.h"
 #include "platform/Error.h"
@@ -16,8 +19,30 @@ constexpr auto kDryRunPause = std::chrono::milliseconds(150);
 
 }  // namespace
 
+namespace {
+
+bool holdsTickedEntry(const CleanupEntry& entry) {
+  std::vector<const CleanupEntry*> stack{&entry};
+  while (!stack.empty()) {
+    const CleanupEntry* node = stack.back();
+    stack.pop_back();
+    if (node->selection() != CleanupEntry::Selection::off) return true;
+    for (const auto& item : node->items()) stack.push_back(item.get());
+  }
+  return false;
+}
+
+}  // namespace
+
 void appendDeletionItems(const CleanupEntryPtr& locationEntry, std::vector<DeletionItem>& list) {
-  if (locationEntry->selection() == CleanupEntry::Selection::off) return;
+  // An unticked location is skipped whole. That is only right while the tree's selections are
+  // consistent: a caller that ticks an item without recomputing its ancestors (what
+  // CleanupEntry::changeSelection does) would lose that item here without a word, so debug
+  // builds insist on it.
+  if (locationEntry->selection() == CleanupEntry::Selection::off) {
+    assert(!holdsTickedEntry(*locationEntry) && "a ticked item under an unticked location");
+    return;
+  }
   const std::string locationLabel = locationEntry->label();
 
   // An explicit stack: trees of project build folders can be deep, and the order (last child
@@ -61,19 +86,29 @@ int64_t DevFiles::selectedSize() const {
   return total;
 }
 
-void DevFiles::deleteSelected(bool dryRun) {
+void DevFiles::deleteSelected(bool dryRun, std::stop_token stop) {
   if (auto delegate = deleteDelegate()) delegate->deleteStarted(*this);
 
   const std::vector<DeletionItem> list = makeDeletionList(*this);
   const size_t count = list.size();
   for (size_t position = 0; position < count; ++position) {
+    // Only between units: a folder is never left half removed by a stop.
+    if (stop.stop_requested()) {
+      log::info("DevFiles: Deletion stopped after " + std::to_string(position) + " of " + std::to_string(count) +
+                " items");
+      break;
+    }
     const DeletionItem& item = list[position];
     if (auto delegate = deleteDelegate()) {
       delegate->deletingItem(*this, item.locationLabel, item.itemDescription, item.url, position + 1, count);
     }
     log::info(deletionLogLine(item, dryRun));
     if (dryRun) {
-      std::this_thread::sleep_for(kDryRunPause);
+      // The pause ends early when the run is stopped.
+      std::mutex mutex;
+      std::condition_variable_any wake;
+      std::unique_lock lock(mutex);
+      wake.wait_for(lock, stop, kDryRunPause, [] { return false; });
       continue;
     }
 

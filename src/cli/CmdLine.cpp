@@ -226,10 +226,11 @@ void CmdLine::run(Mode mode, const std::vector<DevFiles::Location>& locations) {
   }
   auto derivedDataFolder = Files::customDerivedDataFolderGrant(nullptr);
   auto archivesFolder = Files::customArchivesFolderGrant(nullptr);
-  auto devFiles = DevFiles::create(*developerFolder, derivedDataFolder, archivesFolder);
-  if (!devFiles) {
+  auto created = DevFiles::create(*developerFolder, derivedDataFolder, archivesFolder);
+  if (!created) {
     fail("Cannot locate Xcode cache files.\nCheck if you have Xcode installed and some projects built.");
   }
+  std::shared_ptr<DevFiles> devFiles = *created;
   devFiles->setDeleteDelegate(shared_from_this());
 
   line("Scanning...");

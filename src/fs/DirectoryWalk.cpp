@@ -21,6 +21,7 @@
 #include "fs/DirectoryListing.h"
 #include "fs/DirectorySize.h"
 #include "model/CleanupEntry.h"
+#include "platform/Cancellation.h"
 #include "platform/Error.h"
 #include "platform/ThreadPool.h"
 
@@ -109,7 +110,9 @@ class Walker {
     std::deque<Node*> stack{start};
     int64_t subtotal = 0;
     while (!stack.empty()) {
-      if (failed_.load(std::memory_order_relaxed)) {
+      // A failed walk is abandoned, and so is one whose job was asked to stop (its partial
+      // total is thrown away with the scan).
+      if (failed_.load(std::memory_order_relaxed) || cancellationRequested()) {
         for (Node* node : stack) abandon(node);
         break;
       }

@@ -161,16 +161,19 @@ std::optional<CleanupEntry::Size> CleanupEntry::sizeOrCalculate(HardLinkTracker&
   return size();
 }
 
-CleanupEntry::Selection CleanupEntry::updateSelection() {
-  for (const auto& item : items()) item->updateSelection();
-  const size_t nonEmpty = nonEmptyItemCount();
-  Selection result = selection();
+namespace {
+
+// The selection an entry's items give it, or its own when they give none.
+CleanupEntry::Selection derivedSelection(const CleanupEntry& entry) {
+  using Selection = CleanupEntry::Selection;
+  const size_t nonEmpty = entry.nonEmptyItemCount();
+  Selection result = entry.selection();
   if (nonEmpty == 0) {
-    if (isEmpty()) result = Selection::off;
+    if (entry.isEmpty()) result = Selection::off;
   } else {
     size_t selectedCount = 0;
     bool anyMixed = false;
-    for (const auto& item : items()) {
+    for (const auto& item : entry.items()) {
       if (item->selection() != Selection::off) ++selectedCount;
       if (item->selection() == Selection::mixed) anyMixed = true;
     }
@@ -182,8 +185,49 @@ CleanupEntry::Selection CleanupEntry::updateSelection() {
       result = Selection::mixed;
     }
   }
+  return result;
+}
+
+// Every entry of a subtree, parents before their items, without recursion.
+template <typename Visit>
+void forEachInSubtree(CleanupEntry& root, Visit visit) {
+  std::vector<CleanupEntry*> stack{&root};
+  while (!stack.empty()) {
+    CleanupEntry* entry = stack.back();
+    stack.pop_back();
+    visit(*entry);
+    for (const auto& item : entry->items()) stack.push_back(item.get());
+  }
+}
+
+}  // namespace
+
+CleanupEntry::Selection CleanupEntry::updateSelection() {
+  for (const auto& item : items()) item->updateSelection();
+  const Selection result = derivedSelection(*this);
   setSelection(result);
   return result;
+}
+
+std::vector<CleanupEntry*> CleanupEntry::changeSelection(Selection selection) {
+  CleanupEntry* root = this;
+  while (CleanupEntryPtr parent = root->parent()) root = parent.get();
+
+  std::vector<std::pair<CleanupEntry*, Selection>> before;
+  forEachInSubtree(*root, [&](CleanupEntry& entry) { before.emplace_back(&entry, entry.selection()); });
+
+  if (selection == Selection::off) {
+    deselect();
+  } else {
+    select();
+  }
+  root->updateSelection();
+
+  std::vector<CleanupEntry*> changed;
+  for (const auto& [entry, old] : before) {
+    if (entry->selection() != old) changed.push_back(entry);
+  }
+  return changed;
 }
 
 void CleanupEntry::clear() {

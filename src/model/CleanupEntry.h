@@ -2,6 +2,11 @@
 // tooltip), a tri-state selection, a size that may be unknown, and either the file locations
 // the node stands for or child entries, never both. Entry kinds change behaviour only by
 // overriding the virtual operations below.
+//
+// Threads: an entry is not locked. A tree that is shown belongs to its owner's thread (see
+// DevFiles); scanners build and measure new entries on other threads (measurement fans out
+// over the pool) before handing them over, and nothing touches an entry from two threads at
+// once.
 #pragma once
 
 #include <compare>
@@ -100,8 +105,16 @@ class CleanupEntry : public std::enable_shared_from_this<CleanupEntry> {
   virtual std::optional<Size> sizeOrCalculate();
   virtual std::optional<Size> sizeOrCalculate(HardLinkTracker& tracker);
   virtual Selection updateSelection();
+  // Whether the user may tick the entry: not when it has nothing to clean, nor for kinds that
+  // are shown for reference only.
+  virtual bool isCheckable() const { return !isEmpty(); }
   virtual void clear();
   virtual std::string description(int level) const;
+
+  // What a tick does: this entry and its whole subtree on (off for Selection::off; mixed
+  // counts as on), then every ancestor recomputed up to the root. Returns each entry of the
+  // tree whose selection changed, so a view repaints exactly those.
+  std::vector<CleanupEntry*> changeSelection(Selection selection);
 
  private:
   std::optional<Icon> icon_;

@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/Cancellation.h"
+
 // One shared stack of tasks guarded by one mutex. Tasks are taken newest first: a tree walk
 // that pushes subfolders then stays close to depth-first, which keeps the number of pending
 // folders (and the descriptors they hold) small.
@@ -193,8 +195,11 @@ void ThreadPool::concurrentPerform(size_t count, const std::function<void(size_t
   const size_t helpers = std::min<size_t>(count - 1, impl->threads.size());
   std::vector<std::function<void()>> batch;
   batch.reserve(helpers);
+  // Helpers work for the caller's job, so they see its stop token.
+  const std::stop_token stop = currentStopToken();
   for (size_t i = 0; i < helpers; ++i) {
-    batch.emplace_back([job, impl] {
+    batch.emplace_back([job, impl, stop] {
+      CancellationScope scope(stop);
       if (job->drain()) impl->signalFinished();
     });
   }
@@ -219,7 +224,8 @@ ThreadPool::TaskGroup::~TaskGroup() {
 void ThreadPool::TaskGroup::run(std::function<void()> task) {
   state_->pending.fetch_add(1, std::memory_order_relaxed);
   Impl* impl = pool_.impl_.get();
-  impl->push([state = state_, impl, task = std::move(task)]() mutable {
+  impl->push([state = state_, impl, task = std::move(task), stop = currentStopToken()]() mutable {
+    CancellationScope scope(stop);
     try {
       task();
     } catch (...) {

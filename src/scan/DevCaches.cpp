@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "fs/DirectorySize.h"
+#include "platform/Cancellation.h"
 #include "platform/Host.h"
 #include "platform/ThreadPool.h"
 
@@ -102,6 +103,7 @@ std::vector<path> expandPattern(std::string_view pattern) {
 
   std::vector<path> candidates{start};
   for (const std::string& component : splitComponents(expanded)) {
+    if (cancellationRequested()) return {};
     std::vector<path> next;
     const size_t star = component.find('*');
     if (star == std::string::npos) {

@@ -9,6 +9,7 @@
 #include "fs/DirectorySize.h"
 #include "model/CleanupEntry.h"
 #include "model/XcodeEntries.h"
+#include "platform/Cancellation.h"
 #include "platform/SecurityScope.h"
 #include "scan/Scanners.h"
 
@@ -77,21 +78,21 @@ constexpr size_t kAppleLocationCount = 10;  // deviceSupport ... packageCaches
 constexpr std::string_view kAppleGroupLabel = "Apple";
 constexpr std::string_view kAppleGroupTooltip = "Xcode, simulators & Apple platform caches.";
 
-bool isExistingWritableFolder(const std::filesystem::path& folder) {
-  struct stat status {};
-  if (::stat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return false;
-  return ::access(folder.c_str(), W_OK) == 0;
-}
-
 // The scanners write into the Developer folder's "Xcode" and "CoreSimulator" trees and the
 // deletion removes from them, so both must be there and writable before anything is shown.
-bool cacheFoldersAccessible(const std::filesystem::path& developerFolder) {
+// The check stops at the first folder that fails.
+std::optional<DevFiles::Refusal> cacheFoldersRefusal(const std::filesystem::path& developerFolder) {
+  using Reason = DevFiles::Refusal::Reason;
   struct stat status {};
-  if (::stat(developerFolder.c_str(), &status) != 0) return false;
+  if (::stat(developerFolder.c_str(), &status) != 0) return DevFiles::Refusal{Reason::missing, developerFolder};
   for (const char* subfolder : {"Xcode", "CoreSimulator"}) {
-    if (!isExistingWritableFolder(developerFolder / subfolder)) return false;
+    const std::filesystem::path folder = developerFolder / subfolder;
+    if (::stat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+      return DevFiles::Refusal{Reason::missing, folder};
+    }
+    if (::access(folder.c_str(), W_OK) != 0) return DevFiles::Refusal{Reason::notWritable, folder};
   }
-  return true;
+  return std::nullopt;
 }
 
 CleanupEntryPtr makeLocationEntry(DevFiles::Location location) {
@@ -104,18 +105,13 @@ CleanupEntryPtr makeLocationEntry(DevFiles::Location location) {
                                         /*selected=*/false);
 }
 
-// The group's size is the sum of its locations'. Locations left out of this scan are empty and
-// must keep their unknown size (the command line shows them without one), so they are not
-// measured; every scanned location knows its size already, which makes the sum the same as a
-// full recomputation.
+// The group's size is the sum of its locations'. Every installed location knows its size, and
+// locations left out of this scan are empty and keep their unknown size (the command line
+// shows them without one), so a plain sum equals a full recomputation and measures nothing:
+// this runs on the owner's thread.
 void updateGroupSize(CleanupEntry& group) {
-  HardLinkTracker tracker;
   int64_t total = 0;
-  for (const auto& item : group.items()) {
-    if (item->isEmpty() && item->size().isUnknown()) continue;
-    const std::optional<CleanupEntry::Size> size = item->sizeOrCalculate(tracker);
-    if (size && !size->isUnknown()) total = addSizes(total, size->bytesOrZero());
-  }
+  for (const auto& item : group.items()) total = addSizes(total, item->size().bytesOrZero());
   group.setSize(CleanupEntry::Size::value(total));
 }
 
@@ -142,20 +138,23 @@ std::string_view DevFiles::label(Location location) { return info(location).labe
 std::string_view DevFiles::tooltipText(Location location) { return info(location).tooltipText; }
 std::string_view DevFiles::commandLineName(Location location) { return info(location).commandLineName; }
 
-std::shared_ptr<DevFiles> DevFiles::create(std::filesystem::path userDeveloperFolderUrl,
-                                           std::optional<std::filesystem::path> customDerivedDataFolderUrl,
-                                           std::optional<std::filesystem::path> customArchivesFolderUrl,
-                                           Executor mainQueue) {
+std::string DevFiles::Refusal::message() const {
+  return "\"" + folder.string() + (reason == Reason::missing ? "\" is missing" : "\" is not writable");
+}
+
+Expected<std::shared_ptr<DevFiles>, DevFiles::Refusal> DevFiles::create(
+    std::filesystem::path userDeveloperFolderUrl, std::optional<std::filesystem::path> customDerivedDataFolderUrl,
+    std::optional<std::filesystem::path> customArchivesFolderUrl, Executor mainQueue) {
   // The constructor enters the folders' access scopes before the check (the check itself needs
   // the access); a refused driver leaves them again through its destructor.
   std::shared_ptr<DevFiles> devFiles(new DevFiles(std::move(userDeveloperFolderUrl),
                                                   std::move(customDerivedDataFolderUrl),
                                                   std::move(customArchivesFolderUrl), std::move(mainQueue)));
-  if (!cacheFoldersAccessible(devFiles->userDeveloperFolderUrl_)) {
+  if (auto refusal = cacheFoldersRefusal(devFiles->userDeveloperFolderUrl_)) {
     log::error(
         "DevFiles: Cannot create because Xcode cache folders doesn't seem to exist or we don't have proper access to "
         "them!");
-    return nullptr;
+    return *refusal;
   }
 
   for (Location location : allLocations()) devFiles->locations_.emplace(location, makeLocationEntry(location));
@@ -197,15 +196,27 @@ void DevFiles::reset() {
   for (const auto& [location, entry] : locations_) entry->clear();
 }
 
-void DevFiles::post(std::function<void(DevFiles&, DevFilesScanDelegate&)> callback) {
-  // The callback may run long after the scan (a window's event loop); it must neither keep the
-  // driver alive nor reach a delegate that has gone away meanwhile.
-  auto task = [weakSelf = weak_from_this(), callback = std::move(callback)] {
+std::optional<std::filesystem::path> DevFiles::customDerivedDataFolderUrl() const {
+  std::lock_guard lock(customFoldersMutex_);
+  return customDerivedDataFolderUrl_;
+}
+
+std::optional<std::filesystem::path> DevFiles::customArchivesFolderUrl() const {
+  std::lock_guard lock(customFoldersMutex_);
+  return customArchivesFolderUrl_;
+}
+
+void DevFiles::post(std::stop_token stop, std::function<void(DevFiles&)> change,
+                    std::function<void(DevFiles&, DevFilesScanDelegate&)> notify) {
+  // The task may run long after the scan posted it (a window's event loop): it must neither
+  // keep the driver alive nor reach a delegate that has gone away meanwhile, and a stop
+  // requested in between (the window closing) cancels it.
+  auto task = [weakSelf = weak_from_this(), stop = std::move(stop), change = std::move(change),
+               notify = std::move(notify)] {
     std::shared_ptr<DevFiles> self = weakSelf.lock();
-    if (!self) return;
-    std::shared_ptr<DevFilesScanDelegate> delegate = self->scanDelegate();
-    if (!delegate) return;
-    callback(*self, *delegate);
+    if (!self || stop.stop_requested()) return;
+    if (change) change(*self);
+    if (std::shared_ptr<DevFilesScanDelegate> delegate = self->scanDelegate()) notify(*self, *delegate);
   };
   if (mainQueue_) {
     mainQueue_(std::move(task));
@@ -214,26 +225,40 @@ void DevFiles::post(std::function<void(DevFiles&, DevFilesScanDelegate&)> callba
   }
 }
 
-void DevFiles::scan(const std::vector<Location>& locations) {
-  state_ = State::scanning;
-  post([](DevFiles& devFiles, DevFilesScanDelegate& delegate) { delegate.scanStarted(devFiles); });
-  reset();
+void DevFiles::scan(const std::vector<Location>& locations, std::stop_token stop) {
+  // The deep loops (measurement, project walk, catalogue) see the token through the scope.
+  CancellationScope cancellation(stop);
+  post(
+      stop,
+      [](DevFiles& devFiles) {
+        devFiles.state_ = State::scanning;
+        devFiles.reset();
+      },
+      [](DevFiles& devFiles, DevFilesScanDelegate& delegate) { delegate.scanStarted(devFiles); });
   for (Location location : locations) {
-    scanLocation(location);
-    post([location](DevFiles& devFiles, DevFilesScanDelegate& delegate) {
-      delegate.locationScanned(devFiles, location);
-    });
+    if (stop.stop_requested()) return;
+    CleanupEntryPtr scanned = scanDetached(location);
+    // A location cut short by the stop is incomplete: it is never shown.
+    if (stop.stop_requested()) return;
+    post(
+        stop, [location, scanned = std::move(scanned)](DevFiles& devFiles) { devFiles.install(location, scanned); },
+        [location](DevFiles& devFiles, DevFilesScanDelegate& delegate) {
+          delegate.locationScanned(devFiles, location);
+        });
   }
-  updateGroupSize(*appleGroupEntry_);
-  appleGroupEntry_->updateSelection();
-  state_ = State::scanComplete;
-  post([](DevFiles& devFiles, DevFilesScanDelegate& delegate) { delegate.scanFinished(devFiles); });
+  post(
+      stop,
+      [](DevFiles& devFiles) {
+        devFiles.updateAppleGroup();
+        devFiles.state_ = State::scanComplete;
+      },
+      [](DevFiles& devFiles, DevFilesScanDelegate& delegate) { delegate.scanFinished(devFiles); });
 }
 
-void DevFiles::scanLocation(Location location) {
-  const CleanupEntryPtr& entry = locations_.at(location);
-  entry->clear();
+void DevFiles::scanLocation(Location location) { install(location, scanDetached(location)); }
 
+CleanupEntryPtr DevFiles::scanDetached(Location location) const {
+  CleanupEntryPtr entry = makeLocationEntry(location);
   switch (location) {
     case Location::deviceSupport:
       entry->addItems(scanDeviceSupport(*this));
@@ -293,8 +318,8 @@ void DevFiles::scanLocation(Location location) {
       break;
     case Location::projectBuilds: {
       std::vector<std::filesystem::path> coveredFolders;
-      if (customDerivedDataFolderUrl_) coveredFolders.push_back(*customDerivedDataFolderUrl_);
-      if (customArchivesFolderUrl_) coveredFolders.push_back(*customArchivesFolderUrl_);
+      if (auto folder = customDerivedDataFolderUrl()) coveredFolders.push_back(std::move(*folder));
+      if (auto folder = customArchivesFolderUrl()) coveredFolders.push_back(std::move(*folder));
       entry->addItems(scanProjectBuilds(coveredFolders));
       break;
     }
@@ -302,10 +327,30 @@ void DevFiles::scanLocation(Location location) {
 
   entry->updateSize();
   entry->updateSelection();
+  return entry;
+}
+
+void DevFiles::install(Location location, const CleanupEntryPtr& scanned) {
+  const CleanupEntryPtr& entry = locations_.at(location);
+  entry->clear();
+  // Items re-parent themselves to the shown entry as they are added.
+  entry->addItems(scanned->items());
+  entry->addPaths(scanned->paths());
+  entry->setSize(scanned->size());
+  // A location with items takes its selection from them; the old documentation downloads have
+  // none and keep the selection the user gave the shown entry.
+  entry->updateSelection();
+  if (static_cast<size_t>(location) < kAppleLocationCount) updateAppleGroup();
+}
+
+void DevFiles::updateAppleGroup() {
+  updateGroupSize(*appleGroupEntry_);
+  appleGroupEntry_->updateSelection();
 }
 
 void DevFiles::updateCustomFolders(std::optional<std::filesystem::path> derivedDataFolder,
                                    std::optional<std::filesystem::path> archivesFolder) {
+  std::lock_guard lock(customFoldersMutex_);
   stopAccess(customDerivedDataFolderUrl_);
   stopAccess(customArchivesFolderUrl_);
   customDerivedDataFolderUrl_ = std::move(derivedDataFolder);

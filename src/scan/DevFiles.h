@@ -1,5 +1,20 @@
 // The scan driver: one root entry per scan location arranged into the tree both front ends
 // show, the scanners run location by location, and the deletion of what is ticked.
+//
+// Threads. The driver has an owner thread: the one that creates it (the window's GUI thread,
+// or the command line's main thread). The shown tree (the location entries, the Apple group
+// and everything below them), `state`, `reset()`, the delegates and `updateCustomFolders`
+// belong to the owner thread alone. `scan` and `deleteSelected` may run on a worker:
+// - A scan builds and measures each location in a detached entry nobody else can see, then
+//   posts one task through the executor that installs the finished items into the location's
+//   entry, recomputes the Apple group and tells the delegate. With no executor the tasks run
+//   inline, which is what the command line wants.
+// - The owner resets the tree before it starts a scan (a view does it inside its model reset);
+//   the scan's own first task resets again, which is then a no-op.
+// - A scan whose stop token is triggered stops between folders; none of its later tasks does
+//   anything, so the tree keeps the locations finished before the stop.
+// - A deletion reads the tree on its own thread; the owner must not change the tree until
+//   `deleteFinished`. Delete-delegate calls arrive on the deleting thread.
 #pragma once
 
 #include <array>
@@ -8,12 +23,15 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "model/CleanupEntry.h"
+#include "platform/Expected.h"
 
 namespace tw {
 
@@ -55,20 +73,28 @@ class DevFiles : public std::enable_shared_from_this<DevFiles> {
   // scan callbacks run on the scanning thread.
   using Executor = std::function<void(std::function<void()>)>;
 
-  // Nothing when the Developer folder, or its "Xcode" or "CoreSimulator" subfolder, is
-  // missing or not writable (logged).
-  static std::shared_ptr<DevFiles> create(std::filesystem::path userDeveloperFolderUrl,
-                                          std::optional<std::filesystem::path> customDerivedDataFolderUrl,
-                                          std::optional<std::filesystem::path> customArchivesFolderUrl,
-                                          Executor mainQueue = nullptr);
+  // Why no driver could be made: the folder that is missing or not writable.
+  struct Refusal {
+    enum class Reason { missing, notWritable };
+    Reason reason;
+    std::filesystem::path folder;
+    std::string message() const;
+  };
+
+  // Refused (and logged) when the Developer folder, or its "Xcode" or "CoreSimulator"
+  // subfolder, is missing or not writable.
+  static Expected<std::shared_ptr<DevFiles>, Refusal> create(
+      std::filesystem::path userDeveloperFolderUrl, std::optional<std::filesystem::path> customDerivedDataFolderUrl,
+      std::optional<std::filesystem::path> customArchivesFolderUrl, Executor mainQueue = nullptr);
   ~DevFiles();
   DevFiles(const DevFiles&) = delete;
   DevFiles& operator=(const DevFiles&) = delete;
 
   State state() const { return state_; }
   const std::filesystem::path& userDeveloperFolderUrl() const { return userDeveloperFolderUrl_; }
-  const std::optional<std::filesystem::path>& customDerivedDataFolderUrl() const { return customDerivedDataFolderUrl_; }
-  const std::optional<std::filesystem::path>& customArchivesFolderUrl() const { return customArchivesFolderUrl_; }
+  // Copies: a scan on a worker reads them while the owner may change them.
+  std::optional<std::filesystem::path> customDerivedDataFolderUrl() const;
+  std::optional<std::filesystem::path> customArchivesFolderUrl() const;
 
   void setScanDelegate(const std::shared_ptr<DevFilesScanDelegate>& delegate) { scanDelegate_ = delegate; }
   void setDeleteDelegate(const std::shared_ptr<DevFilesDeleteDelegate>& delegate) { deleteDelegate_ = delegate; }
@@ -81,7 +107,9 @@ class DevFiles : public std::enable_shared_from_this<DevFiles> {
   const std::vector<CleanupEntryPtr>& rootEntries() const { return rootEntries_; }
 
   void reset();
-  void scan(const std::vector<Location>& locations);
+  // Scans the locations in the order given (see the thread rules at the top).
+  void scan(const std::vector<Location>& locations, std::stop_token stop = {});
+  // Refills one location's entry at once, on the owner's thread.
   void scanLocation(Location location);
   void updateCustomFolders(std::optional<std::filesystem::path> derivedDataFolder,
                            std::optional<std::filesystem::path> archivesFolder);
@@ -89,15 +117,28 @@ class DevFiles : public std::enable_shared_from_this<DevFiles> {
 
   // The deletion engine.
   int64_t selectedSize() const;
-  void deleteSelected(bool dryRun);
+  // Deletes the ticked units one by one. A stop request ends the run between two units
+  // (never inside one); deleteFinished still follows.
+  void deleteSelected(bool dryRun, std::stop_token stop = {});
 
  private:
-  DevFiles(std::filesystem::path userDeveloperFolderUrl, std::optional<std::filesystem::path> customDerivedDataFolderUrl,
+  DevFiles(std::filesystem::path userDeveloperFolderUrl,
+           std::optional<std::filesystem::path> customDerivedDataFolderUrl,
            std::optional<std::filesystem::path> customArchivesFolderUrl, Executor mainQueue);
-  void post(std::function<void(DevFiles&, DevFilesScanDelegate&)> callback);
+  // Runs `change` and then the delegate's `notify` on the owner's thread, unless the driver is
+  // gone or the scan was stopped by then.
+  void post(std::stop_token stop, std::function<void(DevFiles&)> change,
+            std::function<void(DevFiles&, DevFilesScanDelegate&)> notify);
+  // A new entry of the location's kind holding the location's items, measured. Touches
+  // nothing that is shown.
+  CleanupEntryPtr scanDetached(Location location) const;
+  // Moves a detached entry's content into the shown location entry.
+  void install(Location location, const CleanupEntryPtr& scanned);
+  void updateAppleGroup();
 
   State state_ = State::initial;
   std::filesystem::path userDeveloperFolderUrl_;
+  mutable std::mutex customFoldersMutex_;  // guards the two custom folders
   std::optional<std::filesystem::path> customDerivedDataFolderUrl_;
   std::optional<std::filesystem::path> customArchivesFolderUrl_;
   std::weak_ptr<DevFilesScanDelegate> scanDelegate_;

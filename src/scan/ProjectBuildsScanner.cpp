@@ -13,6 +13,7 @@
 
 #include "fs/DirectoryListing.h"
 #include "fs/DirectorySize.h"
+#include "platform/Cancellation.h"
 #include "platform/Host.h"
 #include "platform/Text.h"
 #include "platform/ThreadPool.h"
@@ -124,7 +125,10 @@ class Walk {
 
  private:
   void schedule(Node& node) {
-    group_->run([this, &node] { examine(node); });
+    // A stopped scan lists nothing more; the folders already queued drain at once.
+    group_->run([this, &node] {
+      if (!cancellationRequested()) examine(node);
+    });
   }
 
   void examine(Node& node) {

@@ -100,7 +100,7 @@ TEST(CleanupEntry, SelectsTheWholeSubtreeAndCountsTheSelectedSize) {
   auto a = leaf("a", Selection::off, 1000);
   auto b = leaf("b", Selection::off, 20);
   group->addItems({a, b, leaf("unknown", Selection::on)});  // an unknown size adds 0
-  group->setSize(Size::value(999999));                     // a group counts only through its children
+  group->setSize(Size::value(999999));                      // a group counts only through its children
   root->addItem(group);
   EXPECT_EQ(root->selectedSize(), 0);
   root->select();
@@ -113,6 +113,40 @@ TEST(CleanupEntry, SelectsTheWholeSubtreeAndCountsTheSelectedSize) {
   EXPECT_EQ(root->selection(), Selection::on);
   EXPECT_EQ(root->updateSelection(), Selection::off);
   EXPECT_EQ(root->selectedSize(), 0);
+}
+
+TEST(CleanupEntry, ATickChangesTheSubtreeAndTheAncestorsAndReportsExactlyWhatChanged) {
+  // root > {group > {a, b}, other > {c}}
+  auto root = entry("root");
+  auto group = entry("group");
+  auto other = entry("other");
+  auto a = leaf("a", Selection::off), b = leaf("b", Selection::off), c = leaf("c", Selection::on);
+  group->addItems({a, b});
+  other->addItem(c);
+  root->addItems({group, other});
+  root->updateSelection();
+  ASSERT_EQ(root->selection(), Selection::mixed);
+
+  auto changed = a->changeSelection(Selection::on);
+  EXPECT_EQ(changed, (std::vector<CleanupEntry*>{group.get(), a.get()}));
+  EXPECT_EQ(group->selection(), Selection::mixed);
+  EXPECT_EQ(root->selection(), Selection::mixed);
+
+  changed = group->changeSelection(Selection::mixed);  // mixed ticks, as a click on a mixed box does
+  std::sort(changed.begin(), changed.end());
+  std::vector<CleanupEntry*> expected{root.get(), group.get(), b.get()};
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(changed, expected);
+  EXPECT_EQ(root->selection(), Selection::on);
+
+  changed = root->changeSelection(Selection::off);
+  EXPECT_EQ(changed.size(), 6u);
+  EXPECT_EQ(root->selectedSize(), 0);
+  EXPECT_TRUE(a->changeSelection(Selection::off).empty());
+
+  // Nothing to clean, nothing to tick.
+  EXPECT_TRUE(a->isCheckable());
+  EXPECT_FALSE(entry("empty")->isCheckable());
 }
 
 TEST(CleanupEntry, SizesOrderUnknownFirst) {

@@ -18,7 +18,8 @@ TEST(CmdLineLocations, NamesAreSplitAtCommasTrimmedAndKeptInOrderAndAllMeansEver
   for (const char* value : {"all", "ALL", " all ", "\u00A0aLL\u3000", "\u2003all\u2028"}) {
     EXPECT_EQ(CmdLine::parseLocations(value), all) << value;
   }
-  EXPECT_EQ(CmdLine::parseLocations("derived-data, archives,,"), (Locations{Location::derivedData, Location::archives}));
+  EXPECT_EQ(CmdLine::parseLocations("derived-data, archives,,"),
+            (Locations{Location::derivedData, Location::archives}));
   EXPECT_EQ(CmdLine::parseLocations(" runtimes \n,\u00A0cloud-caches"),
             (Locations{Location::simulatorRuntimes, Location::cloudStorage}));
   EXPECT_EQ(CmdLine::parseLocations("archives,device-support,archives"),
@@ -32,7 +33,7 @@ TEST(CmdLineLocations, NamesAreSplitAtCommasTrimmedAndKeptInOrderAndAllMeansEver
 TEST(CmdLineLocations, UnknownPiecesAreRejectedWithTheTrimmedPiece) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"Derived-Data", "Derived-Data"}, {"derived-data, bogus \n", "bogus"}, {"derived-data, ,archives", ""},
-      {"ALL,archives", "ALL"},          {"all archives", "all archives"},   {"\xff\xfe", "\xff\xfe"}};
+      {"ALL,archives", "ALL"},          {"all archives", "all archives"},    {"\xff\xfe", "\xff\xfe"}};
   for (const auto& [value, piece] : cases) {
     try {
       CmdLine::parseLocations(value);
@@ -83,7 +84,7 @@ TEST(CmdLineListing, DeletionProgressAndFailureLines) {
   Host host = Host::current();
   host.home = home.path();
   ScopedHost scoped(host);
-  auto devFiles = DevFiles::create(home / "Library/Developer", std::nullopt, std::nullopt);
+  auto devFiles = DevFiles::create(home / "Library/Developer", std::nullopt, std::nullopt).value_or(nullptr);
   ASSERT_TRUE(devFiles);
 
   cmdLine->deleteStarted(*devFiles);
@@ -119,10 +120,11 @@ TEST(CmdLineCleaning, DeletesOnlyTheNamedLocationsWhateverWasSelectedBefore) {
   ScopedHost scoped(host);
   std::ostringstream out;
   auto cmdLine = std::make_shared<CmdLine>(out);
-  auto devFiles = DevFiles::create(developer, std::nullopt, std::nullopt);
+  auto devFiles = DevFiles::create(developer, std::nullopt, std::nullopt).value_or(nullptr);
   ASSERT_TRUE(devFiles);
   devFiles->setDeleteDelegate(cmdLine);
-  for (const auto& [location, path] : {std::pair{Location::derivedData, derivedProject}, {Location::archives, archive}}) {
+  for (const auto& [location, path] :
+       {std::pair{Location::derivedData, derivedProject}, {Location::archives, archive}}) {
     auto item = std::make_shared<CleanupEntry>("WeatherApp", "");
     item->addPath(path);
     item->setSize(CleanupEntry::Size::value(2'000));

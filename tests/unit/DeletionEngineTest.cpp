@@ -114,13 +114,15 @@ class DeletionEngine : public ::testing::Test {
   }
   std::vector<std::string> workList() {
     std::vector<std::string> order;
-    for (const auto& item : makeDeletionList(*devFiles)) order.push_back(item.locationLabel + "/" + item.entry->label());
+    for (const auto& item : makeDeletionList(*devFiles))
+      order.push_back(item.locationLabel + "/" + item.entry->label());
     return order;
   }
 
   TempDir temp;
   test::DeveloperFolderFixture fixture{temp / "Library/Developer"};
-  std::shared_ptr<DevFiles> devFiles = DevFiles::create(fixture.developerFolder(), std::nullopt, std::nullopt);
+  std::shared_ptr<DevFiles> devFiles =
+      DevFiles::create(fixture.developerFolder(), std::nullopt, std::nullopt).value_or(nullptr);
   std::shared_ptr<RecordingDeleteDelegate> delegate = std::make_shared<RecordingDeleteDelegate>();
 };
 
@@ -132,12 +134,15 @@ TEST_F(DeletionEngine, WalksLocationsInOrderEachDepthFirstFromTheLastChildSkippi
   auto unticked = group("Unticked", {leaf("Inner", {file("inner")})}, /*selected=*/false);
   add(Location::documentationCache,
       group("Parent", {leaf("Kept", {file("kept")}, /*selected=*/false), leaf("Gone", {file("gone")}), unticked}));
-  // A location that is off is skipped whole, even with ticked items inside.
-  add(Location::logs, leaf("Log", {file("log")}));
-  devFiles->entry(Location::logs)->setSelection(CleanupEntry::Selection::off);
 
   EXPECT_THAT(workList(), ElementsAre("Device Support/C", "Archives/B", "Archives/A", "Documentation Cache/Inner",
                                       "Documentation Cache/Gone", "Project Build Folders/D"));
+
+  // A location that is off is skipped whole; a ticked item inside it means a caller forgot to
+  // recompute the ancestors, which debug builds refuse rather than lose the item silently.
+  add(Location::logs, leaf("Log", {file("log")}));
+  devFiles->entry(Location::logs)->setSelection(CleanupEntry::Selection::off);
+  EXPECT_DEBUG_DEATH(workList(), "ticked item under an unticked location");
 }
 
 TEST_F(DeletionEngine, EachPathIsAUnitAndAFailedUnitIsReportedWhileTheRunGoesOn) {
@@ -148,9 +153,9 @@ TEST_F(DeletionEngine, EachPathIsAUnitAndAFailedUnitIsReportedWhileTheRunGoesOn)
   devFiles->deleteSelected(false);
   EXPECT_THAT(delegate->events,
               ElementsAre("started", "deleting", "deleting", "failed: with text", "deleting", "finished"));
-  EXPECT_THAT(delegate->units,
-              ElementsAre(Unit{"Derived Data", "Project x", one, 1, 3}, Unit{"Derived Data", "Project x", vanished, 2, 3},
-                          Unit{"Derived Data", "Project x", three, 3, 3}));
+  EXPECT_THAT(delegate->units, ElementsAre(Unit{"Derived Data", "Project x", one, 1, 3},
+                                           Unit{"Derived Data", "Project x", vanished, 2, 3},
+                                           Unit{"Derived Data", "Project x", three, 3, 3}));
   EXPECT_THAT(delegate->failures, ElementsAre(vanished));
   EXPECT_FALSE(fs::exists(one) || fs::exists(three));
   // The engine leaves the tree as it was.

@@ -104,7 +104,8 @@ TEST_F(SimulatorRuntimes, ListComesFromSimctlAndFailuresAreWarnedAbout) {
   EXPECT_EQ(describe(simulators::simulatorRuntimes()), std::vector<std::string>{"A1 | iOS 17.4 | 21E213 | - |"});
   EXPECT_EQ(readCallLog(callLog), std::vector<std::string>{"simctl runtime list -j"});
 
-  test::writeStandInXcrun(root.path(), callLog, {.listOutput = "xcrun: error: unable to find utility", .listStatus = 72});
+  test::writeStandInXcrun(root.path(), callLog,
+                          {.listOutput = "xcrun: error: unable to find utility", .listStatus = 72});
   LogCapture log;
   EXPECT_TRUE(simulators::simulatorRuntimes().empty());
   EXPECT_EQ(log.lines(), std::vector<std::string>{kCannotList});
@@ -152,7 +153,7 @@ TEST_F(SimulatorRuntimes, DeletingSelectedRuntimesRunsOneSimctlDeletePerUnit) {
     "NOT-TICKED": {"sizeBytes": 500}
   })"});
 
-  auto devFiles = DevFiles::create(developer, std::nullopt, std::nullopt);
+  auto devFiles = DevFiles::create(developer, std::nullopt, std::nullopt).value_or(nullptr);
   devFiles->scan({DevFiles::Location::simulatorRuntimes});
   const auto& location = devFiles->entry(DevFiles::Location::simulatorRuntimes);
   ASSERT_EQ(location->items().size(), 3u);

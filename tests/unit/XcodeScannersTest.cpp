@@ -50,7 +50,9 @@ std::shared_ptr<Kind> as(const CleanupEntryPtr& entry) {
 
 ArchiveInfo archive(std::string name, std::string version, std::string build,
                     ArchiveDistributions distributions = ArchiveDistributions::missing) {
-  return ArchiveInfo{.name = std::move(name), .distributions = distributions, .shortVersion = std::move(version),
+  return ArchiveInfo{.name = std::move(name),
+                     .distributions = distributions,
+                     .shortVersion = std::move(version),
                      .bundleVersion = std::move(build)};
 }
 
@@ -58,7 +60,7 @@ class XcodeScanners : public ::testing::Test {
  protected:
   std::shared_ptr<DevFiles> devFiles(std::optional<fs::path> derivedData = std::nullopt,
                                      std::optional<fs::path> archives = std::nullopt) {
-    auto driver = DevFiles::create(fixture.developerFolder(), derivedData, archives);
+    auto driver = DevFiles::create(fixture.developerFolder(), derivedData, archives).value_or(nullptr);
     EXPECT_NE(driver, nullptr);
     return driver;
   }
@@ -80,8 +82,8 @@ TEST_F(XcodeScanners, DeviceSupportReadsNamesMergesArchitecturesAndSortsNewestFi
   std::vector<std::string> order;
   for (const auto& entry : items) order.push_back(entry->paths().front().filename().string());
   // 17.0 and 17.0.0 are one release: the build breaks the tie, no build counting as the empty one.
-  ASSERT_THAT(order, ElementsAre("iPhone15,2 17.4 (21E220) arm64e", "17.4 (21E219)", "17.0 (21A5248p)",
-                                 "17.0 (21A329)", "17.0.0"));
+  ASSERT_THAT(order, ElementsAre("iPhone15,2 17.4 (21E220) arm64e", "17.4 (21E219)", "17.0 (21A5248p)", "17.0 (21A329)",
+                                 "17.0.0"));
   auto withDevice = as<DeviceSupportFileEntry>(items[0]);
   EXPECT_EQ(withDevice->device(), "iPhone15,2");
   EXPECT_EQ(withDevice->version().toString(), "17.4");
@@ -123,9 +125,9 @@ TEST_F(XcodeScanners, DeviceSupportSkipsUnversionedNamesAndMissingFoldersWithALi
 
 TEST_F(XcodeScanners, ArchivesReadEverySubmissionStateFromXmlAndBinaryLists) {
   const std::vector<std::pair<ArchiveDistributions, Status>> cases{
-      {ArchiveDistributions::missing, Status::undefined},     {ArchiveDistributions::notAnArray, Status::undefined},
+      {ArchiveDistributions::missing, Status::undefined},         {ArchiveDistributions::notAnArray, Status::undefined},
       {ArchiveDistributions::notDictionaries, Status::undefined}, {ArchiveDistributions::empty, Status::failure},
-      {ArchiveDistributions::allFailed, Status::failure},     {ArchiveDistributions::oneSucceeded, Status::success},
+      {ArchiveDistributions::allFailed, Status::failure},         {ArchiveDistributions::oneSucceeded, Status::success},
   };
   for (auto format : {PropertyListFormat::xml, PropertyListFormat::binary}) {
     for (size_t index = 0; index < cases.size(); ++index) {
@@ -192,8 +194,8 @@ TEST_F(XcodeScanners, ArchivesWithIncompleteOrCorruptInfoAreSkippedWithTheirOwnL
         << cases[index].name;
   }
   for (const fs::path& unreadable : {corrupt, missing, notADictionary}) {
-    EXPECT_EQ(linesStartingWith(log, "DevFiles: Cannot open Info.plist file from archive: " + unreadable.string()).size(),
-              1u)
+    EXPECT_EQ(
+        linesStartingWith(log, "DevFiles: Cannot open Info.plist file from archive: " + unreadable.string()).size(), 1u)
         << unreadable;
   }
 }
@@ -289,9 +291,9 @@ TEST_F(XcodeScanners, DocumentationCachesUserDataAndDeviceLogs) {
   ASSERT_EQ(caches.size(), 2u);
   EXPECT_EQ(as<DocumentationCacheFileEntry>(caches[0])->version().toString(), "16.0");
   EXPECT_THAT(caches[1]->paths(), ElementsAre(cacheA, cacheB));
-  EXPECT_EQ(linesStartingWith(log, "DevFiles: Invalid Xcode version while searching for documentation caches: latest")
-                .size(),
-            1u);
+  EXPECT_EQ(
+      linesStartingWith(log, "DevFiles: Invalid Xcode version while searching for documentation caches: latest").size(),
+      1u);
   // Largest first; equal sizes fall back to the labels.
   const auto userData = scanUserDataCache(*devFiles());
   EXPECT_THAT(labels(userData), ElementsAre("Capabilities Cache", "IB Support Simulator Devices", "SwiftUI Previews"));
