@@ -1,7 +1,6 @@
 #include "ui/CleanupTreeModel.h"
 
 #include <algorithm>
-#include <map>
 
 #include "platform/ByteCountFormatter.h"
 #include "ui/EntryIcons.h"
@@ -23,20 +22,9 @@ Qt::CheckState checkState(CleanupEntry::Selection selection) {
   return Qt::Unchecked;
 }
 
-void collectSubtree(CleanupEntry* entry, std::map<CleanupEntry*, CleanupEntry::Selection>& before) {
-  // Iterative: a deep tree must not overflow the stack.
-  std::vector<CleanupEntry*> pending{entry};
-  while (!pending.empty()) {
-    CleanupEntry* next = pending.back();
-    pending.pop_back();
-    before.emplace(next, next->selection());
-    for (const auto& child : next->items()) pending.push_back(child.get());
-  }
-}
-
 }  // namespace
 
-bool isTickable(const CleanupEntry& entry) { return !entry.isEmpty(); }
+bool isTickable(const CleanupEntry& entry) { return entry.isCheckable(); }
 
 CleanupTreeModel::CleanupTreeModel(QObject* parent) : QAbstractItemModel(parent) {}
 
@@ -224,28 +212,9 @@ QVariant CleanupTreeModel::headerData(int section, Qt::Orientation orientation, 
 void CleanupTreeModel::applyCheckState(const std::vector<CleanupEntry*>& entries, bool on) {
   for (CleanupEntry* item : entries) {
     if (!item) continue;
-    // What each affected entry showed before, so that only real changes are repainted.
-    std::map<CleanupEntry*, CleanupEntry::Selection> before;
-    collectSubtree(item, before);
-    CleanupEntryPtr root = item->parent() ? item->parent() : item->shared_from_this();
-    while (root->parent()) {
-      before.emplace(root.get(), root->selection());
-      root = root->parent();
-    }
-    before.emplace(root.get(), root->selection());
-    for (CleanupEntryPtr ancestor = item->parent(); ancestor; ancestor = ancestor->parent()) {
-      before.emplace(ancestor.get(), ancestor->selection());
-    }
-
-    if (on) {
-      item->select();
-    } else {
-      item->deselect();
-    }
-    root->updateSelection();
-
-    for (const auto& [changed, selection] : before) {
-      if (changed->selection() != selection) repaintRow(changed);
+    for (const CleanupEntry* changed :
+         item->changeSelection(on ? CleanupEntry::Selection::on : CleanupEntry::Selection::off)) {
+      repaintRow(changed);
     }
   }
 }

@@ -52,13 +52,13 @@ constexpr const char* kDryRunCleanText =
 
 // The whole scan, on a worker thread. The driver is held by the job, so closing the window
 // while it runs frees nothing under it.
-void runScan(const std::shared_ptr<DevFiles>& devFiles, std::stop_token) {
+void runScan(const std::shared_ptr<DevFiles>& devFiles, std::stop_token stop) {
   const auto& all = DevFiles::allLocations();
-  devFiles->scan(std::vector<DevFiles::Location>(all.begin(), all.end()));
+  devFiles->scan(std::vector<DevFiles::Location>(all.begin(), all.end()), std::move(stop));
 }
 
-void runDeletion(const std::shared_ptr<DevFiles>& devFiles, bool dryRun, std::stop_token) {
-  devFiles->deleteSelected(dryRun);
+void runDeletion(const std::shared_ptr<DevFiles>& devFiles, bool dryRun, std::stop_token stop) {
+  devFiles->deleteSelected(dryRun, std::move(stop));
 }
 
 }  // namespace
@@ -333,7 +333,8 @@ void MainWindow::setUpScanDriver() {
   if (auto developer = Files::developerFolderGrant(&panel)) {
     auto derivedData = Files::customDerivedDataFolderGrant(&panel);
     auto archives = Files::customArchivesFolderGrant(&panel);
-    created = DevFiles::create(*developer, derivedData, archives, guiExecutor());
+    auto made = DevFiles::create(*developer, derivedData, archives, guiExecutor());
+    if (made) created = *made;  // a refusal has been logged by the driver
   }
   if (created) {
     scanRelay_ = std::make_shared<ScanRelay>(*this);

@@ -90,9 +90,9 @@ TEST_F(CleaningSheetTest, StopClosesAtOnceCancelsAndRescansOnlyAfterTheEngineFin
   // The engine's notifications come from its own thread, in order, through the relay.
   test::DeveloperFolderFixture folder(machine.developerFolder());
   auto devFiles = DevFiles::create(folder.developerFolder(), std::nullopt, std::nullopt);
-  ASSERT_TRUE(devFiles);
+  ASSERT_TRUE(devFiles.has_value());
   auto relay = std::make_shared<CleaningRelay>(sheet.get());
-  std::thread engine([&] { relay->deleteFinished(*devFiles); });
+  std::thread engine([&] { relay->deleteFinished(**devFiles); });
   engine.join();
   CleaningSheet* raw = sheet.release();
   ASSERT_TRUE(rescan.wait(2000));

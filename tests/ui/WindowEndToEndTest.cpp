@@ -88,8 +88,8 @@ TEST_F(WindowEndToEnd, ScanTotalMatchesInfoThenDryRunAndRealCleanRescan) {
   const std::string marker = "Total size available to clean: ";
   const auto at = info.standardOutput.rfind(marker);
   ASSERT_NE(at, std::string::npos) << info.standardOutput;
-  const std::string total = info.standardOutput.substr(at + marker.size(),
-                                                       info.standardOutput.find('\n', at) - at - marker.size());
+  const std::string total =
+      info.standardOutput.substr(at + marker.size(), info.standardOutput.find('\n', at) - at - marker.size());
 
   // Dry run: confirmed with the dry-run text, the sheet says so, nothing on disk changes.
   const auto before = listing();
@@ -99,7 +99,8 @@ TEST_F(WindowEndToEnd, ScanTotalMatchesInfoThenDryRunAndRealCleanRescan) {
   EXPECT_EQ(values(printed, "title"), std::vector<std::string>{"Tidewell - " + total + " available to clean"});
   EXPECT_EQ(values(printed, "badge"), (std::vector<std::string>{"hidden", "shown"}));
   ASSERT_EQ(values(printed, "alert").size(), 1u);
-  EXPECT_THAT(values(printed, "alert")[0], HasSubstr("Clean selected files | Tidewell is running in \"dry run\" mode."));
+  EXPECT_THAT(values(printed, "alert")[0],
+              HasSubstr("Clean selected files | Tidewell is running in \"dry run\" mode."));
   EXPECT_EQ(values(printed, "saved"), std::vector<std::string>{""});
   const std::string selected = values(printed, "selected").at(0);
   EXPECT_NE(selected, "Selected: Zero KB");

@@ -28,7 +28,8 @@ CleanupEntryPtr leaf(const std::string& label, int64_t bytes, const std::string&
 class WindowModel : public ::testing::Test {
  protected:
   WindowModel() {
-    devFiles = DevFiles::create(fixture.developerFolder(), std::nullopt, std::nullopt);
+    auto created = DevFiles::create(fixture.developerFolder(), std::nullopt, std::nullopt);
+    if (created) devFiles = *created;
     model.setDevFiles(devFiles);
   }
 
