@@ -8,10 +8,7 @@
 
 namespace tw {
 
-// How the items were shown, for the log and for tests.
-enum class RevealRoute { fileManager, openedParentFolder, nothing };
-
-RevealRoute revealInFileManager(const std::vector<std::filesystem::path>& paths);
+void revealInFileManager(const std::vector<std::filesystem::path>& paths);
 
 // Opens a web page or a folder in the desktop's default application.
 void openInDesktop(const QUrl& url);

@@ -350,8 +350,9 @@ void MainWindow::setUpScanDriver() {
 }
 
 void MainWindow::startScan() {
-  // One scan at a time: the running one refills the same tree.
-  if (!devFiles_ || scanRunning_) return;
+  // One scan at a time: the running one refills the same tree. Nor while a deletion reads the
+  // tree: the sheet asks for the rescan once the engine has finished.
+  if (!devFiles_ || scanRunning_ || cleaning_) return;
   model_->prepareScan();
   scanRunning_ = true;
   rescanAction_->setEnabled(false);
@@ -398,9 +399,10 @@ void MainWindow::refreshSummary() {
 
   const int64_t selected = devFiles_ ? devFiles_->selectedSize() : 0;
   selectedLabel_->setText(QStringLiteral("Selected: ") + formatted(selected));
-  rescanAction_->setEnabled(devFiles_ && !scanRunning_);
-  rescanButton_->setEnabled(devFiles_ && !scanRunning_);
-  const bool canClean = selected >= 1 && !scanRunning_;
+  const bool idle = devFiles_ && !scanRunning_ && !cleaning_;
+  rescanAction_->setEnabled(idle);
+  rescanButton_->setEnabled(idle);
+  const bool canClean = selected >= 1 && idle;
   cleanButton_->setEnabled(canClean);
   cleanAction_->setEnabled(canClean);
 
@@ -470,7 +472,7 @@ void MainWindow::revealRow(const QModelIndex& index) {
 }
 
 void MainWindow::startCleaning() {
-  if (!devFiles_ || scanRunning_) return;
+  if (!devFiles_ || scanRunning_ || cleaning_) return;
   Preferences& preferences = Preferences::shared();
   const bool dryRun = preferences.dryRunEnabled();
   const auto response = alerts_.run(this, Alerts::Style::critical, QString::fromUtf8(kCleanMessage),
@@ -481,7 +483,11 @@ void MainWindow::startCleaning() {
   auto* sheet = new CleaningSheet(this, alerts_, sound_, dryRun, closeDelay_);
   sheet->setObjectName(QStringLiteral("CleaningSheet"));
   sheet->setState(CleaningState::idle(QStringLiteral("Initialization..."), 0));
-  connect(sheet, &CleaningSheet::rescanRequested, this, &MainWindow::startScan);
+  connect(sheet, &CleaningSheet::rescanRequested, this, [this] {
+    cleaning_ = false;
+    startScan();
+  });
+  cleaning_ = true;
   cleaningRelay_ = std::make_shared<CleaningRelay>(sheet);
   devFiles_->setDeleteDelegate(cleaningRelay_);
 
@@ -499,7 +505,7 @@ CleaningSheet* MainWindow::cleaningSheet() const { return findChild<CleaningShee
 
 void MainWindow::preferenceDidChange(const std::string& key) {
   if (key == Preferences::Keys::customArchivesFolder || key == Preferences::Keys::customDerivedDataFolder) {
-    if (devFiles_ && !scanRunning_) {
+    if (devFiles_ && !scanRunning_ && !cleaning_) {
       FolderAccessPanel panel(alerts_, this);
       devFiles_->updateCustomFolders(Files::customDerivedDataFolderGrant(&panel),
                                      Files::customArchivesFolderGrant(&panel));

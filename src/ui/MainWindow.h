@@ -110,6 +110,7 @@ class MainWindow : public QMainWindow {
   std::shared_ptr<CleaningRelay> cleaningRelay_;
   std::stop_source scanStop_;
   bool scanRunning_ = false;
+  bool cleaning_ = false;  // from the confirmation until the engine has finished
   WarningCase warningCase_ = WarningCase::access;
 
   CleanupTreeModel* model_ = nullptr;
