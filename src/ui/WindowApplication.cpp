@@ -16,6 +16,15 @@
 #include "ui/TestDriver.h"
 #endif
 
+#if defined(__SANITIZE_ADDRESS__)
+// Qt, fontconfig and the bus library keep caches for the life of the process on purpose; the
+// leak checker of sanitizer builds is told so, and still reports every leak of our own.
+extern "C" const char* __lsan_default_suppressions() {
+  return "leak:libfontconfig\nleak:libQt6Core\nleak:libQt6Gui\nleak:libQt6Widgets\nleak:libQt6DBus\nleak:libdbus-1\n"
+         "leak:libglib-2.0\nleak:libcanberra\n";
+}
+#endif
+
 namespace tw {
 namespace {
 
