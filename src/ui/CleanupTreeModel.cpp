@@ -1,6 +1,8 @@
 #include "ui/CleanupTreeModel.h"
 
 #include <algorithm>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "platform/ByteCountFormatter.h"
 #include "ui/EntryIcons.h"
@@ -212,9 +214,23 @@ QVariant CleanupTreeModel::headerData(int section, Qt::Orientation orientation, 
 void CleanupTreeModel::applyCheckState(const std::vector<CleanupEntry*>& entries, bool on) {
   for (CleanupEntry* item : entries) {
     if (!item) continue;
-    for (const CleanupEntry* changed :
-         item->changeSelection(on ? CleanupEntry::Selection::on : CleanupEntry::Selection::off)) {
-      repaintRow(changed);
+    const auto changed = item->changeSelection(on ? CleanupEntry::Selection::on : CleanupEntry::Selection::off);
+    // One repaint per parent, over the rows between its first and last changed child: a
+    // location with thousands of items must not cost a search per item.
+    std::unordered_map<const CleanupEntry*, std::unordered_set<const CleanupEntry*>> byParent;
+    for (const CleanupEntry* entry : changed) byParent[entry->parent().get()].insert(entry);
+    for (const auto& [parent, children] : byParent) {
+      if (parent && (!indexOf(parent).isValid() || isScanning(parent))) continue;
+      const auto& siblings = parent ? parent->items() : devFiles_->rootEntries();
+      int first = -1, last = -1;
+      for (int row = 0; row < static_cast<int>(siblings.size()); ++row) {
+        if (!children.count(siblings[static_cast<size_t>(row)].get())) continue;
+        if (first < 0) first = row;
+        last = row;
+      }
+      if (first < 0) continue;
+      const QModelIndex parentIndex = parent ? indexOf(parent) : QModelIndex();
+      emit dataChanged(index(first, itemColumn, parentIndex), index(last, sizeColumn, parentIndex));
     }
   }
 }

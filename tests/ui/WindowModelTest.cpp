@@ -131,7 +131,11 @@ TEST_F(WindowModel, TicksPropagateToAncestorsAndRepaintOnlyChangedRows) {
       EXPECT_EQ(model.indexOf(found).data(Qt::CheckStateRole).value<Qt::CheckState>(), state)
           << c.ticked->label() << " -> " << label;
     }
-    EXPECT_EQ(static_cast<size_t>(changed.count()), c.repaints) << c.ticked->label();
+    size_t repainted = 0;
+    for (const auto& signal : changed) {
+      repainted += static_cast<size_t>(signal[1].value<QModelIndex>().row() - signal[0].value<QModelIndex>().row() + 1);
+    }
+    EXPECT_EQ(repainted, c.repaints) << c.ticked->label();
   }
 }
 
