@@ -13,6 +13,7 @@
 #include "platform/Text.h"
 #include "ui/Alerts.h"
 #include "ui/CompletionSound.h"
+#include "ui/GuiTaskQueue.h"
 
 namespace tw {
 namespace {
@@ -133,14 +134,10 @@ void CleaningSheet::finishIfDone() {
 }
 
 void CleaningRelay::post(std::function<void(CleaningSheet&)> task) {
-  // Queued on the application object, which outlives every sheet; the sheet itself may be gone
-  // by the time the task runs.
-  QMetaObject::invokeMethod(
-      qApp,
-      [sheet = sheet_, task = std::move(task)] {
-        if (sheet) task(*sheet);
-      },
-      Qt::QueuedConnection);
+  // The sheet may be gone by the time the task runs.
+  GuiTaskQueue::shared().post([sheet = sheet_, task = std::move(task)] {
+    if (sheet) task(*sheet);
+  });
 }
 
 void CleaningRelay::deleteStarted(DevFiles&) {

@@ -30,6 +30,7 @@
 #include "ui/CompletionSound.h"
 #include "ui/EntryDelegates.h"
 #include "ui/FileManagerReveal.h"
+#include "ui/GuiTaskQueue.h"
 #include "ui/Links.h"
 
 namespace tw {
@@ -92,6 +93,7 @@ class MainWindow::PreferencesRelay : public PreferencesObserver {
 
 MainWindow::MainWindow(Alerts& alerts, CompletionSound& sound, QWidget* parent)
     : QMainWindow(parent), alerts_(alerts), sound_(sound), closeDelay_(CleaningSheet::kDefaultCloseDelay) {
+  GuiTaskQueue::shared();  // made here, on the GUI thread, before any worker posts to it
   buildInterface();
   preferencesRelay_ = std::make_shared<PreferencesRelay>(*this);
   Preferences::shared().addObserver(preferencesRelay_);
@@ -303,15 +305,12 @@ void MainWindow::pressWarningButton() {
 }
 
 DevFiles::Executor MainWindow::guiExecutor() {
-  // Posted on the application object, which outlives the window; a task whose window is gone
-  // does nothing (the driver also checks that its delegate is still there).
+  // A task whose window is gone does nothing (the driver also checks that its delegate is still
+  // there).
   return [window = QPointer<MainWindow>(this)](std::function<void()> task) {
-    QMetaObject::invokeMethod(
-        qApp,
-        [window, task = std::move(task)] {
-          if (window) task();
-        },
-        Qt::QueuedConnection);
+    GuiTaskQueue::shared().post([window, task = std::move(task)] {
+      if (window) task();
+    });
   };
 }
 
