@@ -137,7 +137,8 @@ TEST_F(CommandLine, CleanValuesThatNameLocationsAreAccepted) {
     std::string value;
     bool removes;  // derived data and archives
   };
-  for (const Case& c : {Case{"derived-data,,archives", true}, Case{"", false}, Case{" all ", true}, Case{"ALL", true}}) {
+  for (const Case& c :
+       {Case{"derived-data,,archives", true}, Case{"", false}, Case{" all ", true}, Case{"ALL", true}}) {
     fs::remove_all(home());  // a fresh home, so what one case removes cannot hide what the next does
     auto fixture = test::FixtureHome::write(home(), {.caches = false, .projects = false});
     auto result = run({"clean", c.value});
@@ -145,7 +146,8 @@ TEST_F(CommandLine, CleanValuesThatNameLocationsAreAccepted) {
     EXPECT_EQ(result.exitStatus, 0) << c.value << out;
     EXPECT_EQ(out.rfind(kBanner + "Scanning...\n", 0), 0u) << c.value << out;
     EXPECT_NE(out.find(c.value.empty() ? "\nTotal bytes cleaned: Zero KB\n" : "\nTotal bytes cleaned: "),
-              std::string::npos) << out;
+              std::string::npos)
+        << out;
     for (const auto& folder : fixture.derivedDataProjects) EXPECT_EQ(fs::exists(folder), !c.removes) << c.value;
     for (const auto& folder : fixture.archives) EXPECT_EQ(fs::exists(folder), !c.removes) << c.value;
     for (const auto& kept : fixture.keep) EXPECT_TRUE(fs::exists(kept)) << c.value << ": " << kept;
@@ -155,16 +157,29 @@ TEST_F(CommandLine, CleanValuesThatNameLocationsAreAccepted) {
   }
 }
 
-TEST_F(CommandLine, AStartWithoutTerminalOrMarkerIsAWindowStartWhichThisBuildDoesNotHave) {
-  auto result = test::runProcess(TIDEWELL_EXECUTABLE, {"info"}, options(false));
+TEST_F(CommandLine, AWindowStartWithoutADisplayExplainsItselfAndAMarkedStartNeedsNone) {
+  // Without a terminal or the marker this is a window start; with no display to open it on, it
+  // says so in one line instead of letting the toolkit abort.
+  auto window = options(false);
+  for (const char* variable : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+    window.environment[variable] = std::nullopt;
+  auto result = test::runProcess(TIDEWELL_EXECUTABLE, {"info"}, window);
   EXPECT_EQ(result.exitStatus, 1);
   EXPECT_EQ(result.standardOutput, "");
-  EXPECT_NE(result.standardError.find("window is not part of this build"), std::string::npos);
+  EXPECT_NE(result.standardError.find("no display to open the window on"), std::string::npos) << result.standardError;
   EXPECT_NE(result.standardError.find("tidewell --help"), std::string::npos);
   EXPECT_EQ(std::count(result.standardError.begin(), result.standardError.end(), '\n'), 1);
   // Start-up still recorded where the application lives.
   auto store = test::readFile(scratch_ / "config/tidewell/dev.tidewell.Tidewell.plist");
   EXPECT_NE(store.find(fs::path(TIDEWELL_BUNDLE_PATH).string()), std::string::npos) << store;
+
+  // The marker makes it a command-line start, which never starts the toolkit.
+  auto marked = options(true);
+  for (const char* variable : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+    marked.environment[variable] = std::nullopt;
+  result = test::runProcess(TIDEWELL_EXECUTABLE, {"--help"}, marked);
+  EXPECT_EQ(result.exitStatus, 0) << result.standardError;
+  EXPECT_NE(result.standardOutput.find("Prints this message"), std::string::npos) << result.standardOutput;
 }
 
 TEST_F(CommandLine, TheLauncherMarksTheStartAndFindsItsBundleThroughAChainOfLinks) {

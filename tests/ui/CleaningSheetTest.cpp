@@ -1,0 +1,137 @@
+// The cleaning sheet's state machine and its relay from the deleting thread, the install
+// sheet's command and the application menu's fixed places.
+#include <gtest/gtest.h>
+
+#include <QAction>
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QMenu>
+#include <QMenuBar>
+#include <QSignalSpy>
+#include <QTest>
+#include <thread>
+
+#include "UiTestSupport.h"
+#include "support/DeveloperFolderFixture.h"
+#include "ui/AppDelegate.h"
+#include "ui/CleaningSheet.h"
+#include "ui/InstallSheet.h"
+#include "ui/MainWindow.h"
+
+namespace tw {
+namespace {
+
+class CleaningSheetTest : public ::testing::Test {
+ protected:
+  std::unique_ptr<CleaningSheet> makeSheet(bool dryRun) {
+    auto sheet = std::make_unique<CleaningSheet>(nullptr, alerts, sound, dryRun, std::chrono::milliseconds(30));
+    sheet->setState(CleaningState::idle("Initialization...", 0));
+    sheet->show();
+    return sheet;
+  }
+
+  test::TestMachine machine;
+  test::ScriptedAlerts alerts;
+  test::CountingSound sound;
+};
+
+TEST_F(CleaningSheetTest, NotificationsDriveTheStatesAndTheCloseComesAfterFinished) {
+  auto sheet = makeSheet(true);
+  EXPECT_EQ(sheet->headingText(), "(Dry run) Cleaning Xcode cache files...");
+  struct Step {
+    std::function<void(CleaningSheet&)> notify;
+    QString text;
+    int progress;
+  };
+  const Step steps[] = {
+      {[](CleaningSheet& s) { s.deleteStarted(); }, "Initialization...", 0},
+      {[](CleaningSheet& s) { s.deletingItem("derived data", "Sea Lion /p/Sea Lion.xcodeproj", 1, 3); },
+       "Derived Data: Sea Lion /p/Sea Lion.xcodeproj", 33},
+      {[](CleaningSheet& s) { s.deletingItem("OLD LOGS", "Logs from Xcode 15", 3, 4); }, "Old Logs: Logs from Xcode 15",
+       75},
+      // A failure shows an alert and leaves the state as it was.
+      {[](CleaningSheet& s) { s.deleteFailed("Permission denied", "old logs", ""); }, "Old Logs: Logs from Xcode 15",
+       75},
+  };
+  for (const Step& step : steps) {
+    step.notify(*sheet);
+    EXPECT_EQ(sheet->currentText(), step.text);
+    EXPECT_EQ(sheet->progressValue(), step.progress) << step.text.toStdString();
+  }
+  ASSERT_EQ(alerts.shown.size(), 1u);
+  EXPECT_EQ(alerts.shown[0].message, "Failed to delete item");
+  EXPECT_EQ(alerts.shown[0].informativeText, "Following file couldn't be removed:\nOld Logs: -\n\n\nPermission denied");
+  EXPECT_EQ(alerts.shown[0].firstButton, "OK");
+
+  QSignalSpy rescan(sheet.get(), &CleaningSheet::rescanRequested);
+  CleaningSheet* raw = sheet.release();  // deletes itself once closed
+  raw->deleteFinished();
+  EXPECT_EQ(raw->currentText(), "Finished!");
+  EXPECT_EQ(raw->progressValue(), 100);
+  EXPECT_TRUE(raw->isVisible()) << "the sheet stays for the close delay";
+  EXPECT_EQ(sound.plays, 0);
+  ASSERT_TRUE(rescan.wait(2000));
+  EXPECT_EQ(rescan.count(), 1);
+  EXPECT_EQ(sound.plays, 1);
+}
+
+TEST_F(CleaningSheetTest, StopClosesAtOnceCancelsAndRescansOnlyAfterTheEngineFinished) {
+  auto sheet = makeSheet(false);
+  EXPECT_EQ(sheet->headingText(), "Cleaning Xcode cache files...");
+  std::stop_source deletion;
+  sheet->setStopSource(deletion);
+  QSignalSpy rescan(sheet.get(), &CleaningSheet::rescanRequested);
+  sheet->stop();
+  EXPECT_FALSE(sheet->isVisible());
+  EXPECT_TRUE(deletion.stop_requested());
+  QTest::qWait(50);
+  EXPECT_EQ(rescan.count(), 0) << "no rescan while the engine may still be deleting";
+
+  // The engine's notifications come from its own thread, in order, through the relay.
+  test::DeveloperFolderFixture folder(machine.developerFolder());
+  auto devFiles = DevFiles::create(folder.developerFolder(), std::nullopt, std::nullopt);
+  ASSERT_TRUE(devFiles.has_value());
+  auto relay = std::make_shared<CleaningRelay>(sheet.get());
+  std::thread engine([&] { relay->deleteFinished(**devFiles); });
+  engine.join();
+  CleaningSheet* raw = sheet.release();
+  ASSERT_TRUE(rescan.wait(2000));
+  EXPECT_EQ(rescan.count(), 1);
+  EXPECT_EQ(sound.plays, 1);
+  (void)raw;
+}
+
+TEST(InstallSheet, ShowsTheLinkCommandAndCopiesItWithoutThePrompt) {
+  InstallSheet sheet(nullptr, "/Applications/My Tools/Tidewell.app");
+  const QString command =
+      "sudo ln -sf /Applications/My Tools/Tidewell.app/Contents/Resources/tidewell.sh /usr/local/bin/tidewell";
+  EXPECT_EQ(sheet.shownText(), "$ " + command);
+  sheet.copyCommand();
+  EXPECT_EQ(QGuiApplication::clipboard()->text(), command);
+}
+
+TEST(AppDelegate, TheApplicationMenuHoldsTheUpdateItemAtIndexOneAndItsSeparatorAtTwo) {
+  test::TestMachine machine;
+  test::ScriptedAlerts alerts;
+  test::CountingSound sound;
+  MainWindow window(alerts, sound);
+  AppDelegate delegate(window);
+  QMenu* menu = delegate.applicationMenu();
+  ASSERT_EQ(window.menuBar()->actions().constFirst()->menu(), menu) << "first in the menu bar";
+  EXPECT_EQ(menu->title().remove('&'), "Tidewell");
+  const auto actions = menu->actions();
+  ASSERT_GT(actions.size(), 2);
+  EXPECT_EQ(actions[1], delegate.updateAction());
+  EXPECT_EQ(actions[1]->text(), "Check for &Updates…");
+  EXPECT_TRUE(actions[2]->isSeparator());
+  EXPECT_EQ(delegate.preferencesAction()->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Comma));
+  for (QAction* action : {delegate.sendFeedbackAction(), delegate.reportIssueAction(), delegate.preferencesAction(),
+                          delegate.installCommandLineToolAction(), delegate.showLogFilesAction(),
+                          delegate.onlineHelpAction(), delegate.quitAction()}) {
+    EXPECT_TRUE(menu->actions().contains(action)) << action->text().toStdString();
+  }
+  EXPECT_EQ(delegate.quitAction()->shortcut(), QKeySequence(QKeySequence::Quit));
+}
+
+}  // namespace
+}  // namespace tw

@@ -1,0 +1,209 @@
+// The item model over a real driver's tree: rows appear only after the first notification and
+// per finished location, ticks propagate and repaint only what changed, and every role reads
+// the tree. Qt's QAbstractItemModelTester checks the model's consistency throughout.
+#include <gtest/gtest.h>
+
+#include <QAbstractItemModelTester>
+#include <QSignalSpy>
+#include <map>
+
+#include "UiTestSupport.h"
+#include "support/DeveloperFolderFixture.h"
+#include "ui/CleanupTreeModel.h"
+#include "ui/EntryIcons.h"
+
+namespace tw {
+namespace {
+
+using Location = DevFiles::Location;
+
+CleanupEntryPtr leaf(const std::string& label, int64_t bytes, const std::string& extra = "") {
+  auto entry = std::make_shared<CleanupEntry>(label, extra, std::nullopt, CleanupEntry::Icon::system("NSFolder"),
+                                              /*tooltip=*/!extra.empty());
+  entry->addPath("/nonexistent/" + label);
+  entry->setSize(CleanupEntry::Size::value(bytes));
+  return entry;
+}
+
+class WindowModel : public ::testing::Test {
+ protected:
+  WindowModel() {
+    auto created = DevFiles::create(fixture.developerFolder(), std::nullopt, std::nullopt);
+    if (created) devFiles = *created;
+    model.setDevFiles(devFiles);
+  }
+
+  // Puts `items` below the location as a scan would, then reports it finished.
+  void finishLocation(Location location, std::vector<CleanupEntryPtr> items) {
+    devFiles->entry(location)->addItems(items);
+    model.locationScanned(location);
+  }
+
+  QModelIndex row(const CleanupEntryPtr& entry) { return model.indexOf(entry.get()); }
+
+  test::TestMachine machine;
+  test::DeveloperFolderFixture fixture{machine.developerFolder()};
+  std::shared_ptr<DevFiles> devFiles;
+  CleanupTreeModel model;
+  QAbstractItemModelTester tester{&model, QAbstractItemModelTester::FailureReportingMode::Fatal};
+};
+
+TEST_F(WindowModel, RowsAppearOnlyAfterTheFirstNotificationAndPerFinishedLocation) {
+  ASSERT_TRUE(devFiles);
+  model.prepareScan();
+  EXPECT_EQ(model.rowCount(), 0) << "no rows before the first scan notification";
+
+  model.scanStarted();
+  ASSERT_EQ(model.rowCount(), static_cast<int>(devFiles->rootEntries().size()));
+  const QModelIndex derivedData = row(devFiles->entry(Location::derivedData));
+  ASSERT_TRUE(derivedData.isValid());
+  EXPECT_TRUE(derivedData.siblingAtColumn(1).data(CleanupTreeModel::scanningRole).toBool());
+  EXPECT_EQ(derivedData.siblingAtColumn(1).data().toString(), "");
+
+  // A location that already holds items but is still scanning shows none and cannot expand.
+  devFiles->entry(Location::derivedData)->addItems({leaf("Sea Lion", 2'000'000), leaf("Otter", 3'000'000)});
+  EXPECT_EQ(model.rowCount(derivedData), 0);
+  EXPECT_FALSE(model.hasChildren(derivedData));
+
+  QSignalSpy inserted(&model, &QAbstractItemModel::rowsInserted);
+  QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
+  model.locationScanned(Location::derivedData);
+  ASSERT_EQ(inserted.count(), 1);
+  EXPECT_EQ(inserted[0][0].value<QModelIndex>(), derivedData);
+  EXPECT_EQ(inserted[0][2].toInt(), 1);
+  // Children in tree order, unsorted.
+  EXPECT_EQ(model.index(0, 0, derivedData).data().toString(), "Sea Lion");
+  EXPECT_EQ(model.index(1, 0, derivedData).data().toString(), "Otter");
+  EXPECT_FALSE(derivedData.siblingAtColumn(1).data(CleanupTreeModel::scanningRole).toBool());
+  // The Apple group repaints when one of its locations finishes; a location outside it does not touch it.
+  const QModelIndex apple = row(devFiles->appleGroupEntry());
+  auto repainted = [&](const QModelIndex& index) {
+    for (const auto& signal : changed) {
+      if (signal[0].value<QModelIndex>() == index) return true;
+    }
+    return false;
+  };
+  EXPECT_TRUE(repainted(apple));
+  changed.clear();
+  finishLocation(Location::toolCaches, {leaf("Gradle", 5'000'000)});
+  EXPECT_FALSE(repainted(apple));
+
+  model.scanFinished();
+  EXPECT_EQ(model.rowCount(row(devFiles->entry(Location::toolCaches))), 1);
+}
+
+TEST_F(WindowModel, TicksPropagateToAncestorsAndRepaintOnlyChangedRows) {
+  model.prepareScan();
+  model.scanStarted();
+  auto group = std::make_shared<CleanupEntry>("Other", "", std::nullopt, std::nullopt, false);
+  auto a = leaf("A", 2'000'000), b = leaf("B", 2'000'000), other = leaf("C", 2'000'000);
+  group->addItems({a, b});
+  finishLocation(Location::derivedData, {group, other});
+  finishLocation(Location::archives, {leaf("Archive", 4'000'000)});
+  model.scanFinished();
+
+  struct Case {
+    CleanupEntryPtr ticked;
+    bool on;
+    std::map<std::string, Qt::CheckState> expected;  // label -> state after the change
+    size_t repaints;                                 // rows whose tick changed
+  };
+  const Case cases[] = {
+      // A: itself, its group (mixed), Derived Data (mixed), Apple (mixed).
+      {a, true, {{"A", Qt::Checked}, {"Other", Qt::PartiallyChecked}, {"Derived Data", Qt::PartiallyChecked}}, 4},
+      // B completes the group: B and Other change; Derived Data stays mixed (C is off).
+      {b, true, {{"Other", Qt::Checked}, {"Derived Data", Qt::PartiallyChecked}}, 2},
+      // Unticking the location unticks the whole subtree.
+      {devFiles->entry(Location::derivedData),
+       false,
+       {{"A", Qt::Unchecked}, {"B", Qt::Unchecked}, {"Other", Qt::Unchecked}, {"Derived Data", Qt::Unchecked}},
+       5},
+  };
+  for (const Case& c : cases) {
+    QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
+    model.applyCheckState({c.ticked.get()}, c.on);
+    for (const auto& [label, state] : c.expected) {
+      CleanupEntry* found = nullptr;
+      for (CleanupEntry* candidate : {a.get(), b.get(), group.get(), devFiles->entry(Location::derivedData).get()}) {
+        if (candidate->label() == label) found = candidate;
+      }
+      ASSERT_TRUE(found) << label;
+      EXPECT_EQ(model.indexOf(found).data(Qt::CheckStateRole).value<Qt::CheckState>(), state)
+          << c.ticked->label() << " -> " << label;
+    }
+    size_t repainted = 0;
+    for (const auto& signal : changed) {
+      repainted += static_cast<size_t>(signal[1].value<QModelIndex>().row() - signal[0].value<QModelIndex>().row() + 1);
+    }
+    EXPECT_EQ(repainted, c.repaints) << c.ticked->label();
+  }
+}
+
+TEST_F(WindowModel, RolesReadTheEntry) {
+  model.prepareScan();
+  model.scanStarted();
+  auto empty = std::make_shared<CleanupEntry>("Nothing", "", std::nullopt, std::nullopt, false);
+  finishLocation(Location::derivedData, {leaf("Sea Lion", 2'500'000, "/Users/dev/Sea Lion.xcodeproj"), empty});
+  const QModelIndex item = model.index(0, 0, row(devFiles->entry(Location::derivedData)));
+  EXPECT_EQ(item.data().toString(), "Sea Lion");
+  EXPECT_EQ(item.data(CleanupTreeModel::extraInfoRole).toString(), "/Users/dev/Sea Lion.xcodeproj");
+  EXPECT_EQ(item.data(Qt::AccessibleTextRole).toString(), "Sea Lion /Users/dev/Sea Lion.xcodeproj");
+  EXPECT_EQ(item.data(Qt::ToolTipRole).toString(), "Sea Lion /Users/dev/Sea Lion.xcodeproj");
+  EXPECT_EQ(item.siblingAtColumn(1).data().toString(), "2.5 MB");
+  EXPECT_EQ(item.siblingAtColumn(1).data(Qt::TextAlignmentRole).toInt(), int(Qt::AlignRight | Qt::AlignVCenter));
+  EXPECT_TRUE(item.flags() & Qt::ItemIsUserCheckable);
+  EXPECT_FALSE(item.data(Qt::DecorationRole).value<QIcon>().isNull());
+
+  // An entry with nothing to clean: disabled, box off, no tooltip without the flag.
+  const QModelIndex nothing = item.siblingAtRow(1);
+  EXPECT_FALSE(nothing.flags() & Qt::ItemIsEnabled);
+  EXPECT_EQ(nothing.data(Qt::CheckStateRole).value<Qt::CheckState>(), Qt::Unchecked);
+  EXPECT_TRUE(nothing.data(CleanupTreeModel::emptyRole).toBool());
+  EXPECT_FALSE(nothing.data(Qt::ToolTipRole).isValid());
+  EXPECT_FALSE(model.setData(nothing, Qt::Checked, Qt::CheckStateRole));
+
+  // A click asks the window to tick: any state but off means on.
+  QSignalSpy requested(&model, &CleanupTreeModel::checkRequested);
+  EXPECT_TRUE(model.setData(item, Qt::Checked, Qt::CheckStateRole));
+  EXPECT_TRUE(model.setData(item, Qt::Unchecked, Qt::CheckStateRole));
+  ASSERT_EQ(requested.count(), 2);
+  EXPECT_TRUE(requested[0][1].toBool());
+  EXPECT_FALSE(requested[1][1].toBool());
+}
+
+TEST(EntryIcons, EveryNameTheScannersUseResolvesToARealImage) {
+  std::vector<CleanupEntry::Icon> icons;
+  const std::map<std::string, std::pair<int, int>> families{
+      {"iOS", {2, 18}}, {"watchOS", {2, 11}}, {"tvOS", {9, 18}}, {"macOS", {12, 15}}, {"visionOS", {2, 2}}};
+  for (const auto& [family, range] : families) {
+    for (int version = range.first; version <= range.second; ++version) {
+      icons.push_back(CleanupEntry::Icon::image("OS/" + family + "/" + std::to_string(version)));
+    }
+    icons.push_back(CleanupEntry::Icon::image("OS/" + family + "/26"));
+    icons.push_back(CleanupEntry::Icon::image("OS/" + family + "/Generic"));
+  }
+  for (const char* name : {"Devices/iPadIcon", "Devices/WatchIcon", "Devices/AppleTVIcon", "Devices/VisionProIcon",
+                           "Devices/MacBookIcon", "Files/XCArchive"}) {
+    icons.push_back(CleanupEntry::Icon::image(name));
+  }
+  for (const char* name : {"NSFolder", "NSImageNameFolder", "NSComputer", "NSImageNameComputer", "NSImageNameNetwork",
+                           "NSImageNameTrashFull", "NSMultipleDocuments"}) {
+    icons.push_back(CleanupEntry::Icon::system(name));
+  }
+  for (const auto& icon : icons) {
+    const QPixmap picture = EntryIcons::icon(icon).pixmap(32, 32);
+    ASSERT_FALSE(picture.isNull()) << icon.name;
+    // Drawn, not blank: some pixel is opaque.
+    const QImage image = picture.toImage();
+    bool drawn = false;
+    for (int y = 0; y < image.height() && !drawn; ++y) {
+      for (int x = 0; x < image.width() && !drawn; ++x) drawn = qAlpha(image.pixel(x, y)) > 0;
+    }
+    EXPECT_TRUE(drawn) << icon.name;
+  }
+  EXPECT_TRUE(EntryIcons::icon(std::nullopt).isNull());
+  EXPECT_EQ(EntryIcons::themeName("NSFolder"), EntryIcons::themeName("NSImageNameFolder"));
+}
+
+}  // namespace
+}  // namespace tw
