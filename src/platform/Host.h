@@ -5,6 +5,7 @@
 // needs environment variables.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -23,6 +24,10 @@ struct Host {
   std::filesystem::path configDirectory;
   // The application bundle (".../Tidewell.app"); empty when the executable is not inside one.
   std::filesystem::path bundle;
+  // How long an external tool may run before it is ended (a stuck tool must not hang a scan),
+  // and the longer time a command with administrator rights gets: someone types a password.
+  std::chrono::milliseconds commandTimeLimit = std::chrono::minutes(1);
+  std::chrono::milliseconds administratorCommandTimeLimit = std::chrono::minutes(30);
 
   // An absolute system path ("/usr/bin/xcrun", "/Library/Updates") as it is found on this host.
   std::filesystem::path system(std::string_view absolutePath) const;
@@ -32,7 +37,8 @@ struct Host {
   std::filesystem::path resourcesDirectory() const { return bundle / "Contents" / "Resources"; }
 
   // Reads the process: user database, executable location, TMPDIR, XDG_CONFIG_HOME and,
-  // in test builds only, TIDEWELL_TEST_HOME and TIDEWELL_TEST_ROOT.
+  // in test builds only, TIDEWELL_TEST_HOME, TIDEWELL_TEST_ROOT and
+  // TIDEWELL_TEST_COMMAND_TIME_LIMIT_MS.
   static Host fromProcess();
 
   // The process-wide host. Before install() is called it is fromProcess().
