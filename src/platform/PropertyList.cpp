@@ -207,6 +207,43 @@ bool binaryNestingWithinLimit(std::string_view bytes, size_t deepest) {
   return true;
 }
 
+// libplist asserts, and so stops the program, when it hands out a key or text that holds a NUL
+// character, though its parsers accept one (a raw NUL byte in XML, a NUL in a binary string).
+// No real property list holds one: such a list is refused as malformed before parsing.
+bool holdsNulCharacter(std::string_view bytes) {
+  if (!startsWith(bytes, 0, "bplist")) return bytes.find('\0') != std::string_view::npos;
+  constexpr size_t kTrailer = 32;
+  if (bytes.size() < 8 + kTrailer) return false;  // the parser rejects it
+  const size_t trailer = bytes.size() - kTrailer;
+  const size_t offsetSize = static_cast<unsigned char>(bytes[trailer + 6]);
+  const uint64_t objectCount = bigEndian(bytes, trailer + 8, 8);
+  const uint64_t tableOffset = bigEndian(bytes, trailer + 24, 8);
+  if (offsetSize < 1 || offsetSize > 8 || tableOffset > trailer || (trailer - tableOffset) / offsetSize < objectCount) {
+    return false;  // the nesting check refuses it
+  }
+  for (uint64_t object = 0; object < objectCount; ++object) {
+    const uint64_t offset = bigEndian(bytes, tableOffset + object * offsetSize, offsetSize);
+    if (offset >= bytes.size()) continue;
+    const unsigned kind = static_cast<unsigned char>(bytes[offset]) >> 4;
+    if (kind != 0x5 && kind != 0x6 && kind != 0x7) continue;  // ASCII, UTF-16 and UTF-8 strings
+    uint64_t count = static_cast<unsigned char>(bytes[offset]) & 0x0F;
+    uint64_t at = offset + 1;
+    if (count == 0x0F) {
+      if (at >= bytes.size()) continue;
+      const size_t intSize = size_t{1} << (static_cast<unsigned char>(bytes[at]) & 0x0F);
+      if (intSize > 8 || at + 1 + intSize > bytes.size()) continue;
+      count = bigEndian(bytes, at + 1, intSize);
+      at += 1 + intSize;
+    }
+    const uint64_t unit = kind == 0x6 ? 2 : 1;
+    const uint64_t end = count > (bytes.size() - at) / unit ? bytes.size() : at + count * unit;
+    for (uint64_t i = at; i + unit <= end; i += unit) {
+      if (bytes[i] == '\0' && (unit == 1 || bytes[i + 1] == '\0')) return true;
+    }
+  }
+  return false;
+}
+
 std::string errnoText(int code) { return std::strerror(code); }
 
 class FileDescriptor {
@@ -253,6 +290,7 @@ PropertyList PropertyList::parse(std::string_view bytes, const std::filesystem::
                             "it is nested more than " + std::to_string(kDeepestNesting) +
                                 " levels deep, refers to itself or hides its structure");
   }
+  if (holdsNulCharacter(bytes)) throw PropertyListError(Reason::malformed, origin, "it holds a NUL character");
   plist_t node = nullptr;
   plist_from_memory(bytes.data(), static_cast<uint32_t>(bytes.size()), &node);
   if (node == nullptr) throw PropertyListError(Reason::malformed, origin, "it is not a property list");

@@ -208,11 +208,9 @@ std::optional<UserDefaults::Value> valueOf(plist_t node) {
       return UserDefaults::Value(value);
     }
     case PLIST_STRING: {
-      char* value = nullptr;
-      plist_get_string_val(node, &value);
-      std::string text = value ? value : "";
-      std::free(value);
-      return UserDefaults::Value(std::move(text));
+      uint64_t length = 0;
+      const char* value = plist_get_string_ptr(node, &length);
+      return UserDefaults::Value(value ? std::string(value, length) : std::string());
     }
     case PLIST_DATA: {
       char* value = nullptr;

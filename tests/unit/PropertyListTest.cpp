@@ -38,6 +38,20 @@ std::string xmlAround(const std::string& inner, uint32_t depth = 0) {
   return xml + "</dict></plist>";
 }
 
+// A binary property list {key: "v"}.
+std::string binaryWithKey(const std::string& key) {
+  std::string bytes = "bplist00\xD1\x01\x02";
+  const size_t keyAt = bytes.size();
+  bytes += static_cast<char>(0x50 | key.size()) + key;
+  const size_t valueAt = bytes.size();
+  bytes += "\x51v";
+  const size_t table = bytes.size();
+  bytes += {char{8}, static_cast<char>(keyAt), static_cast<char>(valueAt)};
+  bytes += std::string(6, '\0') + "\x01\x01" + std::string(7, '\0') + "\x03" + std::string(8, '\0') +
+           std::string(7, '\0') + static_cast<char>(table);
+  return bytes;
+}
+
 // Closing tags hidden from a naive scan, followed by openings: each round would take a check
 // that believed the closings back to depth 0 while the parser goes 200 levels deeper.
 std::string hiding(const std::string& before, const std::string& after) {
@@ -68,6 +82,10 @@ TEST(PropertyList, NestingIsBoundedBeforeTheParserRecurses) {
       {"closings hidden in a comment", hiding("<!--", "-->"), Reason::tooDeep},
       {"closings hidden in CDATA", hiding("<string><![CDATA[", "]]></string>"), Reason::tooDeep},
       {"an unknown declaration", xmlAround("<!ELEMENT x ANY>"), Reason::tooDeep},
+      // libplist would accept these, then stop the program when the text is read.
+      {"a NUL byte in XML", xmlAround(std::string("<string>a\0b</string>", 20)), Reason::malformed},
+      {"a binary key", binaryWithKey("ab"), std::nullopt},
+      {"a NUL in a binary key", binaryWithKey(std::string("a\0b", 3)), Reason::malformed},
       {"garbage", std::string("\x01\x02 not a property list", 23), Reason::malformed},
       {"empty", "", Reason::empty},
   };
