@@ -82,8 +82,9 @@ Host Host::fromProcess() {
   // Test builds only: the end-to-end tests run the real executable against generated homes.
   if (auto testHome = environmentValue("TIDEWELL_TEST_HOME"); !testHome.empty()) host.home = testHome;
   if (auto testRoot = environmentValue("TIDEWELL_TEST_ROOT"); !testRoot.empty()) host.root = testRoot;
-  if (auto limit = environmentValue("TIDEWELL_TEST_COMMAND_TIME_LIMIT_MS"); !limit.empty()) {
-    host.commandTimeLimit = std::chrono::milliseconds(std::strtoll(limit.c_str(), nullptr, 10));
+  if (auto limit = std::strtoll(environmentValue("TIDEWELL_TEST_COMMAND_TIME_LIMIT_MS").c_str(), nullptr, 10);
+      limit > 0) {
+    host.commandTimeLimit = std::chrono::milliseconds(limit);
   }
 #endif
   if (auto tmp = environmentValue("TMPDIR"); !tmp.empty()) {
