@@ -169,6 +169,9 @@ constexpr auto kExitPoll = std::chrono::milliseconds(50);
 Ending collect(pid_t pid, int outputFd, std::string& output, Clock::time_point deadline) {
   bool outputOpen = true;
   std::optional<Clock::time_point> exitedAt;
+  // The end of output usually comes a moment before the exit can be seen: look again soon,
+  // then less and less often.
+  int napMilliseconds = 1;
   char buffer[65536];
   for (;;) {
     const auto now = Clock::now();
@@ -181,7 +184,8 @@ Ending collect(pid_t pid, int outputFd, std::string& output, Clock::time_point d
     }
     const auto wakeUp = exitedAt ? *exitedAt + kLeftoverGrace : std::min(deadline, now + kExitPoll);
     if (!outputOpen) {
-      ::poll(nullptr, 0, millisecondsUntil(wakeUp));
+      ::poll(nullptr, 0, std::min(napMilliseconds, millisecondsUntil(wakeUp)));
+      napMilliseconds = std::min(napMilliseconds * 2, 50);
       continue;
     }
     pollfd ready{outputFd, POLLIN, 0};
