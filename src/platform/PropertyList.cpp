@@ -112,9 +112,12 @@ uint64_t bigEndian(std::string_view bytes, size_t at, size_t size) {
 }
 
 // Walks the object graph of a binary property list without recursion: false when a path from
-// the top object is deeper than the limit, an object refers back to one of its containers, or a
-// reference points outside the file.
-bool binaryNestingWithinLimit(std::string_view bytes, size_t deepest) {
+// the top object is deeper than the limit, an object refers back to one of its containers, a
+// reference points outside the file, or the tree libplist would build is far larger than the
+// file. libplist builds a copy of an object for every reference to it, so a list of a hundred
+// bytes whose arrays each refer ten times to the next would otherwise grow to billions of
+// values. Real lists share only small values (keys, numbers), one copy per reference.
+bool binaryStructureWithinLimits(std::string_view bytes, size_t deepest) {
   constexpr size_t kTrailer = 32;
   if (bytes.size() < 8 + kTrailer) return true;  // the parser rejects it
   size_t trailer = bytes.size() - kTrailer;
@@ -161,6 +164,9 @@ bool binaryNestingWithinLimit(std::string_view bytes, size_t deepest) {
   enum Color : uint8_t { unseen, open, done };
   std::vector<uint8_t> color(objectCount, unseen);
   std::vector<uint32_t> height(objectCount, 0);  // levels below a finished object
+  // Values in the tree built from a finished object, counting every copy.
+  const uint64_t largestTree = std::min<uint64_t>(bytes.size() + 1'000'000, UINT32_MAX);
+  std::vector<uint32_t> treeSize(objectCount, 1);
   struct Frame {
     uint64_t object;
     Container container;
@@ -185,11 +191,15 @@ bool binaryNestingWithinLimit(std::string_view bytes, size_t deepest) {
     Frame& frame = path.back();
     if (frame.next == frame.container.count) {
       uint32_t below = 0;
+      uint64_t values = 1;
       for (uint64_t i = 0; i < frame.container.count; ++i) {
         uint64_t child = bigEndian(bytes, frame.container.first + i * refSize, refSize);
         below = std::max(below, height[child] + 1);
+        values += treeSize[child];
+        if (values > largestTree) return false;
       }
       height[frame.object] = below;
+      treeSize[frame.object] = static_cast<uint32_t>(values);
       color[frame.object] = done;
       path.pop_back();
       continue;
@@ -274,8 +284,8 @@ uint64_t PropertyList::largestFile(Kind kind) {
   return kind == Kind::deviceBackup ? kLargestDeviceBackupInfo : kLargestMetadata;
 }
 
-bool PropertyList::nestingWithinLimit(std::string_view bytes, size_t deepest) {
-  if (startsWith(bytes, 0, "bplist")) return binaryNestingWithinLimit(bytes, deepest);
+bool PropertyList::structureWithinLimits(std::string_view bytes, size_t deepest) {
+  if (startsWith(bytes, 0, "bplist")) return binaryStructureWithinLimits(bytes, deepest);
   return xmlNestingWithinLimit(bytes, deepest);
 }
 
@@ -285,10 +295,11 @@ PropertyList PropertyList::parse(std::string_view bytes, const std::filesystem::
   if (bytes.size() > std::numeric_limits<uint32_t>::max()) {
     throw PropertyListError(Reason::tooLarge, origin, "it is larger than any property list can be");
   }
-  if (!nestingWithinLimit(bytes)) {
+  if (!structureWithinLimits(bytes)) {
     throw PropertyListError(Reason::tooDeep, origin,
                             "it is nested more than " + std::to_string(kDeepestNesting) +
-                                " levels deep, refers to itself or hides its structure");
+                                " levels deep, refers to itself, repeats its contents far beyond its size or hides "
+                                "its structure");
   }
   if (holdsNulCharacter(bytes)) throw PropertyListError(Reason::malformed, origin, "it holds a NUL character");
   plist_t node = nullptr;

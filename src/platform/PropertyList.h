@@ -5,8 +5,9 @@
 // dictionaries recursively, so a hostile file can exhaust memory (a sparse file of gigabytes)
 // or overflow the stack (a list nested a hundred thousand levels deep). Before libplist sees a
 // byte, the file's size is checked against what a file of its kind sensibly holds and its
-// nesting is measured without recursion; a file that fails either check is refused with a
-// readable reason.
+// structure is measured without recursion (how deep it nests, and for a binary list how many
+// values its shared objects expand to); a file that fails a check is refused with a readable
+// reason.
 #pragma once
 
 #include <chrono>
@@ -59,9 +60,10 @@ class PropertyList {
   static PropertyList readDictionary(const std::filesystem::path& file, Kind kind);
 
   // True when no path through the list's arrays and dictionaries is deeper than `deepest`, no
-  // object of a binary list contains itself, and no XML construct could hide nesting from the
-  // check. Never recurses, whatever the input.
-  static bool nestingWithinLimit(std::string_view bytes, size_t deepest = kDeepestNesting);
+  // object of a binary list contains itself or is repeated into a tree far larger than the
+  // file, and no XML construct could hide nesting from the check. Never recurses, whatever the
+  // input.
+  static bool structureWithinLimits(std::string_view bytes, size_t deepest = kDeepestNesting);
 
   // Takes ownership of a libplist node (plist_t).
   explicit PropertyList(void* node);

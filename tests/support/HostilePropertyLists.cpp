@@ -37,4 +37,21 @@ std::string deepBinaryList(uint32_t depth, bool cycle) {
   return bytes;
 }
 
+std::string repeatingBinaryList(uint8_t fanOut, uint8_t levels) {
+  std::string bytes = "bplist00";
+  std::string offsets;
+  for (uint8_t level = 0; level < levels; ++level) {
+    offsets += static_cast<char>(bytes.size());
+    bytes += "\xAF\x10";  // an array whose count follows as a one-byte integer
+    bytes += static_cast<char>(fanOut);
+    bytes += std::string(fanOut, static_cast<char>(level + 1));
+  }
+  offsets += static_cast<char>(bytes.size());
+  bytes += "\x51x";
+  const auto table = static_cast<char>(bytes.size());
+  bytes += offsets + std::string(6, '\0') + "\x01\x01";  // one-byte offsets and references
+  bytes += std::string(7, '\0') + static_cast<char>(levels + 1) + std::string(8, '\0') + std::string(7, '\0') + table;
+  return bytes;
+}
+
 }  // namespace tw::test

@@ -77,6 +77,9 @@ TEST(PropertyList, NestingIsBoundedBeforeTheParserRecurses) {
       {"binary one past the limit", deepBinaryList(limit), Reason::tooDeep},
       {"binary 100,000 deep", deepBinaryList(100'000), Reason::tooDeep},
       {"binary that contains itself", deepBinaryList(3, true), Reason::tooDeep},
+      // Shared arrays are copied per reference: 10^4 values are fine, 10^9 would never finish.
+      {"binary repeating into ten thousand values", test::repeatingBinaryList(10, 4), std::nullopt},
+      {"binary repeating into a billion values", test::repeatingBinaryList(10, 9), Reason::tooDeep},
       {"closings hidden in a DOCTYPE subset", hiding("<!DOCTYPE x [", "]>"), Reason::tooDeep},
       {"closings hidden in a quoted attribute", hiding("<string a=\"", "\">s</string>"), Reason::tooDeep},
       {"closings hidden in a comment", hiding("<!--", "-->"), Reason::tooDeep},
