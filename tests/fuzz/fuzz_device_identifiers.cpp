@@ -1,8 +1,5 @@
 // The device-identifier table (device_identifiers.csv), read the way the bundle's copy is: from
 // a file, through the CSV reader and into the name lookup.
-#include <unistd.h>
-
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -10,21 +7,10 @@
 #include "FuzzSupport.h"
 #include "model/AppleDevices.h"
 
-namespace {
-
-std::filesystem::path scratchFile() {
-  std::string pattern =
-      (std::filesystem::exists("/dev/shm") ? "/dev/shm" : "/tmp") + std::string("/tw-fuzz-csv-XXXXXX");
-  int fd = ::mkstemp(pattern.data());
-  if (fd >= 0) ::close(fd);
-  return pattern;
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   tw::fuzz::quietLogger();
-  static const std::filesystem::path file = scratchFile();
+  static const tw::fuzz::ScratchFolder folder;
+  const auto file = folder.path() / "device_identifiers.csv";
   {
     std::ofstream out(file, std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));

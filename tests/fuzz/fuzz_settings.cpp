@@ -1,7 +1,5 @@
-// The settings file as the preferences read it: any bytes in place of the store read as
-// defaults or as the values they hold, and a bad file is moved aside, never a crash.
-#include <unistd.h>
-
+// The settings file as the preferences read and rewrite it: any bytes in place of the store
+// read as defaults or as the values they hold, and a bad file is moved aside, never a crash.
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -9,19 +7,10 @@
 #include "FuzzSupport.h"
 #include "app/Preferences.h"
 
-namespace {
-
-std::filesystem::path scratchFolder() {
-  std::string pattern =
-      (std::filesystem::exists("/dev/shm") ? "/dev/shm" : "/tmp") + std::string("/tw-fuzz-settings-XXXXXX");
-  return ::mkdtemp(pattern.data()) ? std::filesystem::path(pattern) : std::filesystem::temp_directory_path();
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   tw::fuzz::quietLogger();
-  static const std::filesystem::path folder = scratchFolder();
+  static const tw::fuzz::ScratchFolder scratch;
+  const auto& folder = scratch.path();
   const auto store = folder / "settings.plist";
   {
     std::ofstream out(store, std::ios::binary | std::ios::trunc);
@@ -34,6 +23,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   preferences.totalBytesCleaned();
   preferences.customArchivesFolder();
   preferences.customDerivedDataFolder();
+  // A write reads the store again and writes back every value it holds, foreign ones too.
+  preferences.setDryRunEnabled(true);
   // Files a bad store was moved to pile up otherwise.
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator(folder, error))
