@@ -56,6 +56,7 @@ std::optional<bool> booleanOf(const std::optional<Value>& value) {
   if (!value) return std::nullopt;
   if (auto flag = std::get_if<bool>(&*value)) return *flag;
   if (auto integer = std::get_if<int64_t>(&*value)) return *integer != 0;
+  if (std::holds_alternative<uint64_t>(*value)) return true;  // an unsigned number beyond int64_t
   if (auto real = std::get_if<double>(&*value)) return *real != 0;
   if (auto text = std::get_if<std::string>(&*value)) {
     auto word = lowercased(trimmed(*text));

@@ -318,8 +318,13 @@ bool setAside(const std::filesystem::path& store, const Loaded& bad, const UserD
 void removeAbandonedTemporaries(const std::filesystem::path& directory, const std::string& prefix) {
   FileDescriptor directoryFd(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!directoryFd) return;
-  DIR* listing = ::fdopendir(::dup(directoryFd.get()));
-  if (!listing) return;
+  int listingFd = ::fcntl(directoryFd.get(), F_DUPFD_CLOEXEC, 0);
+  if (listingFd < 0) return;
+  DIR* listing = ::fdopendir(listingFd);
+  if (!listing) {
+    ::close(listingFd);
+    return;
+  }
   std::vector<std::string> candidates;
   constexpr size_t kUniqueSuffix = 6;  // the XXXXXX of mkostemp
   while (dirent* entry = ::readdir(listing)) {
