@@ -326,11 +326,12 @@ TEST_F(PreferencesTest, ATotalBeyondSixtyFourBitsStaysAtTheLargestAndNeverReadsN
 
   // Written as unsigned numbers by another tool: -1 and 2^64 - 1 share their bits.
   for (const auto& [stored, expected] : std::vector<std::pair<std::string, int64_t>>{
-           {"18446744073709551615", INT64_MAX}, {"9223372036854775808", INT64_MAX}, {"-1", -1}, {"42", 42}}) {
+           {"18446744073709551615", INT64_MAX}, {"9223372036854775808", INT64_MAX}, {"-1", -1}, {"0", 0}}) {
     SCOPED_TRACE(stored);
-    test::writeFile(
-        store, "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>TWTotalBytesCleaned</key><integer>" + stored +
-                   "</integer></dict></plist>");
+    const std::string number = "<integer>" + stored + "</integer>";
+    test::writeFile(store, "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>TWTotalBytesCleaned</key>" +
+                               number + "<key>TWDryRunEnabledKey</key>" + number + "</dict></plist>");
+    EXPECT_EQ(preferences.dryRunEnabled(), expected != 0);
     EXPECT_EQ(preferences.totalBytesCleaned(), expected);
   }
 }
