@@ -153,6 +153,7 @@ enum class Ending {
   finished,        // the child exited and its output reached its end
   leftoverWriter,  // the child exited, but something it started still holds the output open
   timedOut,        // the child was still running at the deadline
+  tooMuchOutput,   // the child printed more than the limit
 };
 
 // How long after the child's exit its output may stay open: a tool that started something in
@@ -166,7 +167,7 @@ constexpr auto kExitPoll = std::chrono::milliseconds(50);
 
 // Reads the child's output while it runs (a child that fills the pipe would otherwise never
 // exit) until it has exited and its output has ended, or one of the limits above is reached.
-Ending collect(pid_t pid, int outputFd, std::string& output, Clock::time_point deadline) {
+Ending collect(pid_t pid, int outputFd, std::string& output, Clock::time_point deadline, uint64_t outputLimit) {
   bool outputOpen = true;
   std::optional<Clock::time_point> exitedAt;
   // The end of output usually comes a moment before the exit can be seen: look again soon,
@@ -192,6 +193,7 @@ Ending collect(pid_t pid, int outputFd, std::string& output, Clock::time_point d
     if (::poll(&ready, 1, millisecondsUntil(wakeUp)) <= 0) continue;  // time to look at the child, or EINTR
     ssize_t bytes = ::read(outputFd, buffer, sizeof buffer);
     if (bytes > 0) {
+      if (output.size() + static_cast<uint64_t>(bytes) > outputLimit) return Ending::tooMuchOutput;
       output.append(buffer, static_cast<size_t>(bytes));
     } else if (bytes == 0 || (errno != EINTR && errno != EAGAIN)) {
       outputOpen = false;
@@ -282,14 +284,20 @@ Result run(const std::string& executablePath, const std::vector<std::string>& ar
   writeEnd.reset();
 
   std::string output;
-  const Ending ending = collect(pid, readEnd.get(), output, deadline);
+  const uint64_t outputLimit = Host::current().commandOutputLimit;
+  const Ending ending = collect(pid, readEnd.get(), output, deadline, outputLimit);
   readEnd.reset();
-  if (ending == Ending::timedOut) {
+  if (ending == Ending::timedOut || ending == Ending::tooMuchOutput) {
     endGroup(pid);
     reap(pid);
-    log::error("Shell: " + executablePath + " did not finish within " + durationText(timeLimit) +
-               "; it was ended with every process it started");
-    return {-1, isValidUTF8(output) ? std::move(output) : std::string()};
+    if (ending == Ending::timedOut) {
+      log::error("Shell: " + executablePath + " did not finish within " + durationText(timeLimit) +
+                 "; it was ended with every process it started");
+      return {-1, isValidUTF8(output) ? std::move(output) : std::string()};
+    }
+    log::error("Shell: " + executablePath + " printed more than " + std::to_string(outputLimit) +
+               " bytes; it was ended with every process it started");
+    return {-1, ""};
   }
   if (ending == Ending::leftoverWriter) {
     ::killpg(pid, SIGKILL);

@@ -20,8 +20,9 @@ struct Result {
 //
 // The program runs in a process group of its own. One still running after `timeLimit` (the
 // host's commandTimeLimit unless given) is ended with its whole group and gives -1 with what
-// it printed so far, with a log line. One that exits but leaves something it started holding
-// its output open is waited for only briefly; the leftover group is then ended as well.
+// it printed so far, with a log line; so is one that prints more than the host's
+// commandOutputLimit (with no output). One that exits but leaves something it started
+// holding its output open is waited for only briefly; the leftover group is then ended too.
 Result run(const std::string& executablePath, const std::vector<std::string>& arguments);
 Result run(const std::string& executablePath, const std::vector<std::string>& arguments,
            std::chrono::milliseconds timeLimit);

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -28,6 +29,9 @@ struct Host {
   // and the longer time a command with administrator rights gets: someone types a password.
   std::chrono::milliseconds commandTimeLimit = std::chrono::minutes(1);
   std::chrono::milliseconds administratorCommandTimeLimit = std::chrono::minutes(30);
+  // The most output a tool's run may print: one that floods it is ended like a stuck one
+  // rather than filling memory until its time is up.
+  uint64_t commandOutputLimit = uint64_t{1} << 30;
 
   // An absolute system path ("/usr/bin/xcrun", "/Library/Updates") as it is found on this host.
   std::filesystem::path system(std::string_view absolutePath) const;

@@ -102,7 +102,7 @@ bool processEnds(pid_t pid) {
   return false;
 }
 
-TEST_F(ShellRun, AToolThatNeverFinishesIsEndedWithEverythingItStartedAndTheRunGoesOn) {
+TEST_F(ShellRun, AToolThatNeverFinishesOrFloodsIsEndedWithEverythingItStartedAndTheRunGoesOn) {
   if (!std::filesystem::exists("/proc/self/stat")) GTEST_SKIP() << "needs /proc to see the processes end";
   const auto pids = root / "pids";
   struct Case {
@@ -119,6 +119,9 @@ TEST_F(ShellRun, AToolThatNeverFinishesIsEndedWithEverythingItStartedAndTheRunGo
        "trap '' TERM; echo started; sleep 1000 & echo $! >> '" + pids.string() + "'; while :; do wait; done", -1,
        "started\n",
        "\u274C Shell: /usr/bin/stubborn did not finish within 300 ms; it was ended with every process it started"},
+      // Printing without end: ended as soon as the output passes the limit.
+      {"/usr/bin/flood", "yes flood & echo $! >> '" + pids.string() + "'; wait", -1, "",
+       "\u274C Shell: /usr/bin/flood printed more than 1048576 bytes; it was ended with every process it started"},
       // Finished, but left a child holding the output open: its own status and output count.
       {"/usr/bin/leaves-child", "sleep 1000 & echo $! >> '" + pids.string() + "'; echo done; exit 3", 3, "done\n",
        "\u26A0\uFE0F Shell: /usr/bin/leaves-child exited but left a process holding its output open; that process "
@@ -126,6 +129,7 @@ TEST_F(ShellRun, AToolThatNeverFinishesIsEndedWithEverythingItStartedAndTheRunGo
   };
   Host quick = test::hostWithRoot(root.path());
   quick.commandTimeLimit = std::chrono::milliseconds(300);
+  quick.commandOutputLimit = 1 << 20;
   ScopedHost scoped(quick);
   for (const auto& [tool, body, status, output, logged] : cases) {
     SCOPED_TRACE(tool);
