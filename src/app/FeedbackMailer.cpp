@@ -170,7 +170,7 @@ std::string FeedbackMailer::systemReport() const {
   std::string version = "-";
   std::string build = "-";
   if (!host_.bundle.empty()) {
-    if (auto info = xcode::PropertyList::readDictionary(host_.bundle / "Contents" / "Info.plist")) {
+    if (auto info = xcode::readMetadata(host_.bundle / "Contents" / "Info.plist")) {
       using xcode::PropertyList;
       version = PropertyList::string(PropertyList::item(info->root(), "CFBundleShortVersionString")).value_or("-");
       build = PropertyList::string(PropertyList::item(info->root(), "CFBundleVersion")).value_or("-");

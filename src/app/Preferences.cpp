@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <functional>
 #include <string_view>
@@ -56,6 +57,7 @@ std::optional<bool> booleanOf(const std::optional<Value>& value) {
   if (!value) return std::nullopt;
   if (auto flag = std::get_if<bool>(&*value)) return *flag;
   if (auto integer = std::get_if<int64_t>(&*value)) return *integer != 0;
+  if (std::holds_alternative<uint64_t>(*value)) return true;  // an unsigned number beyond int64_t
   if (auto real = std::get_if<double>(&*value)) return *real != 0;
   if (auto text = std::get_if<std::string>(&*value)) {
     auto word = lowercased(trimmed(*text));
@@ -75,7 +77,16 @@ std::optional<int64_t> integerOf(const std::optional<Value>& value, bool acceptT
   return std::nullopt;
 }
 
-int64_t totalOf(const std::optional<Value>& value) { return integerOf(value, false).value_or(0); }
+// The stored lifetime total. An unsigned count beyond the signed range (written by another
+// tool) reads as the largest signed one rather than wrapping round to a negative number.
+int64_t totalOf(const std::optional<Value>& value) {
+  if (auto large = value ? std::get_if<uint64_t>(&*value) : nullptr) {
+    log::warning("Preferences: The stored TWTotalBytesCleaned " + std::to_string(*large) +
+                 " is beyond a signed 64-bit count; it reads as " + std::to_string(INT64_MAX));
+    return INT64_MAX;
+  }
+  return integerOf(value, false).value_or(0);
+}
 
 std::optional<std::filesystem::path> folderOf(const std::optional<Value>& value) {
   if (!value) return std::nullopt;
@@ -171,17 +182,29 @@ void Preferences::setTotalBytesCleaned(int64_t bytes) {
   notifyObservers(Keys::totalBytesCleaned);
 }
 
-int64_t Preferences::addToTotalBytesCleaned(int64_t bytes) {
+Preferences::TotalUpdate Preferences::addToTotalBytesCleaned(int64_t bytes) {
+  TotalUpdate update;
   std::optional<int64_t> total;
-  saving(Keys::totalBytesCleaned, [&] {
+  try {
     defaults().update([&](UserDefaults::Editor& editor) {
-      // addSizes stops the program on overflow rather than store a wrapped total.
-      total = addSizes(totalOf(editor.object(Keys::totalBytesCleaned)), bytes);
-      editor.setInteger(Keys::totalBytesCleaned, *total);
+      const int64_t stored = totalOf(editor.object(Keys::totalBytesCleaned));
+      int64_t sum = 0;
+      update.saturated = __builtin_add_overflow(stored, bytes, &sum);
+      if (update.saturated) sum = bytes < 0 ? INT64_MIN : INT64_MAX;
+      editor.setInteger(Keys::totalBytesCleaned, sum);
+      total = sum;
     });
-  });
+  } catch (const std::exception& error) {
+    update.saveFailure = error.what();
+    log::error(std::string("Preferences: Cannot save ") + Keys::totalBytesCleaned + ": " + error.what());
+  }
+  if (update.saturated && !update.saveFailure) {
+    log::warning("Preferences: The lifetime total of bytes cleaned cannot grow by " + std::to_string(bytes) +
+                 " past a signed 64-bit count; it stays at " + std::to_string(*total));
+  }
   notifyObservers(Keys::totalBytesCleaned);
-  return total ? *total : totalBytesCleaned();
+  update.total = total ? *total : totalBytesCleaned();
+  return update;
 }
 
 std::optional<std::filesystem::path> Preferences::customArchivesFolder() const {

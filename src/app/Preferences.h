@@ -83,10 +83,17 @@ class Preferences : public GrantSettings {
   void setDryRunEnabled(bool enabled);
   int64_t totalBytesCleaned() const;
   void setTotalBytesCleaned(int64_t bytes);
-  // Adds `bytes` to the lifetime total in one step that no other process or thread can split,
-  // notifies the observers and returns the new total. A total beyond a signed 64-bit count
-  // stops the program with a message, as every other size sum does.
-  int64_t addToTotalBytesCleaned(int64_t bytes);
+  // What adding to the lifetime total did.
+  struct TotalUpdate {
+    int64_t total = 0;                       // the lifetime total now (the stored one when saving failed)
+    bool saturated = false;                  // the sum was beyond a signed 64-bit count: the total stays at the largest
+    std::optional<std::string> saveFailure;  // why the new total could not be saved
+  };
+  // Adds `bytes` to the lifetime total in one step that no other process or thread can split
+  // and notifies the observers. The total is a counter shown to people, not a size anything
+  // is deleted by: a sum beyond a signed 64-bit count stays at the largest one (with a log
+  // line) instead of stopping a run whose work is already done.
+  TotalUpdate addToTotalBytesCleaned(int64_t bytes);
 
   std::optional<std::filesystem::path> customArchivesFolder() const override;
   void setCustomArchivesFolder(std::optional<std::filesystem::path> folder);

@@ -1,13 +1,10 @@
 #include "cli/CmdLine.h"
 
-#include <plist/plist.h>
-
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <map>
 #include <optional>
 #include <sstream>
@@ -19,6 +16,7 @@
 #include "fs/Files.h"
 #include "platform/ByteCountFormatter.h"
 #include "platform/Host.h"
+#include "platform/PropertyList.h"
 #include "platform/Text.h"
 
 namespace tw {
@@ -60,34 +58,15 @@ std::string asciiLowercased(std::string_view text) {
 
 // --- Bundle information ----------------------------------------------------------------------
 
-struct PlistDeleter {
-  void operator()(void* node) const { plist_free(static_cast<plist_t>(node)); }
-};
-using PlistPtr = std::unique_ptr<void, PlistDeleter>;
-
-// The bundle's Contents/Info.plist (XML or binary); null when it is missing or not a dictionary.
-PlistPtr readInfoDictionary(const std::filesystem::path& bundle) {
-  if (bundle.empty()) return nullptr;
-  std::ifstream in(bundle / "Contents" / "Info.plist", std::ios::binary);
-  if (!in) return nullptr;
-  std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  if (data.empty() || data.size() > UINT32_MAX) return nullptr;
-  plist_t root = nullptr;
-  plist_from_memory(data.data(), static_cast<uint32_t>(data.size()), &root);
-  PlistPtr dictionary(root);
-  if (!root || plist_get_node_type(root) != PLIST_DICT) return nullptr;
-  return dictionary;
-}
-
-std::optional<std::string> stringValue(const PlistPtr& dictionary, const char* key) {
-  plist_t node = plist_dict_get_item(static_cast<plist_t>(dictionary.get()), key);
-  if (!node || plist_get_node_type(node) != PLIST_STRING) return std::nullopt;
-  char* value = nullptr;
-  plist_get_string_val(node, &value);
-  if (!value) return std::nullopt;
-  std::string result(value);
-  std::free(value);
-  return result;
+// The bundle's Contents/Info.plist (XML or binary); absent when it is missing or unusable.
+std::optional<PropertyList> readInfoDictionary(const std::filesystem::path& bundle) {
+  if (bundle.empty()) return std::nullopt;
+  try {
+    return PropertyList::readDictionary(bundle / "Contents" / "Info.plist", PropertyList::Kind::metadata);
+  } catch (const PropertyListError& error) {
+    log::error(std::string("CmdLineTool: ") + error.what());
+    return std::nullopt;
+  }
 }
 
 }  // namespace
@@ -175,9 +154,9 @@ void CmdLine::printBanner() {
   const auto& bundle = Host::current().bundle;
   auto info = readInfoDictionary(bundle);
   if (!info) fatal("CmdLineTool: No Info.plist in main app bundle!?");
-  auto version = stringValue(info, "CFBundleShortVersionString");
+  auto version = PropertyList::string(PropertyList::item(info->root(), "CFBundleShortVersionString"));
   if (!version) fatal("CmdLineTool: Can't get app version from main bundle!");
-  auto build = stringValue(info, "CFBundleVersion");
+  auto build = PropertyList::string(PropertyList::item(info->root(), "CFBundleVersion"));
   if (!build) fatal("CmdLineTool: Can't get app build number from main bundle!");
 
   line("Tidewell " + *version + " (" + *build + ")");
@@ -297,12 +276,23 @@ void CmdLine::clean(DevFiles& devFiles, const std::vector<DevFiles::Location>& l
 
   // Measured before deleting: this is what the selection held, and what is reported and added up.
   int64_t selectedSize = devFiles.selectedSize();
+  // Checked before anything is deleted, so that the run never stops over the counter afterwards.
+  int64_t newTotal = 0;
+  if (__builtin_add_overflow(Preferences::shared().totalBytesCleaned(), selectedSize, &newTotal)) {
+    line("Note: the lifetime total of bytes cleaned cannot grow any further; it stays at " +
+         formatByteCount(INT64_MAX) + ".");
+    out_.flush();
+  }
   deleteSelected(devFiles, false);
 
   line();
   line("Total bytes cleaned: " + formatByteCount(selectedSize));
   out_.flush();
-  Preferences::shared().addToTotalBytesCleaned(selectedSize);
+  auto update = Preferences::shared().addToTotalBytesCleaned(selectedSize);
+  if (update.saveFailure) {
+    line("Warning: the lifetime total of bytes cleaned could not be saved: " + *update.saveFailure);
+    out_.flush();
+  }
 }
 
 void CmdLine::fail(const std::string& message) {

@@ -1,16 +1,14 @@
 #include "fs/FolderAccess.h"
 
-#include <plist/plist.h>
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <memory>
 
 #include "platform/Log.h"
 #include "platform/Bookmark.h"
 #include "platform/Host.h"
+#include "platform/PropertyList.h"
 #include "platform/SecurityScope.h"
 
 namespace tw {
@@ -114,20 +112,13 @@ bool isSameFolder(const std::filesystem::path& a, const std::filesystem::path& b
 std::optional<std::string> bundleIdentifier() {
   const std::filesystem::path bundle = Host::current().bundle;
   if (!bundle.empty()) {
-    std::ifstream in(bundle / "Contents" / "Info.plist", std::ios::binary);
-    const std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    plist_t root = nullptr;
-    if (!data.empty()) plist_from_memory(data.data(), static_cast<uint32_t>(data.size()), &root);
-    std::unique_ptr<void, void (*)(plist_t)> owner(root, plist_free);
-    if (root && plist_get_node_type(root) == PLIST_DICT) {
-      plist_t node = plist_dict_get_item(root, "CFBundleIdentifier");
-      if (node && plist_get_node_type(node) == PLIST_STRING) {
-        char* value = nullptr;
-        plist_get_string_val(node, &value);
-        std::string identifier = value ? value : "";
-        std::free(value);  // libplist hands out malloc(3) memory
-        if (!identifier.empty()) return identifier;
-      }
+    try {
+      const auto info = PropertyList::readDictionary(bundle / "Contents" / "Info.plist", PropertyList::Kind::metadata);
+      auto identifier = PropertyList::string(PropertyList::item(info.root(), "CFBundleIdentifier"));
+      if (identifier && !identifier->empty()) return *identifier;
+    } catch (const PropertyListError& error) {
+      if (error.reason() != PropertyListError::Reason::missing)
+        log::warning(std::string("FolderAccess: ") + error.what());
     }
   }
   return std::nullopt;

@@ -1,6 +1,7 @@
 #include "fs/Shell.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -8,8 +9,11 @@
 #include <unicode/utf8.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
+#include <optional>
 #include <system_error>
 
 #include "platform/Log.h"
@@ -83,7 +87,8 @@ class SpawnSetup {
   SpawnSetup& operator=(const SpawnSetup&) = delete;
 
   // Standard input from /dev/null, standard output and error into the pipe, nothing else
-  // open, every signal at its default and none blocked (the parent may ignore SIGPIPE).
+  // open, every signal at its default and none blocked (the parent may ignore SIGPIPE), and a
+  // process group of its own, so that a stuck tool can be ended with everything it started.
   int prepare(int outputFd) {
     int code = posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     if (code == 0) code = posix_spawn_file_actions_adddup2(&actions_, outputFd, STDOUT_FILENO);
@@ -92,7 +97,7 @@ class SpawnSetup {
     // Descriptors that other code opened without O_CLOEXEC must not reach the child either.
     if (code == 0) code = posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
 #endif
-    short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+    short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP;
 #if defined(__APPLE__)
     flags |= POSIX_SPAWN_CLOEXEC_DEFAULT;
 #endif
@@ -102,6 +107,7 @@ class SpawnSetup {
     sigfillset(&all);
     if (code == 0) code = posix_spawnattr_setsigmask(&attributes_, &none);
     if (code == 0) code = posix_spawnattr_setsigdefault(&attributes_, &all);
+    if (code == 0) code = posix_spawnattr_setpgroup(&attributes_, 0);
     if (code == 0) code = posix_spawnattr_setflags(&attributes_, flags);
     return code;
   }
@@ -114,20 +120,21 @@ class SpawnSetup {
   posix_spawnattr_t attributes_;
 };
 
-void readToEnd(int fd, std::string& output) {
-  char buffer[65536];
-  for (;;) {
-    ssize_t count = ::read(fd, buffer, sizeof buffer);
-    if (count > 0) {
-      output.append(buffer, static_cast<size_t>(count));
-    } else if (count == 0 || errno != EINTR) {
-      return;
-    }
+using Clock = std::chrono::steady_clock;
+
+// Whether the child has exited, without reaping it: while it is a zombie its process ID, and
+// so the ID of the process group it leads, cannot be reused, and the group can still be
+// signalled without reaching a stranger.
+bool hasExited(pid_t pid) {
+  siginfo_t info{};
+  while (::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0) {
+    if (errno != EINTR) return true;  // nothing left to wait for
   }
+  return info.si_pid == pid;
 }
 
 // The child's exit status; for a child killed by a signal, the signal's number.
-int waitForExit(pid_t pid) {
+int reap(pid_t pid) {
   int status = 0;
   while (::waitpid(pid, &status, 0) < 0) {
     if (errno != EINTR) return -1;
@@ -135,6 +142,78 @@ int waitForExit(pid_t pid) {
   if (WIFEXITED(status)) return WEXITSTATUS(status);
   if (WIFSIGNALED(status)) return WTERMSIG(status);
   return -1;
+}
+
+int millisecondsUntil(Clock::time_point moment) {
+  auto left = std::chrono::duration_cast<std::chrono::milliseconds>(moment - Clock::now()).count();
+  return static_cast<int>(std::clamp<int64_t>(left + 1, 0, 1000));
+}
+
+enum class Ending {
+  finished,        // the child exited and its output reached its end
+  leftoverWriter,  // the child exited, but something it started still holds the output open
+  timedOut,        // the child was still running at the deadline
+  tooMuchOutput,   // the child printed more than the limit
+};
+
+// How long after the child's exit its output may stay open: a tool that started something in
+// the background and left it holding the pipe is done, and the leftover must not keep us.
+constexpr auto kLeftoverGrace = std::chrono::seconds(1);
+// How long an ended tool may take to exit after SIGTERM before its group gets SIGKILL.
+constexpr auto kTerminationGrace = std::chrono::seconds(1);
+// How often the child's exit is checked while its output stays open (reading never waits this
+// long when there is output).
+constexpr auto kExitPoll = std::chrono::milliseconds(50);
+
+// Reads the child's output while it runs (a child that fills the pipe would otherwise never
+// exit) until it has exited and its output has ended, or one of the limits above is reached.
+Ending collect(pid_t pid, int outputFd, std::string& output, Clock::time_point deadline, uint64_t outputLimit) {
+  bool outputOpen = true;
+  std::optional<Clock::time_point> exitedAt;
+  // The end of output usually comes a moment before the exit can be seen: look again soon,
+  // then less and less often.
+  int napMilliseconds = 1;
+  char buffer[65536];
+  for (;;) {
+    const auto now = Clock::now();
+    if (!exitedAt && hasExited(pid)) exitedAt = now;
+    if (exitedAt) {
+      if (!outputOpen) return Ending::finished;
+      if (now - *exitedAt >= kLeftoverGrace) return Ending::leftoverWriter;
+    } else if (now >= deadline) {
+      return Ending::timedOut;
+    }
+    const auto wakeUp = exitedAt ? *exitedAt + kLeftoverGrace : std::min(deadline, now + kExitPoll);
+    if (!outputOpen) {
+      ::poll(nullptr, 0, std::min(napMilliseconds, millisecondsUntil(wakeUp)));
+      napMilliseconds = std::min(napMilliseconds * 2, 50);
+      continue;
+    }
+    pollfd ready{outputFd, POLLIN, 0};
+    if (::poll(&ready, 1, millisecondsUntil(wakeUp)) <= 0) continue;  // time to look at the child, or EINTR
+    ssize_t bytes = ::read(outputFd, buffer, sizeof buffer);
+    if (bytes > 0) {
+      if (output.size() + static_cast<uint64_t>(bytes) > outputLimit) return Ending::tooMuchOutput;
+      output.append(buffer, static_cast<size_t>(bytes));
+    } else if (bytes == 0 || (errno != EINTR && errno != EAGAIN)) {
+      outputOpen = false;
+    }
+  }
+}
+
+// Ends the child's whole process group: politely first, then for certain. The group is
+// signalled before the child is reaped, so its ID still belongs to it.
+void endGroup(pid_t pid) {
+  ::killpg(pid, SIGTERM);
+  const auto giveUp = Clock::now() + kTerminationGrace;
+  while (!hasExited(pid) && Clock::now() < giveUp) ::poll(nullptr, 0, 10);
+  ::killpg(pid, SIGKILL);
+}
+
+std::string durationText(std::chrono::milliseconds limit) {
+  auto count = limit.count();
+  if (count % 1000 == 0) return std::to_string(count / 1000) + " s";
+  return std::to_string(count) + " ms";
 }
 
 // Well-formed UTF-8 only: no overlong forms, no surrogates, nothing above U+10FFFF.
@@ -153,6 +232,12 @@ bool isValidUTF8(const std::string& bytes) {
 }  // namespace
 
 Result run(const std::string& executablePath, const std::vector<std::string>& arguments) {
+  return run(executablePath, arguments, Host::current().commandTimeLimit);
+}
+
+Result run(const std::string& executablePath, const std::vector<std::string>& arguments,
+           std::chrono::milliseconds timeLimit) {
+  const auto deadline = Clock::now() + timeLimit;
   const std::string program = Host::current().system(executablePath).string();
 
   struct stat info {};
@@ -198,11 +283,28 @@ Result run(const std::string& executablePath, const std::vector<std::string>& ar
   }
   writeEnd.reset();
 
-  // Read to the end before waiting: a child that fills the pipe would otherwise never exit.
   std::string output;
-  readToEnd(readEnd.get(), output);
+  const uint64_t outputLimit = Host::current().commandOutputLimit;
+  const Ending ending = collect(pid, readEnd.get(), output, deadline, outputLimit);
   readEnd.reset();
-  int status = waitForExit(pid);
+  if (ending == Ending::timedOut || ending == Ending::tooMuchOutput) {
+    endGroup(pid);
+    reap(pid);
+    if (ending == Ending::timedOut) {
+      log::error("Shell: " + executablePath + " did not finish within " + durationText(timeLimit) +
+                 "; it was ended with every process it started");
+      return {-1, isValidUTF8(output) ? std::move(output) : std::string()};
+    }
+    log::error("Shell: " + executablePath + " printed more than " + std::to_string(outputLimit) +
+               " bytes; it was ended with every process it started");
+    return {-1, ""};
+  }
+  if (ending == Ending::leftoverWriter) {
+    ::killpg(pid, SIGKILL);
+    log::warning("Shell: " + executablePath +
+                 " exited but left a process holding its output open; that process was ended");
+  }
+  int status = reap(pid);
 
   if (!isValidUTF8(output)) output.clear();
   return {status, std::move(output)};
@@ -214,7 +316,7 @@ CommandError::CommandError(std::string command, std::string output)
 namespace {
 
 void runInvocation(AdministratorRunner runner, const AdministratorInvocation& invocation, const std::string& command) {
-  Result result = run(invocation.executablePath, invocation.arguments);
+  Result result = run(invocation.executablePath, invocation.arguments, Host::current().administratorCommandTimeLimit);
   if (result.status == 0) return;
   throw CommandError(command, administratorFailureOutput(runner, result.status, std::move(result.output)));
 }

@@ -2,6 +2,7 @@
 // commands with administrator rights.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -16,7 +17,15 @@ struct Result {
 
 // Runs the program at an absolute system path (mapped through the host's root). Never
 // throws: a program that cannot start is logged and gives (-1, "").
+//
+// The program runs in a process group of its own. One still running after `timeLimit` (the
+// host's commandTimeLimit unless given) is ended with its whole group and gives -1 with what
+// it printed so far, with a log line; so is one that prints more than the host's
+// commandOutputLimit (with no output). One that exits but leaves something it started
+// holding its output open is waited for only briefly; the leftover group is then ended too.
 Result run(const std::string& executablePath, const std::vector<std::string>& arguments);
+Result run(const std::string& executablePath, const std::vector<std::string>& arguments,
+           std::chrono::milliseconds timeLimit);
 
 // A command that ended unsuccessfully. Description: "Command failed: " + command + "\n" + output.
 class CommandError : public Error {

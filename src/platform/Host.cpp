@@ -82,6 +82,10 @@ Host Host::fromProcess() {
   // Test builds only: the end-to-end tests run the real executable against generated homes.
   if (auto testHome = environmentValue("TIDEWELL_TEST_HOME"); !testHome.empty()) host.home = testHome;
   if (auto testRoot = environmentValue("TIDEWELL_TEST_ROOT"); !testRoot.empty()) host.root = testRoot;
+  if (auto limit = std::strtoll(environmentValue("TIDEWELL_TEST_COMMAND_TIME_LIMIT_MS").c_str(), nullptr, 10);
+      limit > 0) {
+    host.commandTimeLimit = std::chrono::milliseconds(limit);
+  }
 #endif
   if (auto state = environmentValue("XDG_STATE_HOME"); !state.empty() && state.front() == '/') {
     host.stateDirectory = state;

@@ -5,6 +5,8 @@
 // needs environment variables.
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -29,6 +31,13 @@ struct Host {
   std::filesystem::path stateDirectory;
   // The application bundle (".../Tidewell.app"); empty when the executable is not inside one.
   std::filesystem::path bundle;
+  // How long an external tool may run before it is ended (a stuck tool must not hang a scan),
+  // and the longer time a command with administrator rights gets: someone types a password.
+  std::chrono::milliseconds commandTimeLimit = std::chrono::minutes(1);
+  std::chrono::milliseconds administratorCommandTimeLimit = std::chrono::minutes(30);
+  // The most output a tool's run may print: one that floods it is ended like a stuck one
+  // rather than filling memory until its time is up.
+  uint64_t commandOutputLimit = uint64_t{1} << 30;
 
   // An absolute system path ("/usr/bin/xcrun", "/Library/Updates") as it is found on this host.
   std::filesystem::path system(std::string_view absolutePath) const;
@@ -38,7 +47,8 @@ struct Host {
   std::filesystem::path resourcesDirectory() const { return bundle / "Contents" / "Resources"; }
 
   // Reads the process: user database, executable location, TMPDIR, XDG_STATE_HOME,
-  // XDG_CONFIG_HOME and, in test builds only, TIDEWELL_TEST_HOME and TIDEWELL_TEST_ROOT.
+  // XDG_CONFIG_HOME and, in test builds only, TIDEWELL_TEST_HOME, TIDEWELL_TEST_ROOT and
+  // TIDEWELL_TEST_COMMAND_TIME_LIMIT_MS.
   static Host fromProcess();
 
   // The process-wide host. Before install() is called it is fromProcess().

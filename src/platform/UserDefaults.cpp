@@ -1,5 +1,6 @@
 #include "platform/UserDefaults.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <plist/plist.h>
 #include <sys/file.h>
@@ -7,7 +8,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -16,10 +16,12 @@
 #include <mutex>
 #include <set>
 #include <string_view>
+#include <vector>
 
 #include "platform/Error.h"
 #include "platform/FileIdentity.h"
 #include "platform/Host.h"
+#include "platform/PropertyList.h"
 
 namespace tw {
 namespace {
@@ -51,153 +53,6 @@ std::string errnoText(int code) { return std::strerror(code); }
 
 [[noreturn]] void throwFileError(const std::string& what, const std::filesystem::path& path, int code) {
   throw FileSystemError(what + " " + path.string() + ": " + errnoText(code), code, path);
-}
-
-// libplist walks nested arrays and dictionaries recursively when it frees or writes them, so a
-// hostile file nested a hundred thousand levels deep would overflow the stack. Settings are at
-// most a few levels deep; anything nested deeper than this is treated as a broken file.
-constexpr size_t kDeepestNesting = 256;
-
-bool startsWith(std::string_view text, size_t at, std::string_view prefix) {
-  return text.size() - at >= prefix.size() && text.compare(at, prefix.size(), prefix) == 0;
-}
-
-// The deepest nesting of <array> and <dict> elements in an XML property list. Conservative: a
-// tag inside a CDATA section counts too, which can only make a strange file look deeper.
-bool xmlNestingWithinLimit(std::string_view text) {
-  size_t depth = 0;
-  for (size_t at = text.find('<'); at != std::string_view::npos; at = text.find('<', at + 1)) {
-    if (startsWith(text, at, "<!--")) {
-      at = text.find("-->", at);
-      if (at == std::string_view::npos) return true;
-      continue;
-    }
-    bool closing = startsWith(text, at, "</");
-    size_t name = at + (closing ? 2 : 1);
-    size_t nameLength = startsWith(text, name, "array") ? 5 : startsWith(text, name, "dict") ? 4 : 0;
-    if (nameLength == 0) continue;
-    size_t after = name + nameLength;
-    if (after < text.size() && text[after] != '>' && text[after] != '/' &&
-        !std::isspace(static_cast<unsigned char>(text[after]))) {
-      continue;  // <arrayish>, <dictionary>: not ours
-    }
-    size_t end = text.find('>', after);
-    if (end == std::string_view::npos) return true;  // the parser rejects it
-    if (closing) {
-      if (depth > 0) --depth;
-    } else if (text[end - 1] != '/' && ++depth > kDeepestNesting) {
-      return false;
-    }
-    at = end;
-  }
-  return true;
-}
-
-uint64_t bigEndian(std::string_view bytes, size_t at, size_t size) {
-  uint64_t value = 0;
-  for (size_t i = 0; i < size; ++i) value = (value << 8) | static_cast<unsigned char>(bytes[at + i]);
-  return value;
-}
-
-// Walks the object graph of a binary property list without recursion: false when a path from
-// the top object is deeper than the limit, an object refers back to one of its containers, or a
-// reference points outside the file.
-bool binaryNestingWithinLimit(std::string_view bytes) {
-  constexpr size_t kTrailer = 32;
-  if (bytes.size() < 8 + kTrailer) return true;  // the parser rejects it
-  size_t trailer = bytes.size() - kTrailer;
-  size_t offsetSize = static_cast<unsigned char>(bytes[trailer + 6]);
-  size_t refSize = static_cast<unsigned char>(bytes[trailer + 7]);
-  uint64_t objectCount = bigEndian(bytes, trailer + 8, 8);
-  uint64_t top = bigEndian(bytes, trailer + 16, 8);
-  uint64_t tableOffset = bigEndian(bytes, trailer + 24, 8);
-  if (offsetSize < 1 || offsetSize > 8 || refSize < 1 || refSize > 8 || objectCount == 0 || objectCount > trailer ||
-      top >= objectCount || tableOffset > trailer || (trailer - tableOffset) / offsetSize < objectCount) {
-    return false;
-  }
-  auto offsetOf = [&](uint64_t object) { return bigEndian(bytes, tableOffset + object * offsetSize, offsetSize); };
-  // The objects a container refers to: its references start at `first`, `count` of them.
-  struct Container {
-    uint64_t first = 0;
-    uint64_t count = 0;
-  };
-  auto containerAt = [&](uint64_t object, Container& container) -> std::optional<bool> {
-    uint64_t offset = offsetOf(object);
-    if (offset >= tableOffset) return std::nullopt;
-    unsigned char marker = static_cast<unsigned char>(bytes[offset]);
-    unsigned kind = marker >> 4;
-    if (kind != 0xA && kind != 0xC && kind != 0xD) return false;
-    uint64_t count = marker & 0x0F;
-    uint64_t at = offset + 1;
-    if (count == 0x0F) {
-      if (at >= tableOffset) return std::nullopt;
-      unsigned char intMarker = static_cast<unsigned char>(bytes[at]);
-      size_t intSize = size_t{1} << (intMarker & 0x0F);
-      if ((intMarker >> 4) != 0x1 || intSize > 8 || at + 1 + intSize > tableOffset) return std::nullopt;
-      count = bigEndian(bytes, at + 1, intSize);
-      at += 1 + intSize;
-    }
-    if (kind == 0xD) {
-      if (count > tableOffset) return std::nullopt;
-      count *= 2;
-    }
-    if (count > (tableOffset - at) / refSize) return std::nullopt;
-    container = {at, count};
-    return true;
-  };
-
-  enum Color : uint8_t { unseen, open, done };
-  std::vector<uint8_t> color(objectCount, unseen);
-  std::vector<uint32_t> height(objectCount, 0);  // levels below a finished object
-  struct Frame {
-    uint64_t object;
-    Container container;
-    uint64_t next;
-  };
-  std::vector<Frame> path;
-  auto enter = [&](uint64_t object) -> bool {
-    Container container;
-    auto isContainer = containerAt(object, container);
-    if (!isContainer) return false;
-    color[object] = open;
-    if (!*isContainer) {
-      color[object] = done;
-      return true;
-    }
-    if (path.size() + 1 > kDeepestNesting) return false;
-    path.push_back({object, container, 0});
-    return true;
-  };
-  if (!enter(top)) return false;
-  while (!path.empty()) {
-    Frame& frame = path.back();
-    if (frame.next == frame.container.count) {
-      uint32_t below = 0;
-      for (uint64_t i = 0; i < frame.container.count; ++i) {
-        uint64_t child = bigEndian(bytes, frame.container.first + i * refSize, refSize);
-        below = std::max(below, height[child] + 1);
-      }
-      height[frame.object] = below;
-      color[frame.object] = done;
-      path.pop_back();
-      continue;
-    }
-    uint64_t child = bigEndian(bytes, frame.container.first + frame.next * refSize, refSize);
-    ++frame.next;
-    if (child >= objectCount) return false;
-    if (color[child] == open) return false;
-    if (color[child] == done) {
-      if (path.size() + height[child] + 1 > kDeepestNesting) return false;
-      continue;
-    }
-    if (!enter(child)) return false;
-  }
-  return true;
-}
-
-bool nestingWithinLimit(std::string_view bytes) {
-  if (startsWith(bytes, 0, "bplist")) return binaryNestingWithinLimit(bytes);
-  return xmlNestingWithinLimit(bytes);
 }
 
 // Which file, in which state, a problem was seen on, so that a bad file that cannot be moved is
@@ -283,18 +138,14 @@ Loaded load(const std::filesystem::path& path) {
     result.reason = "it is empty";
     return result;
   }
-  if (!nestingWithinLimit(bytes)) {
-    result.reason = "it is nested too deeply or refers to itself";
+  PlistPtr owned;
+  try {
+    owned.reset(PropertyList::parse(bytes, path).release());
+  } catch (const PropertyListError& error) {
+    result.reason = error.detail();
     return result;
   }
-  plist_t root = nullptr;
-  plist_from_memory(bytes.data(), static_cast<uint32_t>(bytes.size()), &root);
-  PlistPtr owned(root);
-  if (!root) {
-    result.reason = "it is not a property list";
-    return result;
-  }
-  if (plist_get_node_type(root) != PLIST_DICT) {
+  if (plist_get_node_type(static_cast<plist_t>(owned.get())) != PLIST_DICT) {
     result.reason = "its root is not a dictionary";
     return result;
   }
@@ -328,6 +179,20 @@ void syncDirectory(const std::filesystem::path& directory) {
   if (fd) ::fsync(fd.get());
 }
 
+// libplist keeps whether an integer above 2^63 - 1 was written unsigned, but only shows it
+// when it writes the number out: "-1" and "18446744073709551615" have the same bits.
+bool storedAsUnsigned(plist_t node) {
+  char* xml = nullptr;
+  uint32_t length = 0;
+  plist_to_xml(node, &xml, &length);
+  if (!xml) return false;
+  std::string_view text(xml, length);
+  size_t number = text.find("<integer>");
+  bool isUnsigned = number != std::string_view::npos && number + 9 < text.size() && text[number + 9] != '-';
+  std::free(xml);
+  return isUnsigned;
+}
+
 std::optional<UserDefaults::Value> valueOf(plist_t node) {
   if (!node) return std::nullopt;
   switch (plist_get_node_type(node)) {
@@ -340,6 +205,7 @@ std::optional<UserDefaults::Value> valueOf(plist_t node) {
       // Property lists keep signed integers; the unsigned accessor hands back their bits.
       uint64_t value = 0;
       plist_get_uint_val(node, &value);
+      if (value > static_cast<uint64_t>(INT64_MAX) && storedAsUnsigned(node)) return UserDefaults::Value(value);
       return UserDefaults::Value(static_cast<int64_t>(value));
     }
     case PLIST_REAL: {
@@ -348,11 +214,9 @@ std::optional<UserDefaults::Value> valueOf(plist_t node) {
       return UserDefaults::Value(value);
     }
     case PLIST_STRING: {
-      char* value = nullptr;
-      plist_get_string_val(node, &value);
-      std::string text = value ? value : "";
-      std::free(value);
-      return UserDefaults::Value(std::move(text));
+      uint64_t length = 0;
+      const char* value = plist_get_string_ptr(node, &length);
+      return UserDefaults::Value(value ? std::string(value, length) : std::string());
     }
     case PLIST_DATA: {
       char* value = nullptr;
@@ -452,6 +316,44 @@ bool setAside(const std::filesystem::path& store, const Loaded& bad, const UserD
   return false;
 }
 
+// Removes the temporary files that writers of this store left behind when they were killed
+// between creating and renaming them. Every writer holds a lock on its temporary file for as
+// long as it lives, so one that can be locked belongs to nobody; and since this runs under
+// the store's own lock, no writer of this store is between the two steps anyway. Only names
+// of this store's pattern are touched, never another store's or anything but regular files.
+void removeAbandonedTemporaries(const std::filesystem::path& directory, const std::string& prefix) {
+  FileDescriptor directoryFd(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!directoryFd) return;
+  int listingFd = ::fcntl(directoryFd.get(), F_DUPFD_CLOEXEC, 0);
+  if (listingFd < 0) return;
+  DIR* listing = ::fdopendir(listingFd);
+  if (!listing) {
+    ::close(listingFd);
+    return;
+  }
+  std::vector<std::string> candidates;
+  constexpr size_t kUniqueSuffix = 6;  // the XXXXXX of mkostemp
+  while (dirent* entry = ::readdir(listing)) {
+    std::string_view name = entry->d_name;
+    if (name.size() == prefix.size() + kUniqueSuffix && name.compare(0, prefix.size(), prefix) == 0) {
+      candidates.emplace_back(name);
+    }
+  }
+  ::closedir(listing);
+  for (const auto& name : candidates) {
+    FileDescriptor file(::openat(directoryFd.get(), name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    struct stat opened {};
+    if (!file || ::fstat(file.get(), &opened) != 0 || !S_ISREG(opened.st_mode)) continue;
+    if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) continue;  // a live writer's
+    struct stat named {};
+    if (::fstatat(directoryFd.get(), name.c_str(), &named, AT_SYMLINK_NOFOLLOW) != 0 || named.st_dev != opened.st_dev ||
+        named.st_ino != opened.st_ino) {
+      continue;  // replaced meanwhile: not the file that was checked
+    }
+    ::unlinkat(directoryFd.get(), name.c_str(), 0);
+  }
+}
+
 }  // namespace
 
 std::optional<UserDefaults::Value> UserDefaults::object(const std::string& key) const {
@@ -532,9 +434,13 @@ void UserDefaults::update(const std::function<void(Editor&)>& change) {
     if (!resolveError) target = resolved;
   }
   auto targetDirectory = target.parent_path();
-  std::string temporary = (targetDirectory / ("." + target.filename().string() + ".tmp-XXXXXX")).string();
+  const std::string temporaryPrefix = "." + target.filename().string() + ".tmp-";
+  removeAbandonedTemporaries(targetDirectory, temporaryPrefix);
+  std::string temporary = (targetDirectory / (temporaryPrefix + "XXXXXX")).string();
   FileDescriptor fd(::mkostemp(temporary.data(), O_CLOEXEC));
   if (!fd) throwFileError("Cannot create a temporary settings file in", targetDirectory, errno);
+  // Held until the descriptor closes: it tells any later writer that this file is in use.
+  ::flock(fd.get(), LOCK_EX | LOCK_NB);
   auto fail = [&](const std::string& what, int code) {
     ::unlink(temporary.c_str());
     throwFileError(what, temporary, code);

@@ -31,8 +31,9 @@ class UserDefaults {
   struct OtherValue {
     friend bool operator==(const OtherValue&, const OtherValue&) = default;
   };
-  // Property-list integers are read as signed 64-bit numbers.
-  using Value = std::variant<bool, int64_t, double, std::string, Data, OtherValue>;
+  // Property-list integers are read as signed 64-bit numbers; an unsigned one beyond that range
+  // (which other tools may write) keeps its value as a uint64_t instead of turning negative.
+  using Value = std::variant<bool, int64_t, double, std::string, Data, OtherValue, uint64_t>;
 
   // What went wrong with the store, for the owner to log: `message` is a whole sentence.
   struct Problem {

@@ -1,4 +1,3 @@
-#include <plist/plist.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -41,13 +40,6 @@ std::string withoutRuntimePrefix(std::string_view runtimeIdentifier) {
   std::string text(runtimeIdentifier);
   replaceAll(text, kRuntimePrefix, "");
   return text;
-}
-
-std::optional<bool> boolean(PropertyList::Node node) {
-  if (node == nullptr || plist_get_node_type(static_cast<plist_t>(node)) != PLIST_BOOLEAN) return std::nullopt;
-  uint8_t value = 0;
-  plist_get_bool_val(static_cast<plist_t>(node), &value);
-  return value != 0;
 }
 
 std::shared_ptr<SimulatorFileEntry> simulatorEntry(const DeviceRecord& record, const std::filesystem::path& folder) {
@@ -117,7 +109,7 @@ std::set<std::string> installedRuntimeIdentifiers() {
     if (!runtimes) continue;
     for (const auto& runtime : *runtimes) {
       if (runtime.extension() != ".simruntime") continue;
-      auto info = PropertyList::readDictionary(runtime / "Contents" / "Info.plist");
+      auto info = xcode::readMetadata(runtime / "Contents" / "Info.plist");
       if (!info) continue;
       if (auto identifier = PropertyList::string(PropertyList::item(info->root(), "CFBundleIdentifier"))) {
         identifiers.insert(*identifier);
@@ -139,13 +131,13 @@ std::string runtimeDisplayName(std::string_view runtimeIdentifier) {
 }
 
 std::optional<DeviceRecord> readDeviceRecord(const std::filesystem::path& deviceFolder) {
-  auto list = PropertyList::readDictionary(deviceFolder / "device.plist");
+  auto list = xcode::readMetadata(deviceFolder / "device.plist");
   if (!list) return std::nullopt;
   auto name = PropertyList::string(PropertyList::item(list->root(), "name"));
   auto udid = PropertyList::string(PropertyList::item(list->root(), "UDID"));
   auto runtime = PropertyList::string(PropertyList::item(list->root(), "runtime"));
   if (!name || !udid || !runtime) return std::nullopt;
-  bool isDeleted = boolean(PropertyList::item(list->root(), "isDeleted")).value_or(false);
+  bool isDeleted = PropertyList::boolean(PropertyList::item(list->root(), "isDeleted")).value_or(false);
   return DeviceRecord{std::move(*name), std::move(*udid), std::move(*runtime), isDeleted};
 }
 

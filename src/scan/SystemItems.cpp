@@ -1,13 +1,10 @@
 #include "scan/SystemItems.h"
 
 #include <dirent.h>
-#include <plist/plist.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
-#include <iterator>
 #include <optional>
 
 #include "platform/Log.h"
@@ -16,6 +13,7 @@
 #include "model/SystemEntries.h"
 #include "model/SystemImages.h"
 #include "platform/Host.h"
+#include "platform/PropertyList.h"
 #include "platform/Text.h"
 #include "scan/DevCaches.h"
 #include "scan/Scanners.h"
@@ -62,32 +60,19 @@ CleanupEntryPtr groupEntry(const std::string& label, const char* icon, const std
   return group;
 }
 
-// The text under `key` of a property-list dictionary, when there is one (an empty one counts).
-std::optional<std::string> dictionaryString(plist_t dictionary, const char* key) {
-  plist_t node = plist_dict_get_item(dictionary, key);
-  if (!node || plist_get_node_type(node) != PLIST_STRING) return std::nullopt;
-  uint64_t length = 0;
-  const char* value = plist_get_string_ptr(node, &length);
-  if (!value) return std::nullopt;
-  return std::string(value, length);
-}
-
-// "Display Name", else "Device Name" of a backup's Info.plist (XML or binary).
+// "Display Name", else "Device Name" of a backup's Info.plist (XML or binary); an empty
+// "Display Name" is a name all the same.
 std::optional<std::string> backupDeviceName(const path& infoPlist) {
-  std::ifstream file(infoPlist, std::ios::binary);
-  if (!file) return std::nullopt;
-  std::string data((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  if (data.empty() || data.size() > UINT32_MAX) return std::nullopt;
-  plist_t root = nullptr;
-  plist_from_memory(data.data(), static_cast<uint32_t>(data.size()), &root);
-  if (!root) return std::nullopt;
-  std::optional<std::string> name;
-  if (plist_get_node_type(root) == PLIST_DICT) {
-    name = dictionaryString(root, "Display Name");
-    if (!name) name = dictionaryString(root, "Device Name");
+  try {
+    const auto info = PropertyList::readDictionary(infoPlist, PropertyList::Kind::deviceBackup);
+    for (const char* key : {"Display Name", "Device Name"}) {
+      auto name = PropertyList::string(PropertyList::item(info.root(), key));
+      if (name) return name;
+    }
+  } catch (const PropertyListError& error) {
+    if (error.reason() != PropertyListError::Reason::missing) log::warning(std::string("DevFiles: ") + error.what());
   }
-  plist_free(root);
-  return name;
+  return std::nullopt;
 }
 
 std::string modificationDateText(const path& item) {

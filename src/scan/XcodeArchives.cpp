@@ -36,7 +36,7 @@ ArchiveFileEntry::SubmissionStatus submissionStatus(PropertyList::Node distribut
 
 ArchivePtr parseArchive(const std::filesystem::path& archive) {
   const std::string path = archive.string();
-  const auto plist = PropertyList::readDictionary(archive / "Info.plist");
+  const auto plist = xcode::readMetadata(archive / "Info.plist");
   if (!plist) {
     log::warning("DevFiles: Cannot open Info.plist file from archive: " + path);
     return nullptr;

@@ -56,7 +56,7 @@ std::vector<CleanupEntryPtr> scanDerivedData(const DevFiles& devFiles) {
     for (const auto& folder : xcode::listFolder(root).value_or(std::vector<std::filesystem::path>{})) {
       // Shared by every project; Xcode rebuilds it, but it is not any one project's data.
       if (folder.filename() == "ModuleCache") continue;
-      const auto plist = xcode::PropertyList::readDictionary(folder / "info.plist");
+      const auto plist = xcode::readMetadata(folder / "info.plist");
       const auto workspace =
           plist ? xcode::PropertyList::string(xcode::PropertyList::item(plist->root(), "WorkspacePath")) : std::nullopt;
       if (!workspace) {

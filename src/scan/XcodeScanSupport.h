@@ -1,5 +1,5 @@
-// What the Xcode scanners share: the shallow folder listing they all use, reading property
-// lists (XML or binary) into typed values, and the creation date of a folder.
+// What the Xcode scanners share: the shallow folder listing they all use, reading metadata
+// property lists, and the creation date of a folder.
 #pragma once
 
 #include <chrono>
@@ -8,6 +8,8 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "platform/PropertyList.h"
 
 namespace tw::xcode {
 
@@ -26,26 +28,10 @@ bool itemExists(const std::filesystem::path& path);
 // The item's creation date; the distant past when its attributes cannot be read.
 std::chrono::system_clock::time_point creationDate(const std::filesystem::path& path);
 
-// One property list read from a file (XML or binary), owned for as long as its values are read.
-class PropertyList {
- public:
-  // Absent when the file cannot be read, is no property list, or its top level is no dictionary.
-  static std::optional<PropertyList> readDictionary(const std::filesystem::path& file);
-  // Takes ownership of a parsed libplist node (a dictionary); for building lists in memory.
-  explicit PropertyList(void* node);
+using tw::PropertyList;
 
-  // A dictionary node inside the list; every accessor is null-safe and checks the value's type.
-  using Node = void*;
-  Node root() const { return root_.get(); }
-  static Node item(Node dictionary, const char* key);  // null when absent or `dictionary` is none
-  static std::optional<std::string> string(Node node);
-  static std::optional<std::chrono::system_clock::time_point> date(Node node);
-  static bool isDictionary(Node node);
-  static bool isArray(Node node);
-  static std::vector<Node> arrayItems(Node node);  // empty unless `node` is an array
-
- private:
-  std::shared_ptr<void> root_;
-};
+// The dictionary of a metadata property list (an Info.plist, device.plist and the like).
+// Absent when the file is missing, or refused or unreadable, which is logged.
+std::optional<PropertyList> readMetadata(const std::filesystem::path& file);
 
 }  // namespace tw::xcode

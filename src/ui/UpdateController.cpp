@@ -30,7 +30,7 @@ UpdateController::Bundle UpdateController::readBundle() {
   Bundle bundle;
   const auto& host = Host::current();
   if (host.bundle.empty()) return bundle;
-  auto info = xcode::PropertyList::readDictionary(host.bundle / "Contents" / "Info.plist");
+  auto info = xcode::readMetadata(host.bundle / "Contents" / "Info.plist");
   if (!info) return bundle;
   using xcode::PropertyList;
   auto text = [&](const char* key) {

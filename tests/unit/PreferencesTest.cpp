@@ -210,7 +210,7 @@ TEST_F(PreferencesTest, ACorruptFileIsSetAsideLoggedOnceAndTheNextWriteSucceeds)
   EXPECT_EQ(lines[0].rfind("\u26A0\uFE0F Preferences: ", 0), 0u) << lines[0];
   EXPECT_FALSE(fs::exists(store));  // set aside, as the store's own tests check in detail
 
-  EXPECT_EQ(preferences.addToTotalBytesCleaned(10), 10);
+  EXPECT_EQ(preferences.addToTotalBytesCleaned(10).total, 10);
   EXPECT_EQ(preferences.totalBytesCleaned(), 10);
   EXPECT_EQ(log.lines().size(), 1u);
 }
@@ -222,7 +222,10 @@ TEST_F(PreferencesTest, AFailedWriteIsLoggedAndStillNotifies) {
   blocked.addObserver(observer);
   test::LogCapture log;
   blocked.setDryRunEnabled(true);
-  EXPECT_EQ(blocked.addToTotalBytesCleaned(5), 0);
+  auto failed = blocked.addToTotalBytesCleaned(5);
+  EXPECT_EQ(failed.total, 0);
+  ASSERT_TRUE(failed.saveFailure.has_value());  // for the caller to show, not only the log
+  EXPECT_NE(failed.saveFailure->find("blocked"), std::string::npos) << *failed.saveFailure;
   EXPECT_FALSE(blocked.dryRunEnabled());
   EXPECT_EQ(observer->keys, (std::vector<std::string>{"TWDryRunEnabledKey", "TWTotalBytesCleaned"}));
   auto lines = log.lines();
@@ -275,8 +278,8 @@ TEST(PreferencesConcurrency, ProcessesAddingAtTheSameMomentNeverLoseBytes) {
       Preferences mine(store);
       int64_t previous = -1;
       for (int n = 0; n < kAdditions; ++n) {
-        int64_t total = mine.addToTotalBytesCleaned(i + 1);  // a different amount per process
-        if (total <= previous) return 1;                     // a lost or repeated update
+        int64_t total = mine.addToTotalBytesCleaned(i + 1).total;  // a different amount per process
+        if (total <= previous) return 1;                           // a lost or repeated update
         previous = total;
       }
       return 0;
@@ -310,12 +313,27 @@ TEST(PreferencesConcurrency, ThreadsAddingAtTheSameMomentNeverLoseBytes) {
   EXPECT_EQ(preferences.totalBytesCleaned(), 4 * 100 * 3 + 100);
 }
 
-TEST_F(PreferencesTest, ATotalBeyondSixtyFourBitsStopsAndKeepsTheStoredTotal) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
+TEST_F(PreferencesTest, ATotalBeyondSixtyFourBitsStaysAtTheLargestAndNeverReadsNegative) {
   preferences.setTotalBytesCleaned(INT64_MAX - 5);
-  EXPECT_EQ(preferences.addToTotalBytesCleaned(5), INT64_MAX);
-  EXPECT_DEATH(preferences.addToTotalBytesCleaned(1), "overflows");
+  EXPECT_EQ(preferences.addToTotalBytesCleaned(5).total, INT64_MAX);
+  test::LogCapture log;
+  auto update = preferences.addToTotalBytesCleaned(1);
+  EXPECT_TRUE(update.saturated);
+  EXPECT_EQ(update.total, INT64_MAX);
   EXPECT_EQ(preferences.totalBytesCleaned(), INT64_MAX);
+  ASSERT_EQ(log.lines().size(), 1u);
+  EXPECT_EQ(log.lines()[0].rfind("\u26A0\uFE0F Preferences: The lifetime total of bytes cleaned cannot grow", 0), 0u);
+
+  // Written as unsigned numbers by another tool: -1 and 2^64 - 1 share their bits.
+  for (const auto& [stored, expected] : std::vector<std::pair<std::string, int64_t>>{
+           {"18446744073709551615", INT64_MAX}, {"9223372036854775808", INT64_MAX}, {"-1", -1}, {"0", 0}}) {
+    SCOPED_TRACE(stored);
+    const std::string number = "<integer>" + stored + "</integer>";
+    test::writeFile(store, "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>TWTotalBytesCleaned</key>" +
+                               number + "<key>TWDryRunEnabledKey</key>" + number + "</dict></plist>");
+    EXPECT_EQ(preferences.dryRunEnabled(), expected != 0);
+    EXPECT_EQ(preferences.totalBytesCleaned(), expected);
+  }
 }
 
 }  // namespace

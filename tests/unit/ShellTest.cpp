@@ -2,7 +2,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -34,7 +37,8 @@ TEST_F(ShellRun, StandardErrorAndOutputShareOnePipeInWriteOrder) {
 
 TEST_F(ShellRun, ReadsTenMegabytesBeforeWaiting) {
   // Far more than a pipe holds: waiting before reading would never end.
-  writeStandInTool(root.path(), "/usr/bin/chatty", "head -c 10485760 /dev/zero | tr '\\000' 'x'\necho ' end' >&2\nexit 7");
+  writeStandInTool(root.path(), "/usr/bin/chatty",
+                   "head -c 10485760 /dev/zero | tr '\\000' 'x'\necho ' end' >&2\nexit 7");
   auto result = Shell::run("/usr/bin/chatty", {});
   EXPECT_EQ(result.status, 7);
   ASSERT_EQ(result.output.size(), 10485760u + 5u);
@@ -84,6 +88,63 @@ TEST_F(ShellRun, ChildInheritsNoOtherDescriptor) {
   ASSERT_EQ(result.status, 0) << result.output;
   EXPECT_NE(result.output.find(" 0 -> /dev/null"), std::string::npos) << result.output;
   EXPECT_EQ(result.output.find("leak-marker"), std::string::npos) << result.output;
+}
+
+// Whether the process is gone (or a zombie waiting for whoever inherited it), within a while.
+bool processEnds(pid_t pid) {
+  for (int tries = 0; tries < 200; ++tries) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    auto state = text.rfind(") ");
+    if (text.empty() || (state != std::string::npos && text[state + 2] == 'Z')) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return false;
+}
+
+TEST_F(ShellRun, AToolThatNeverFinishesOrFloodsIsEndedWithEverythingItStartedAndTheRunGoesOn) {
+  if (!std::filesystem::exists("/proc/self/stat")) GTEST_SKIP() << "needs /proc to see the processes end";
+  const auto pids = root / "pids";
+  struct Case {
+    const char* tool;
+    std::string body;
+    int status;
+    std::string output;
+    std::string logged;
+  } cases[] = {
+      // Still running at the limit: ended, group and all, even when it ignores SIGTERM.
+      {"/usr/bin/stuck", "echo started; sleep 1000 & echo $! >> '" + pids.string() + "'; wait", -1, "started\n",
+       "\u274C Shell: /usr/bin/stuck did not finish within 300 ms; it was ended with every process it started"},
+      {"/usr/bin/stubborn",
+       "trap '' TERM; echo started; sleep 1000 & echo $! >> '" + pids.string() + "'; while :; do wait; done", -1,
+       "started\n",
+       "\u274C Shell: /usr/bin/stubborn did not finish within 300 ms; it was ended with every process it started"},
+      // Printing without end: ended as soon as the output passes the limit.
+      {"/usr/bin/flood", "yes flood & echo $! >> '" + pids.string() + "'; wait", -1, "",
+       "\u274C Shell: /usr/bin/flood printed more than 1048576 bytes; it was ended with every process it started"},
+      // Finished, but left a child holding the output open: its own status and output count.
+      {"/usr/bin/leaves-child", "sleep 1000 & echo $! >> '" + pids.string() + "'; echo done; exit 3", 3, "done\n",
+       "\u26A0\uFE0F Shell: /usr/bin/leaves-child exited but left a process holding its output open; that process "
+       "was ended"},
+  };
+  Host quick = test::hostWithRoot(root.path());
+  quick.commandTimeLimit = std::chrono::milliseconds(300);
+  quick.commandOutputLimit = 1 << 20;
+  ScopedHost scoped(quick);
+  for (const auto& [tool, body, status, output, logged] : cases) {
+    SCOPED_TRACE(tool);
+    std::filesystem::remove(pids);
+    writeStandInTool(root.path(), tool, body);
+    test::LogCapture log;
+    auto result = Shell::run(tool, {});
+    EXPECT_EQ(result.status, status);
+    EXPECT_EQ(result.output, output);
+    EXPECT_EQ(log.lines(), std::vector<std::string>{logged});
+    std::ifstream written(pids);
+    pid_t child = 0;
+    ASSERT_TRUE(written >> child);
+    EXPECT_TRUE(processEnds(child)) << "the tool's child " << child << " is still running";
+  }
 }
 
 TEST_F(ShellRun, SeveralRunsAtOnceFromThreadsKeepTheirOwnOutput) {

@@ -2,6 +2,7 @@
 #include <plist/plist.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <vector>
@@ -138,7 +139,13 @@ TEST_F(SimulatorScan, UnavailableDevicesAreThoseWhoseRuntimeIsGone) {
                 "iPad mini | 0004 | iOS 16.4 | 0004",
                 "iPhone 14 | 0002 | iOS 16.4 | 0002",
             }));
-  EXPECT_EQ(log.lines().back(), "\u2755 DevFiles: Unavailable simulator: Apple Vision Pro (visionOS 1.2)");
+  const auto lines = log.lines();
+  const std::string visionPro = "\u2755 DevFiles: Unavailable simulator: Apple Vision Pro (visionOS 1.2)";
+  EXPECT_NE(std::find(lines.begin(), lines.end(), visionPro), lines.end());
+  // A record that is no property list is dropped with a line that names it.
+  EXPECT_EQ(lines.back(), "\u26A0\uFE0F DevFiles: The property list " +
+                              (developer / devices / "0011/device.plist").string() +
+                              " is unusable: it is not a property list");
 }
 
 TEST_F(SimulatorScan, ClonesAreListedWhateverTheirRuntime) {

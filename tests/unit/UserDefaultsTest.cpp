@@ -1,7 +1,13 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <plist/plist.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -9,12 +15,15 @@
 
 #include "platform/Error.h"
 #include "platform/UserDefaults.h"
+#include "support/HostilePropertyLists.h"
 #include "support/TempDir.h"
 
 namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
+using test::deepBinaryList;
+using test::deepXmlList;
 using test::readFile;
 using test::TempDir;
 using test::writeFile;
@@ -39,34 +48,6 @@ std::string binaryPlist(plist_t root) {
   std::free(bytes);
   plist_free(root);
   return result;
-}
-
-// A binary property list {"k": [[[...]]]} with `depth` nested arrays; with `cycle` the innermost
-// array holds the outermost instead of nothing.
-std::string deepBinaryList(uint32_t depth, bool cycle) {
-  std::string bytes = "bplist00", offsets;
-  auto big = [](std::string& out, uint64_t value, int size) {
-    for (int shift = (size - 1) * 8; shift >= 0; shift -= 8) out += static_cast<char>((value >> shift) & 0xFF);
-  };
-  auto begin = [&] { big(offsets, bytes.size(), 4); };
-  begin();
-  bytes += '\xD1';  // the root dictionary: key object 1, value object 2
-  big(bytes, 1, 4);
-  big(bytes, 2, 4);
-  begin();
-  bytes += "\x51k";
-  for (uint32_t level = 0; level < depth; ++level) {
-    begin();
-    bool innermost = level + 1 == depth;
-    bytes += innermost && !cycle ? '\xA0' : '\xA1';
-    if (!innermost || cycle) big(bytes, innermost ? 2 : level + 3, 4);
-  }
-  uint64_t table = bytes.size();
-  bytes += offsets + std::string(6, '\0') + "\x04\x04";  // offset and reference sizes
-  big(bytes, depth + 2, 8);
-  big(bytes, 0, 8);
-  big(bytes, table, 8);
-  return bytes;
 }
 
 struct Recorder {
@@ -138,10 +119,7 @@ TEST(UserDefaults, UnusableFilesReadAsEmptyAndAreMovedAsideOnceWithoutCrashing) 
   plist_dict_set_item(root, "k", plist_new_string("value"));
   const std::string binary = binaryPlist(root);
   const uint32_t deep = 200'000;
-  std::string xml = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>k</key>";
-  for (uint32_t i = 0; i < deep; ++i) xml += "<array>";
-  for (uint32_t i = 0; i < deep; ++i) xml += "</array>";
-  xml += "</dict></plist>";
+  const std::string xml = deepXmlList(deep);
   const std::vector<std::pair<const char*, std::string>> cases = {
       {"garbage", std::string("\x01\x00not a property list\xff\xfe", 23)},  // with a NUL byte
       {"truncated binary", binary.substr(0, binary.size() / 2)},
@@ -236,6 +214,46 @@ TEST(UserDefaults, AFailedWriteOrChangeThrowsAndLeavesEverythingAsItWas) {
   EXPECT_THROW(defaults.update(change), Error);
   EXPECT_EQ(defaults.object("k"), Value(int64_t{1}));
   EXPECT_EQ(namesIn(dir.path(), "s.plist"), (std::vector<std::string>{"s.plist", "s.plist.lock"}));
+}
+
+TEST(UserDefaults, AWriteRemovesTheTemporaryFilesOfKilledWritersButNoOtherFile) {
+  TempDir dir;
+  const auto store = dir / "s.plist";
+  UserDefaults defaults(store);
+  defaults.setInteger("k", 0);
+
+  // Writers killed at random moments, some of them between creating and renaming their file.
+  for (int round = 0; round < 40; ++round) {
+    pid_t child = ::fork();
+    if (child == 0) {
+      UserDefaults mine(store);
+      for (int64_t n = 1;; ++n) mine.setInteger("k", n);
+    }
+    ::usleep(static_cast<useconds_t>(2000 + (round * 7919) % 20000));
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+  }
+  // One abandoned for certain; one a writer still holds; other names that are not this store's.
+  writeFile(dir / ".s.plist.tmp-Ab3xQz", "half");
+  writeFile(dir / ".s.plist.tmp-inUse1", "being written");
+  int live = ::open((dir / ".s.plist.tmp-inUse1").c_str(), O_RDONLY);
+  ASSERT_EQ(::flock(live, LOCK_EX), 0);
+  const std::vector<std::string> others = {".other.plist.tmp-Ab3xQz", ".s.plist.tmp-toolong", "s.plist.tmp-Ab3xQz",
+                                           ".s.plist.tmp-folder"};
+  for (const auto& name : others) writeFile(dir / name, "not ours");
+  fs::remove(dir / ".s.plist.tmp-folder");
+  fs::create_directory(dir / ".s.plist.tmp-folder");
+  fs::create_symlink(dir / "s.plist", dir / ".s.plist.tmp-linked");
+
+  defaults.setInteger("k", -1);
+  EXPECT_EQ(defaults.object("k"), Value(int64_t{-1}));
+  std::vector<std::string> left = namesIn(dir.path(), ".tmp-");
+  std::vector<std::string> expected = others;
+  expected.push_back(".s.plist.tmp-inUse1");
+  expected.push_back(".s.plist.tmp-linked");
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(left, expected);
+  ::close(live);
 }
 
 }  // namespace
