@@ -2,6 +2,8 @@
 // stack of folder paths; each lists a folder with getdents64, stats regular (and untyped)
 // entries relative to the folder's descriptor and counts multiply-linked files once.
 //   reference_walker <folder>
+//   reference_walker -        (measures each folder named on a line of the standard input, as
+//                              a disk cleaner measures what a finder such as fd reports)
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,6 +14,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <iostream>
 #include <mutex>
 #include <set>
 #include <string>
@@ -91,13 +94,24 @@ void worker() {
 
 int main(int argc, char** argv) {
   if (argc != 2) {
-    std::fprintf(stderr, "usage: reference_walker <folder>\n");
+    std::fprintf(stderr, "usage: reference_walker <folder> | -\n");
     return 2;
   }
-  pending.push_back(argv[1]);
-  std::thread second(worker);
-  worker();
-  second.join();
-  std::printf("%lld\n", static_cast<long long>(total));
+  auto measure = [](std::string folder) {
+    pending.push_back(std::move(folder));
+    std::thread second(worker);
+    worker();
+    second.join();
+    std::printf("%lld\n", static_cast<long long>(total));
+    total = 0;
+    seen.clear();
+  };
+  if (std::strcmp(argv[1], "-") != 0) {
+    measure(argv[1]);
+    return 0;
+  }
+  for (std::string line; std::getline(std::cin, line);) {
+    if (!line.empty()) measure(line);
+  }
   return 0;
 }

@@ -9,11 +9,11 @@
 #include <limits>
 #include <mutex>
 #include <string>
-#include <unordered_set>
+#include <unordered_map>
 
-#include "platform/Log.h"
 #include "fs/DirectoryWalk.h"
 #include "platform/Error.h"
+#include "platform/Log.h"
 
 namespace tw {
 
@@ -25,7 +25,7 @@ constexpr size_t kShardCount = 32;
 
 struct alignas(64) Shard {
   std::mutex mutex;
-  std::unordered_set<FileIdentity, FileIdentityHash> seen;
+  std::unordered_map<FileIdentity, int64_t, FileIdentityHash> seen;
 };
 
 }  // namespace
@@ -38,11 +38,11 @@ HardLinkTracker::HardLinkTracker() : impl_(new Impl) {}
 
 HardLinkTracker::~HardLinkTracker() { delete impl_; }
 
-bool HardLinkTracker::insertIfNew(const FileIdentity& identity) {
+bool HardLinkTracker::insertIfNew(const FileIdentity& identity, int64_t bytes) {
   const size_t hash = FileIdentityHash{}(identity);
   Shard& shard = impl_->shards[(hash >> 7) % kShardCount];
   std::lock_guard lock(shard.mutex);
-  return shard.seen.insert(identity).second;
+  return shard.seen.emplace(identity, bytes).second;
 }
 
 size_t HardLinkTracker::size() const {
@@ -52,6 +52,23 @@ size_t HardLinkTracker::size() const {
     count += shard.seen.size();
   }
   return count;
+}
+
+std::vector<LinkedFile> HardLinkTracker::linkedFiles() const {
+  std::vector<LinkedFile> files;
+  for (Shard& shard : impl_->shards) {
+    std::lock_guard lock(shard.mutex);
+    files.insert(files.end(), shard.seen.begin(), shard.seen.end());
+  }
+  return files;
+}
+
+int64_t MeasurementRecord::replay(HardLinkTracker& tracker) const {
+  int64_t bytes = total;
+  for (const auto& [identity, fileBytes] : linkedFiles) {
+    if (!tracker.insertIfNew(identity, fileBytes)) bytes -= fileBytes;
+  }
+  return bytes;
 }
 
 int64_t allocatedSizeOfDirectory(const std::filesystem::path& folder, HardLinkTracker* tracker) {

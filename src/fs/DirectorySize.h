@@ -4,13 +4,19 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <utility>
+#include <vector>
 
 #include "platform/FileIdentity.h"
 
 namespace tw {
 
+// A multiply-linked file one measurement counted: its identity and the bytes it was charged.
+using LinkedFile = std::pair<FileIdentity, int64_t>;
+
 // The identities (device, inode) of the multiply-linked files one size calculation has
-// already counted. Shared by the parallel measurements of that calculation.
+// already counted, with the bytes each was counted for. Shared by the parallel measurements
+// of that calculation.
 class HardLinkTracker {
  public:
   HardLinkTracker();
@@ -19,13 +25,34 @@ class HardLinkTracker {
   HardLinkTracker& operator=(const HardLinkTracker&) = delete;
 
   // True when the file was not seen before (count it), false when it was (skip it).
-  bool insertIfNew(const FileIdentity& identity);
+  bool insertIfNew(const FileIdentity& identity, int64_t bytes = 0);
   size_t size() const;
+  // Every file held, in no particular order.
+  std::vector<LinkedFile> linkedFiles() const;
 
  private:
   struct Impl;
   Impl* impl_;
 };
+
+// What one measurement of an item's paths counted, kept so that a later calculation sharing a
+// tracker with other items charges the same files without walking them again: the total and
+// the multiply-linked files within it. Memory grows with the multiply-linked files only.
+struct MeasurementRecord {
+  int64_t total = 0;
+  std::vector<LinkedFile> linkedFiles;
+
+  // What walking the measured paths again with `tracker` would count: the total less the
+  // linked files the tracker already holds. The tracker holds all of them afterwards.
+  int64_t replay(HardLinkTracker& tracker) const;
+};
+
+#if defined(TIDEWELL_TEST_HOOKS)
+// Called with each folder a size walk starts from, so tests can count the walks of a scan.
+// Set it only while no walk runs.
+using DirectoryWalkObserver = void (*)(const std::filesystem::path& folder);
+void setDirectoryWalkObserver(DirectoryWalkObserver observer);
+#endif
 
 // Allocated bytes of every regular file below `folder` (hidden files included, bundles
 // descended into, symbolic links never followed). Throws tw::FileSystemError when the folder

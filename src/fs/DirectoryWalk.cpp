@@ -303,8 +303,9 @@ class Walker {
         return;
       }
       if (!S_ISREG(status.st_mode)) return;
-      if (tracker_ && status.st_nlink > 1 && !tracker_->insertIfNew(FileIdentity::of(status))) return;
-      subtotal = addSizes(subtotal, static_cast<int64_t>(status.st_blocks) * 512);
+      const int64_t bytes = static_cast<int64_t>(status.st_blocks) * 512;
+      if (tracker_ && status.st_nlink > 1 && !tracker_->insertIfNew(FileIdentity::of(status), bytes)) return;
+      subtotal = addSizes(subtotal, bytes);
     });
     if (listErrno || itemErrno) {
       ::close(fd);
@@ -368,8 +369,19 @@ class Walker {
 
 }  // namespace
 
+#if defined(TIDEWELL_TEST_HOOKS)
+namespace {
+std::atomic<DirectoryWalkObserver> walkObserver{nullptr};
+}  // namespace
+
+void setDirectoryWalkObserver(DirectoryWalkObserver observer) { walkObserver.store(observer); }
+#endif
+
 int64_t allocatedSizeOfDirectory(const std::filesystem::path& folder, HardLinkTracker* tracker, WalkMode mode,
                                  ThreadPool* pool) {
+#if defined(TIDEWELL_TEST_HOOKS)
+  if (DirectoryWalkObserver observer = walkObserver.load()) observer(folder);
+#endif
   ThreadPool* walkPool = nullptr;
   if (mode == WalkMode::parallel) walkPool = pool ? pool : &ThreadPool::shared();
   return Walker(folder, tracker, walkPool).run();

@@ -4,10 +4,10 @@
 #include <cstdlib>
 #include <mutex>
 
-#include "platform/Log.h"
 #include "fs/DirectorySize.h"
 #include "fs/RemoveItem.h"
 #include "platform/ByteCountFormatter.h"
+#include "platform/Log.h"
 #include "platform/Text.h"
 #include "platform/ThreadPool.h"
 
@@ -49,7 +49,10 @@ int64_t CleanupEntry::selectedSize() const {
   return total;
 }
 
-void CleanupEntry::setPaths(std::vector<std::filesystem::path> paths) { paths_ = std::move(paths); }
+void CleanupEntry::setPaths(std::vector<std::filesystem::path> paths) {
+  paths_ = std::move(paths);
+  measured_.reset();
+}
 
 void CleanupEntry::setItems(std::vector<CleanupEntryPtr> items) { items_ = std::move(items); }
 
@@ -81,6 +84,7 @@ void CleanupEntry::removeAllItems() { items_.clear(); }
 void CleanupEntry::addPath(const std::filesystem::path& path) {
   if (!items().empty()) return;
   paths_.push_back(path);
+  measured_.reset();
 }
 
 void CleanupEntry::addPaths(const std::vector<std::filesystem::path>& paths) {
@@ -106,23 +110,40 @@ std::optional<CleanupEntry::Size> CleanupEntry::calculateSize() {
   return calculateSize(tracker);
 }
 
+// Each folder is walked once: the walks run in parallel, each with a tracker of its own, and the
+// charging against the shared tracker runs in the items' order, so a file linked from two items
+// is always charged to the first of them, whatever the threads' timing.
 std::optional<CleanupEntry::Size> CleanupEntry::calculateSize(HardLinkTracker& tracker) {
-  std::mutex totalMutex;
+  recordMeasurement();
   int64_t total = 0;
-  auto add = [&](int64_t bytes) {
-    std::lock_guard lock(totalMutex);
-    total = addSizes(total, bytes);
-  };
-  const auto& children = items();
-  ThreadPool::shared().concurrentPerform(children.size(), [&](size_t index) {
-    auto result = children[index]->calculateSize(tracker);
-    if (result && !result->isUnknown()) add(result->bytesOrZero());
-  });
-  const auto& ownPaths = paths();
-  ThreadPool::shared().concurrentPerform(ownPaths.size(),
-                                         [&](size_t index) { add(measuredOrZero(ownPaths[index], tracker)); });
+  for (const auto& item : items()) {
+    auto result = item->calculateSize(tracker);
+    if (result && !result->isUnknown()) total = addSizes(total, result->bytesOrZero());
+  }
+  if (measured_) total = addSizes(total, measured_->replay(tracker));
   setSize(Size::value(total));
   return size();
+}
+
+void CleanupEntry::recordMeasurement() {
+  const auto& children = items();
+  ThreadPool::shared().concurrentPerform(children.size(), [&](size_t index) { children[index]->recordMeasurement(); });
+  recordOwnPaths();
+}
+
+void CleanupEntry::recordOwnPaths() {
+  const auto& ownPaths = paths();
+  if (measured_ || ownPaths.empty()) return;
+  HardLinkTracker own;
+  std::mutex totalMutex;
+  auto record = std::make_shared<MeasurementRecord>();
+  ThreadPool::shared().concurrentPerform(ownPaths.size(), [&](size_t index) {
+    const int64_t bytes = measuredOrZero(ownPaths[index], own);
+    std::lock_guard lock(totalMutex);
+    record->total = addSizes(record->total, bytes);
+  });
+  record->linkedFiles = own.linkedFiles();
+  measured_ = std::move(record);
 }
 
 std::optional<CleanupEntry::Size> CleanupEntry::updateSize() {
@@ -132,7 +153,8 @@ std::optional<CleanupEntry::Size> CleanupEntry::updateSize() {
     auto result = item->sizeOrCalculate(tracker);
     if (result && !result->isUnknown()) total = addSizes(total, result->bytesOrZero());
   }
-  for (const auto& path : paths()) total = addSizes(total, measuredOrZero(path, tracker));
+  recordOwnPaths();
+  if (measured_) total = addSizes(total, measured_->replay(tracker));
   setSize(Size::value(total));
   return size();
 }
@@ -219,6 +241,7 @@ std::vector<CleanupEntry*> CleanupEntry::changeSelection(Selection selection) {
 void CleanupEntry::clear() {
   items_.clear();
   paths_.clear();
+  measured_.reset();
   setSize(Size::unknown());
 }
 

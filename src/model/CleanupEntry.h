@@ -22,6 +22,7 @@
 namespace tw {
 
 class HardLinkTracker;
+struct MeasurementRecord;
 class CleanupEntry;
 using CleanupEntryPtr = std::shared_ptr<CleanupEntry>;
 
@@ -106,6 +107,10 @@ class CleanupEntry : public std::enable_shared_from_this<CleanupEntry> {
   virtual std::optional<Size> updateSize();
   virtual std::optional<Size> sizeOrCalculate();
   virtual std::optional<Size> sizeOrCalculate(HardLinkTracker& tracker);
+  // Walks, in parallel, whatever in the subtree was never measured, each entry with a tracker
+  // of its own, and keeps what each walk counted, so every calculation after it charges the
+  // files without walking them again. Kinds whose size needs no walk measure nothing here.
+  virtual void recordMeasurement();
   virtual Selection updateSelection();
   // Whether the user may tick the entry: not when it has nothing to clean, nor for kinds that
   // are shown for reference only.
@@ -119,6 +124,8 @@ class CleanupEntry : public std::enable_shared_from_this<CleanupEntry> {
   std::vector<CleanupEntry*> changeSelection(Selection selection);
 
  private:
+  void recordOwnPaths();
+
   std::optional<Icon> icon_;
   std::string label_;
   std::string extraInfo_;
@@ -127,6 +134,8 @@ class CleanupEntry : public std::enable_shared_from_this<CleanupEntry> {
   Selection selection_;
   Size size_ = Size::unknown();
   std::vector<std::filesystem::path> paths_;
+  // What the first measurement of the paths counted; dropped whenever the paths change.
+  std::shared_ptr<const MeasurementRecord> measured_;
   std::weak_ptr<CleanupEntry> parent_;
   std::vector<CleanupEntryPtr> items_;
 };

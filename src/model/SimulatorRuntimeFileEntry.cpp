@@ -18,6 +18,11 @@ std::optional<CleanupEntry::Size> SimulatorRuntimeFileEntry::calculateSize(HardL
   return size();
 }
 
+// A runtime whose size the system reported is not walked.
+void SimulatorRuntimeFileEntry::recordMeasurement() {
+  if (!knownSizeInBytes_) CleanupEntry::recordMeasurement();
+}
+
 void SimulatorRuntimeFileEntry::deleteItem(const std::optional<std::filesystem::path>&) {
   auto result = Shell::run("/usr/bin/xcrun", {"simctl", "runtime", "delete", imageIdentifier_});
   if (result.status != 0) throw Shell::CommandError("simctl runtime delete " + imageIdentifier_, result.output);

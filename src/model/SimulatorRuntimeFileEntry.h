@@ -26,6 +26,7 @@ class SimulatorRuntimeFileEntry : public CleanupEntry {
   // The tool's figure without touching the disk when there is one; else the measurement.
   std::optional<Size> calculateSize(HardLinkTracker& tracker) override;
   using CleanupEntry::calculateSize;
+  void recordMeasurement() override;
   // Runs "/usr/bin/xcrun simctl runtime delete <imageIdentifier>" whatever `path` is; throws
   // Shell::CommandError ("simctl runtime delete <imageIdentifier>") when the tool fails.
   void deleteItem(const std::optional<std::filesystem::path>& path) override;
