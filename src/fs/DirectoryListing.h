@@ -1,10 +1,16 @@
-// Lists an open folder's items together with their types, without a stat per item, through
-// the platform's FolderReader. The hot walks (measurement, the project walk) list every
-// folder through it.
+// Listing folders, the one way every part of the program does it: an open folder's items with
+// their types and without a stat per item (the hot walks: measurement, the project walk), or
+// the sorted names in a folder at a path (the scanners), both through the platform's
+// FolderReader.
 #pragma once
 
 #include <dirent.h>  // the DT_ item types
 
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "platform/Expected.h"
 #include "platform/FolderReader.h"
 
 namespace tw {
@@ -21,5 +27,12 @@ int listFolder(int fd, Entry&& entry) {
   }
   return reader.error();
 }
+
+enum class HiddenItems { included, skipped };
+
+// The names of the items in the folder at `folder` (a link to a folder is followed), sorted by
+// their bytes so that a listing comes out the same on every run; "." and ".." never, names
+// starting with a dot only when included. The errno when the folder cannot be opened or read.
+Expected<std::vector<std::string>, int> folderItemNames(const std::filesystem::path& folder, HiddenItems hidden);
 
 }  // namespace tw

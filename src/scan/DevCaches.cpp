@@ -7,6 +7,7 @@
 #include <map>
 #include <utility>
 
+#include "fs/DirectoryListing.h"
 #include "fs/DirectorySize.h"
 #include "platform/Cancellation.h"
 #include "model/SystemImages.h"
@@ -40,16 +41,10 @@ bool itemExists(const path& item) {
 // sorted so that a pattern always expands in the same order. A folder that cannot be listed
 // simply has no matches.
 std::vector<std::string> matchingNames(const path& folder, std::string_view prefix, std::string_view suffix) {
-  std::vector<std::string> names;
-  DIR* directory = ::opendir(folder.c_str());
-  if (!directory) return names;
-  while (const dirent* item = ::readdir(directory)) {
-    std::string_view name(item->d_name);
-    if (name == "." || name == "..") continue;
-    if (name.starts_with(prefix) && name.ends_with(suffix)) names.emplace_back(name);
-  }
-  ::closedir(directory);
-  std::sort(names.begin(), names.end());
+  auto listed = folderItemNames(folder, HiddenItems::included);
+  if (!listed) return {};
+  std::vector<std::string> names = std::move(*listed);
+  std::erase_if(names, [&](const std::string& name) { return !name.starts_with(prefix) || !name.ends_with(suffix); });
   return names;
 }
 

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "platform/Log.h"
+#include "fs/DirectoryListing.h"
 #include "fs/DirectorySize.h"
 #include "fs/Shell.h"
 #include "model/SystemEntries.h"
@@ -28,16 +29,7 @@ constexpr std::string_view kSnapshotSuffix = ".local";
 
 // Names in `folder` that do not start with a dot, sorted; nothing when it cannot be listed.
 std::vector<std::string> visibleNames(const path& folder) {
-  std::vector<std::string> names;
-  DIR* directory = ::opendir(folder.c_str());
-  if (!directory) return names;
-  while (const dirent* item = ::readdir(directory)) {
-    if (item->d_name[0] == '.') continue;
-    names.emplace_back(item->d_name);
-  }
-  ::closedir(directory);
-  std::sort(names.begin(), names.end());
-  return names;
+  return folderItemNames(folder, HiddenItems::skipped).value_or({});
 }
 
 // The date stamp of a snapshot name, "YYYY-MM-DD-HHMMSS". The stamp is handed back to tmutil

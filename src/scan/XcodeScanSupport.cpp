@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <system_error>
 
+#include "fs/DirectoryListing.h"
 #include "platform/Log.h"
 #include "platform/FileDates.h"
 
@@ -26,16 +27,11 @@ bool containsFolder(const std::vector<std::filesystem::path>& folders, const std
 }  // namespace
 
 std::optional<std::vector<std::filesystem::path>> listFolder(const std::filesystem::path& folder) {
-  std::error_code error;
-  std::filesystem::directory_iterator iterator(folder, error);
-  if (error) return std::nullopt;
+  const auto names = folderItemNames(folder, HiddenItems::skipped);
+  if (!names) return std::nullopt;
   std::vector<std::filesystem::path> items;
-  for (auto end = std::filesystem::directory_iterator(); iterator != end; iterator.increment(error)) {
-    const std::string name = iterator->path().filename().string();
-    if (!name.empty() && name.front() != '.') items.push_back(iterator->path());
-  }
-  if (error) return std::nullopt;
-  std::sort(items.begin(), items.end());
+  items.reserve(names->size());
+  for (const std::string& name : *names) items.push_back(folder / name);
   return items;
 }
 
