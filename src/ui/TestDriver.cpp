@@ -1,7 +1,10 @@
 #include "ui/TestDriver.h"
 
 #include <QAbstractButton>
+#include <QAction>
 #include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
 #include <QDateTime>
 #include <QFile>
 #include <QItemSelectionModel>
@@ -21,6 +24,7 @@
 #include "ui/CleanupTreeModel.h"
 #include "ui/InstallSheet.h"
 #include "ui/MainWindow.h"
+#include "ui/PreferencesWindow.h"
 
 namespace tw {
 namespace {
@@ -58,6 +62,15 @@ QPalette darkPalette() {
     palette.setColor(QPalette::Disabled, role, dim);
   }
   return palette;
+}
+
+// The preferences window once the menu command has shown it.
+ui::PreferencesWindow* shownPreferences() {
+  for (QWidget* widget : QApplication::topLevelWidgets()) {
+    if (auto* preferences = qobject_cast<ui::PreferencesWindow*>(widget); preferences && preferences->isVisible())
+      return preferences;
+  }
+  return nullptr;
 }
 
 bool save(const QPixmap& pixmap, const QString& file) { return pixmap.save(file, "PNG"); }
@@ -138,6 +151,17 @@ bool TestDriver::run(const QString& step) {
     if (argument == QLatin1String("badge"))
       value = window_.dryRunBadgeVisible() ? QStringLiteral("shown") : QStringLiteral("hidden");
     if (argument == QLatin1String("warning")) value = window_.warningVisible() ? window_.warningTitle() : QString();
+    if (argument == QLatin1String("preferences")) {
+      ui::PreferencesWindow* preferences = shownPreferences();
+      if (!preferences) return false;
+      const bool on = preferences->notificationsEnabledButton()->isChecked();
+      value = QStringLiteral("reminders %1 | %2 | pop-up %3 | dry run %4")
+                  .arg(on ? QStringLiteral("on") : QStringLiteral("off"),
+                       preferences->notificationsPeriodPopUpButton()->currentText(),
+                       preferences->notificationsPeriodPopUpButton()->isEnabled() ? QStringLiteral("enabled")
+                                                                                  : QStringLiteral("disabled"),
+                       preferences->dryRunEnabledButton()->isChecked() ? QStringLiteral("on") : QStringLiteral("off"));
+    }
     if (argument == QLatin1String("sheet")) {
       CleaningSheet* sheet = window_.cleaningSheet();
       value = sheet ? sheet->headingText() + QStringLiteral(" | ") + sheet->currentText() : QString();
@@ -211,6 +235,31 @@ bool TestDriver::run(const QString& step) {
     say(QStringLiteral("screenshot: ") +
         (save(withSheet(window_, *sheet), argument) ? argument : QStringLiteral("failed")));
     sheet->close();
+    return true;
+  }
+  if (verb == QLatin1String("preferences")) {
+    delegate_.preferencesAction()->trigger();
+    return true;
+  }
+  if (verb == QLatin1String("reminders")) {
+    // Clicked as a user would, so the window stores the change and reschedules.
+    ui::PreferencesWindow* preferences = shownPreferences();
+    if (!preferences) return false;
+    QCheckBox* box = preferences->notificationsEnabledButton();
+    if (box->isChecked() != (argument == QLatin1String("on"))) box->click();
+    return true;
+  }
+  if (verb == QLatin1String("period")) {
+    ui::PreferencesWindow* preferences = shownPreferences();
+    if (!preferences) return false;
+    QComboBox* popUp = preferences->notificationsPeriodPopUpButton();
+    const int index = popUp->findText(argument);
+    if (index < 0 || !popUp->isEnabled()) {
+      say(QStringLiteral("no period: ") + argument);
+      return true;
+    }
+    popUp->setCurrentIndex(index);
+    emit popUp->activated(index);
     return true;
   }
   if (verb == QLatin1String("app-folder")) {

@@ -2,10 +2,11 @@
 // TIDEWELL_TEST_WINDOW_SCRIPT, one step per line, and prints what it reads on standard output.
 // The end-to-end tests and the screenshots use it; a release build does not contain it.
 //
-// Steps: wait-scans N | print title|total|selected|saved|badge|warning|sheet | tick LABEL |
-// dry-run on|off | clean | answer BUTTON | wait-sheet | expand | palette light|dark |
-// screenshot FILE | screenshot-sheet FILE | install-sheet | screenshot-install FILE |
-// app-folder PATH | resize W H | select LABEL | stop | rescan | sleep MS | quit
+// Steps: wait-scans N | print title|total|selected|saved|badge|warning|sheet|preferences |
+// tick LABEL | dry-run on|off | preferences | reminders on|off | period TITLE | clean |
+// answer BUTTON | wait-sheet | expand | palette light|dark | screenshot FILE |
+// screenshot-sheet FILE | install-sheet | screenshot-install FILE | app-folder PATH |
+// resize W H | select LABEL | stop | rescan | sleep MS | quit
 #pragma once
 
 #include <QObject>

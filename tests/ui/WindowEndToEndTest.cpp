@@ -1,15 +1,24 @@
 // The real bundle started as from the desktop (no terminal, no launcher marker) on a generated
 // home, driven through the test-hook build's script driver under a virtual display: the title
 // shows the same total as `tidewell info`, a dry-run clean changes nothing on disk, a real
-// clean removes the ticked folders, raises the lifetime total and rescans.
+// clean removes the ticked folders, raises the lifetime total and rescans. Reminders switched on
+// in its preferences window leave 52 pending requests and a user timer systemd accepts.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "app/Preferences.h"
@@ -17,7 +26,10 @@
 #include "platform/UserDefaults.h"
 #include "support/FixtureHome.h"
 #include "support/RunProcess.h"
+#include "support/StandInTools.h"
 #include "support/TempDir.h"
+
+extern char** environ;
 
 namespace tw {
 namespace {
@@ -33,6 +45,7 @@ class WindowEndToEnd : public ::testing::Test {
     fs::create_directories(scratch / "root");
     fs::create_directories(scratch / "tmp");
     fs::create_directories(scratch / "config");
+    fs::create_directories(scratch / "state");
     // The window starts several times: answer the update check's question of the second start
     // beforehand, as a user who declined it.
     Host host;
@@ -47,6 +60,7 @@ class WindowEndToEnd : public ::testing::Test {
                           {"TIDEWELL_TEST_ROOT", (scratch / "root").string()},
                           {"TMPDIR", (scratch / "tmp").string()},
                           {"XDG_CONFIG_HOME", (scratch / "config").string()},
+                          {"XDG_STATE_HOME", (scratch / "state").string()},
                           {"QT_QPA_PLATFORM", std::nullopt},
                           {"TIDEWELL_FROM_COMMAND_LINE", std::nullopt}};
     if (fromCommandLine) result.environment["TIDEWELL_FROM_COMMAND_LINE"] = "1";
@@ -128,6 +142,103 @@ TEST_F(WindowEndToEnd, ScanTotalMatchesInfoThenDryRunAndRealCleanRescan) {
   ASSERT_EQ(values(printed, "title").size(), 1u);
   EXPECT_NE(values(printed, "title")[0], "Tidewell - " + total + " available to clean");
   EXPECT_THAT(values(printed, "title")[0], HasSubstr(" available to clean"));
+}
+
+}  // namespace
+}  // namespace tw
+
+namespace tw {
+namespace {
+
+// The stand-in notification server on the test's session bus, for as long as the test runs.
+class NotificationServer {
+ public:
+  explicit NotificationServer(const fs::path& record) {
+    const std::string program = TIDEWELL_NOTIFICATION_SERVER, recordPath = record.string(), answer;
+    char* arguments[] = {const_cast<char*>(program.c_str()), const_cast<char*>(recordPath.c_str()),
+                         const_cast<char*>(answer.c_str()), nullptr};
+    if (posix_spawn(&pid_, program.c_str(), nullptr, nullptr, arguments, environ) != 0) pid_ = -1;
+  }
+  ~NotificationServer() {
+    if (pid_ <= 0) return;
+    ::kill(pid_, SIGTERM);
+    ::waitpid(pid_, nullptr, 0);
+  }
+  NotificationServer(const NotificationServer&) = delete;
+  NotificationServer& operator=(const NotificationServer&) = delete;
+
+  // True once the server owns its name on the bus.
+  bool waitUntilPresent() const {
+    for (int attempt = 0; pid_ > 0 && attempt < 200; ++attempt) {
+      const auto owner = test::runProcess(
+          "/usr/bin/dbus-send", {"--session", "--print-reply", "--dest=org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                 "org.freedesktop.DBus.NameHasOwner", "string:org.freedesktop.Notifications"});
+      if (owner.standardOutput.find("boolean true") != std::string::npos) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return false;
+  }
+
+ private:
+  pid_t pid_ = -1;
+};
+
+std::vector<std::string> onCalendarDates(const fs::path& timer) {
+  std::vector<std::string> dates;
+  std::ifstream in(timer);
+  for (std::string line; std::getline(in, line);) {
+    if (line.rfind("OnCalendar=", 0) == 0) dates.push_back(line.substr(11));
+  }
+  return dates;
+}
+
+TEST_F(WindowEndToEnd, RemindersSwitchedOnInPreferencesAreStoredAndTimed) {
+  if (!fs::exists("/usr/bin/dbus-send") || !std::getenv("DBUS_SESSION_BUS_ADDRESS"))
+    GTEST_SKIP() << "needs a private session bus: run through ctest (dbus-run-session)";
+  const fs::path calls = scratch / "systemctl-calls";
+  test::writeStandInTool(scratch / "root", "/usr/bin/systemctl", "echo \"$*\" >> " + test::shellQuoted(calls.string()));
+  NotificationServer server(scratch / "notify-calls");
+  ASSERT_TRUE(server.waitUntilPresent()) << "the stand-in notification server did not start";
+  Host host;
+  host.home = scratch / "home";
+  host.configDirectory = scratch / "config";
+  UserDefaults(UserDefaults::standardStorePath(host)).setBool(Preferences::Keys::notificationsEnabled, false);
+
+  // On, then another period: the second schedule replaces the first series.
+  const auto printed = runWindow(
+      "wait-scans 1\npreferences\nprint preferences\nreminders on\nprint preferences\nperiod Every week\n"
+      "print preferences\nquit\n");
+  EXPECT_EQ(values(printed, "preferences"),
+            (std::vector<std::string>{"reminders off | Every month | pop-up disabled | dry run off",
+                                      "reminders on | Every month | pop-up enabled | dry run off",
+                                      "reminders on | Every week | pop-up enabled | dry run off"}));
+
+  const auto store = nlohmann::json::parse(test::readFile(scratch / "state/tidewell/pending-notifications.json"));
+  const auto& requests = store.at("requests");
+  ASSERT_EQ(requests.size(), 52u);
+  for (size_t i = 0; i < requests.size(); ++i) {
+    EXPECT_EQ(requests[i].at("identifier"), "dev.tidewell.Tidewell.scanReminder." + std::to_string(i));
+    EXPECT_EQ(requests[i].at("trigger").at("type"), "calendar");
+  }
+  // A week apart, each from the one before.
+  const auto day = [&](size_t i) {
+    const auto& trigger = requests[i].at("trigger");
+    return std::chrono::sys_days(std::chrono::year(trigger.at("year").get<int>()) /
+                                 trigger.at("month").get<int>() / trigger.at("day").get<int>());
+  };
+  for (size_t i = 1; i < requests.size(); ++i) EXPECT_EQ((day(i) - day(i - 1)).count(), 7) << i;
+
+  const fs::path timer = scratch / "config/systemd/user/tidewell-scan-reminder.timer";
+  EXPECT_THAT(test::readFile(timer), HasSubstr("Persistent=true\n"));
+  const auto dates = onCalendarDates(timer);
+  ASSERT_EQ(dates.size(), 52u);
+  if (fs::exists("/usr/bin/systemd-analyze")) {
+    std::vector<std::string> arguments{"calendar"};
+    arguments.insert(arguments.end(), dates.begin(), dates.end());
+    const auto checked = test::runProcess("/usr/bin/systemd-analyze", arguments);
+    EXPECT_EQ(checked.exitStatus, 0) << checked.standardOutput << checked.standardError;
+  }
+  EXPECT_THAT(test::readCallLog(calls), ::testing::Contains("--user enable tidewell-scan-reminder.timer"));
 }
 
 }  // namespace
