@@ -2,26 +2,10 @@
 
 #include <plist/plist.h>
 
-#include <stdexcept>
-
 #include "support/TempDir.h"
 
 namespace tw::test {
 namespace {
-
-constexpr int64_t kSecondsFrom1970To2001 = 978307200;  // property-list dates count from 2001
-
-void writePlist(const std::filesystem::path& file, plist_t plist, PropertyListFormat format) {
-  char* bytes = nullptr;
-  uint32_t length = 0;
-  const bool binary = format == PropertyListFormat::binary;
-  binary ? plist_to_bin(plist, &bytes, &length) : plist_to_xml(plist, &bytes, &length);
-  plist_free(plist);
-  if (bytes == nullptr) throw std::runtime_error("cannot encode property list for " + file.string());
-  const std::string contents(bytes, length);
-  binary ? plist_to_bin_free(bytes) : plist_to_xml_free(bytes);
-  writeFile(file, contents);
-}
 
 void setText(plist_t dictionary, const char* key, const std::optional<std::string>& value) {
   if (value) plist_dict_set_item(dictionary, key, plist_new_string(value->c_str()));
@@ -41,16 +25,21 @@ plist_t uploads(std::vector<const char*> states) {
 
 plist_t distributions(ArchiveDistributions kind) {
   switch (kind) {
-    case ArchiveDistributions::missing: return nullptr;
-    case ArchiveDistributions::notAnArray: return plist_new_string("uploaded");
+    case ArchiveDistributions::missing:
+      return nullptr;
+    case ArchiveDistributions::notAnArray:
+      return plist_new_string("uploaded");
     case ArchiveDistributions::notDictionaries: {
       plist_t list = plist_new_array();
       plist_array_append_item(list, plist_new_string("success"));
       return list;
     }
-    case ArchiveDistributions::empty: return uploads({});
-    case ArchiveDistributions::allFailed: return uploads({"failure", "failed"});
-    case ArchiveDistributions::oneSucceeded: return uploads({"failure", "success"});
+    case ArchiveDistributions::empty:
+      return uploads({});
+    case ArchiveDistributions::allFailed:
+      return uploads({"failure", "failed"});
+    case ArchiveDistributions::oneSucceeded:
+      return uploads({"failure", "success"});
   }
   return nullptr;
 }
@@ -64,6 +53,12 @@ std::vector<std::string> linesStartingWith(const LogCapture& log, const std::str
     if (space != std::string::npos && line.compare(space + 1, prefix.size(), prefix) == 0) found.push_back(line);
   }
   return found;
+}
+
+std::vector<std::string> labelsOf(const std::vector<CleanupEntryPtr>& entries) {
+  std::vector<std::string> labels;
+  for (const auto& entry : entries) labels.push_back(entry->label());
+  return labels;
 }
 
 DeveloperFolderFixture::DeveloperFolderFixture(std::filesystem::path developerFolder)
@@ -93,12 +88,11 @@ std::filesystem::path DeveloperFolderFixture::addArchive(const std::string& date
   const std::filesystem::path archive = root.value_or(xcode() / "Archives") / dateFolder / (archiveName + ".xcarchive");
   writeFileOfSize(archive / "Products" / "Applications" / "App.app" / "App", 8192);
   plist_t plist = plist_new_dict();
-  if (info.nameAsNumber) plist_dict_set_item(plist, "Name", plist_new_uint(42));
-  else setText(plist, "Name", info.name);
-  if (info.creationDate) {
-    plist_dict_set_item(plist, "CreationDate",
-                        plist_new_date(static_cast<int32_t>(*info.creationDate - kSecondsFrom1970To2001), 0));
-  }
+  if (info.nameAsNumber)
+    plist_dict_set_item(plist, "Name", plist_new_uint(42));
+  else
+    setText(plist, "Name", info.name);
+  if (info.creationDate) plist_dict_set_item(plist, "CreationDate", plistDate(*info.creationDate));
   plist_dict_set_item(plist, "ArchiveVersion", plist_new_uint(2));
   if (plist_t list = distributions(info.distributions)) plist_dict_set_item(plist, "Distributions", list);
   if (info.applicationProperties) {
@@ -148,8 +142,11 @@ void DeveloperFolderFixture::populate() {
   std::filesystem::create_directories(xcode() / "DerivedData" / "ModuleCache.noindex");
   writeFileOfSize(xcode() / "DerivedData" / "ModuleCache" / "Swift.pcm", 65536);
 
-  ArchiveInfo seaLion{.name = "Sea Lion", .distributions = ArchiveDistributions::oneSucceeded,
-                      .bundleIdentifier = "com.example.sealion", .shortVersion = "1.2", .bundleVersion = "12"};
+  ArchiveInfo seaLion{.name = "Sea Lion",
+                      .distributions = ArchiveDistributions::oneSucceeded,
+                      .bundleIdentifier = "com.example.sealion",
+                      .shortVersion = "1.2",
+                      .bundleVersion = "12"};
   addArchive("2024-03-01", "Sea Lion 01.03.2024, 10.15", seaLion);
   seaLion.shortVersion = "1.3";
   seaLion.bundleVersion = "14";

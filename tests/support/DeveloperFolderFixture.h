@@ -1,5 +1,4 @@
-// Writers for the layouts Xcode leaves in ~/Library/Developer, one item at a time. Property
-// lists go through libplist in XML or binary form, as Xcode writes both.
+// Writers for the layouts Xcode leaves in ~/Library/Developer, one item at a time, in XML or binary lists.
 #pragma once
 
 #include <cstddef>
@@ -9,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "model/CleanupEntry.h"
+#include "support/FixtureHome.h"
 #include "support/LogCapture.h"
 
 namespace tw::test {
@@ -16,7 +17,10 @@ namespace tw::test {
 // The captured lines whose text after the level mark starts with `prefix` (marks kept).
 std::vector<std::string> linesStartingWith(const LogCapture& log, const std::string& prefix);
 
-enum class PropertyListFormat { xml, binary };
+using PropertyListFormat = PlistFormat;
+
+// The labels of `entries`, in order.
+std::vector<std::string> labelsOf(const std::vector<CleanupEntryPtr>& entries);
 
 // How an archive's "Distributions" key looks.
 enum class ArchiveDistributions { missing, notAnArray, notDictionaries, empty, allFailed, oneSucceeded };

@@ -8,6 +8,7 @@
 
 #include "scan/DevCaches.h"
 #include "support/CatalogueFixture.h"
+#include "support/DeveloperFolderFixture.h"
 #include "support/TempDir.h"
 #include "support/Unprivileged.h"
 
@@ -17,16 +18,11 @@ namespace {
 namespace fs = std::filesystem;
 using DevCaches::expandPattern;
 using test::CatalogueFixture;
+using test::labelsOf;
 using Paths = std::vector<fs::path>;
 using Labels = std::vector<std::string>;
 
 constexpr size_t kMiB = 1'048'576;
-
-Labels labelsOf(const std::vector<CleanupEntryPtr>& entries) {
-  Labels labels;
-  for (const auto& entry : entries) labels.push_back(entry->label());
-  return labels;
-}
 
 class ExpandPattern : public ::testing::Test {
  protected:
