@@ -4,13 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "clean/DeletionEngine.h"
 #include "fs/DirectorySize.h"
 #include "fs/Shell.h"
 #include "model/SimulatorRuntimeFileEntry.h"
 #include "platform/Host.h"
-#include "clean/DeletionEngine.h"
 #include "scan/DevFiles.h"
 #include "scan/SimulatorScanners.h"
+#include "support/DeveloperFolderFixture.h"
 #include "support/StandInEnvironment.h"
 #include "support/StandInTools.h"
 #include "support/TempDir.h"
@@ -64,7 +65,8 @@ TEST_F(SimulatorRuntimes, ListOutputVariants) {
       // Values nested inside a record are no fields, however deep.
       {R"({"A": {"version": ["17"], "path": {"p": "/x"}, "more": {"deletable": false, "sizeBytes": 1}, "deep": )" +
            std::string(100'000, '[') + std::string(100'000, ']') + "}}",
-       {"A | A  |  | - |"}, false},
+       {"A | A  |  | - |"},
+       false},
       {" { } \n", {}, false},
       // The tool's order, whatever the sizes. A record without "runtimeIdentifier" uses its
       // key; wrong types count as missing; sizes are signed 64-bit integers, fractions cut off.
@@ -155,9 +157,7 @@ struct RecordingDeleteDelegate : DevFilesDeleteDelegate {
 };
 
 TEST_F(SimulatorRuntimes, DeletingSelectedRuntimesRunsOneSimctlDeletePerUnit) {
-  const auto developer = root / "home/Library/Developer";
-  std::filesystem::create_directories(developer / "Xcode");
-  std::filesystem::create_directories(developer / "CoreSimulator");
+  const test::DeveloperFolderFixture developer{root / "home/Library/Developer"};
   std::filesystem::create_directories(root / "Library/Developer/CoreSimulator/Volumes/iOS_21E213");
   test::writeStandInXcrun(root.path(), callLog, {.listOutput = R"({
     "WITH-PATH": {"runtimeIdentifier": "com.apple.CoreSimulator.SimRuntime.iOS-17-4", "version": "17.4",
@@ -167,7 +167,7 @@ TEST_F(SimulatorRuntimes, DeletingSelectedRuntimesRunsOneSimctlDeletePerUnit) {
     "NOT-TICKED": {"sizeBytes": 500}
   })"});
 
-  auto devFiles = DevFiles::create(developer, std::nullopt, std::nullopt).value_or(nullptr);
+  auto devFiles = DevFiles::create(developer.developerFolder(), std::nullopt, std::nullopt).value_or(nullptr);
   devFiles->scan({DevFiles::Location::simulatorRuntimes});
   const auto& location = devFiles->entry(DevFiles::Location::simulatorRuntimes);
   ASSERT_EQ(location->items().size(), 3u);

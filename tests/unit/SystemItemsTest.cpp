@@ -90,10 +90,8 @@ TEST_F(SystemItemsScan, SnapshotsListedByTmutilFormOneGroup) {
   EXPECT_EQ(test::readFile(tmutilCalls), "listlocalsnapshots|/|");
   ASSERT_EQ(labelsOf(group->items()),
             (std::vector<std::string>{"Snapshot 2024-03-04-094100", "Snapshot 2024-03-05-101500"}));
-  for (const auto& item : group->items()) {
-    EXPECT_TRUE(dynamic_cast<TimeMachineSnapshotFileEntry*>(item.get()));
-    EXPECT_TRUE(item->size().isUnknown());
-  }
+  for (const auto& item : group->items())
+    EXPECT_TRUE(dynamic_cast<TimeMachineSnapshotFileEntry*>(item.get()) && item->size().isUnknown());
 }
 
 TEST_F(SystemItemsScan, TrashIsShownFromOneMebibyteWithItsVisibleTopLevelItems) {
