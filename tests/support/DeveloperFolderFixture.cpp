@@ -25,21 +25,16 @@ plist_t uploads(std::vector<const char*> states) {
 
 plist_t distributions(ArchiveDistributions kind) {
   switch (kind) {
-    case ArchiveDistributions::missing:
-      return nullptr;
-    case ArchiveDistributions::notAnArray:
-      return plist_new_string("uploaded");
+    case ArchiveDistributions::missing: return nullptr;
+    case ArchiveDistributions::notAnArray: return plist_new_string("uploaded");
     case ArchiveDistributions::notDictionaries: {
       plist_t list = plist_new_array();
       plist_array_append_item(list, plist_new_string("success"));
       return list;
     }
-    case ArchiveDistributions::empty:
-      return uploads({});
-    case ArchiveDistributions::allFailed:
-      return uploads({"failure", "failed"});
-    case ArchiveDistributions::oneSucceeded:
-      return uploads({"failure", "success"});
+    case ArchiveDistributions::empty: return uploads({});
+    case ArchiveDistributions::allFailed: return uploads({"failure", "failed"});
+    case ArchiveDistributions::oneSucceeded: return uploads({"failure", "success"});
   }
   return nullptr;
 }
@@ -88,10 +83,8 @@ std::filesystem::path DeveloperFolderFixture::addArchive(const std::string& date
   const std::filesystem::path archive = root.value_or(xcode() / "Archives") / dateFolder / (archiveName + ".xcarchive");
   writeFileOfSize(archive / "Products" / "Applications" / "App.app" / "App", 8192);
   plist_t plist = plist_new_dict();
-  if (info.nameAsNumber)
-    plist_dict_set_item(plist, "Name", plist_new_uint(42));
-  else
-    setText(plist, "Name", info.name);
+  if (info.nameAsNumber) plist_dict_set_item(plist, "Name", plist_new_uint(42));
+  else setText(plist, "Name", info.name);
   if (info.creationDate) plist_dict_set_item(plist, "CreationDate", plistDate(*info.creationDate));
   plist_dict_set_item(plist, "ArchiveVersion", plist_new_uint(2));
   if (plist_t list = distributions(info.distributions)) plist_dict_set_item(plist, "Distributions", list);
@@ -142,11 +135,8 @@ void DeveloperFolderFixture::populate() {
   std::filesystem::create_directories(xcode() / "DerivedData" / "ModuleCache.noindex");
   writeFileOfSize(xcode() / "DerivedData" / "ModuleCache" / "Swift.pcm", 65536);
 
-  ArchiveInfo seaLion{.name = "Sea Lion",
-                      .distributions = ArchiveDistributions::oneSucceeded,
-                      .bundleIdentifier = "com.example.sealion",
-                      .shortVersion = "1.2",
-                      .bundleVersion = "12"};
+  ArchiveInfo seaLion{.name = "Sea Lion", .distributions = ArchiveDistributions::oneSucceeded,
+                      .bundleIdentifier = "com.example.sealion", .shortVersion = "1.2", .bundleVersion = "12"};
   addArchive("2024-03-01", "Sea Lion 01.03.2024, 10.15", seaLion);
   seaLion.shortVersion = "1.3";
   seaLion.bundleVersion = "14";

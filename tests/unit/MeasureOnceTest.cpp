@@ -32,7 +32,7 @@ class FullScan : public ::testing::Test {
  protected:
   test::TempDir temp;
   test::FixtureHome home = test::FixtureHome::write(temp / "home");
-  bool rootMade = fs::create_directories(temp / "root");
+  bool rootMade = fs::create_directories(temp / "root");  // before the host points at it
   ScopedHost host{Host{
       .home = home.root, .root = temp / "root", .temporaryDirectory = temp.path(), .configDirectory = temp / "config"}};
   std::shared_ptr<DevFiles> devFiles = devFilesFor(home.root);

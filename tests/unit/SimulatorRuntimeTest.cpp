@@ -4,11 +4,11 @@
 #include <string>
 #include <vector>
 
-#include "clean/DeletionEngine.h"
 #include "fs/DirectorySize.h"
 #include "fs/Shell.h"
 #include "model/SimulatorRuntimeFileEntry.h"
 #include "platform/Host.h"
+#include "clean/DeletionEngine.h"
 #include "scan/DevFiles.h"
 #include "scan/SimulatorScanners.h"
 #include "support/DeveloperFolderFixture.h"
@@ -65,8 +65,7 @@ TEST_F(SimulatorRuntimes, ListOutputVariants) {
       // Values nested inside a record are no fields, however deep.
       {R"({"A": {"version": ["17"], "path": {"p": "/x"}, "more": {"deletable": false, "sizeBytes": 1}, "deep": )" +
            std::string(100'000, '[') + std::string(100'000, ']') + "}}",
-       {"A | A  |  | - |"},
-       false},
+       {"A | A  |  | - |"}, false},
       {" { } \n", {}, false},
       // The tool's order, whatever the sizes. A record without "runtimeIdentifier" uses its
       // key; wrong types count as missing; sizes are signed 64-bit integers, fractions cut off.

@@ -77,13 +77,12 @@ TEST_F(SimulatorScan, WithoutAReadableVolumeNoDeviceIsUnavailableButClonesAndCac
   {
     LogCapture log;
     EXPECT_TRUE(simulators::unavailableSimulators(developer).empty());
-    EXPECT_EQ(
-        log.lines(),
-        (std::vector<std::string>{
-            "\u26A0\uFE0F DevFiles: Cannot list CoreSimulator Volumes (path: " + volumes.string() + ")",
-            "\u2755 DevFiles: Found 0 installed simulator runtime(s)",
-            "\u26A0\uFE0F \u26A0\uFE0F DevFiles: Cannot read CoreSimulator Volumes \u2013 skipping simulator scan",
-        }));
+    EXPECT_EQ(log.lines(),
+              (std::vector<std::string>{
+                  "\u26A0\uFE0F DevFiles: Cannot list CoreSimulator Volumes (path: " + volumes.string() + ")",
+                  "\u2755 DevFiles: Found 0 installed simulator runtime(s)",
+                  "\u26A0\uFE0F \u26A0\uFE0F DevFiles: Cannot read CoreSimulator Volumes \u2013 skipping simulator scan",
+              }));
   }
   std::filesystem::create_directories(volumes / "Empty");  // volumes without any runtime
   EXPECT_TRUE(simulators::unavailableSimulators(developer).empty());
@@ -119,9 +118,8 @@ TEST_F(SimulatorScan, UnavailableDevicesAreThoseWhoseRuntimeIsGone) {
   writeDevice(devices, "0002", {.name = "iPhone 14", .runtime = kIOS16});
   writeDevice(devices, "0004", {.name = "iPad mini", .runtime = kIOS16, .binary = true});
   writeDevice(devices, "0005", {.name = "Deleted iPhone", .runtime = kIOS16, .isDeleted = true});
-  writeDevice(
-      devices, "0006",
-      {.name = "Apple Vision Pro", .runtime = "com.apple.CoreSimulator.SimRuntime.xrOS-1-2", .isDeleted = false});
+  writeDevice(devices, "0006",
+              {.name = "Apple Vision Pro", .runtime = "com.apple.CoreSimulator.SimRuntime.xrOS-1-2", .isDeleted = false});
   writeDevice(devices, "0008", {.runtime = kIOS16});     // no name
   writeDevice(devices, "0009", {.name = "No runtime"});  // no runtime
   writeFile(developer / devices / "0011/device.plist", "bplist00 truncated");
@@ -162,8 +160,7 @@ TEST_F(SimulatorScan, DyldCachesAreListedInFinderOrder) {
   ASSERT_EQ(result.size(), 1u);
   std::vector<std::filesystem::path> paths;
   for (const auto& item : result[0]->items()) paths.insert(paths.end(), item->paths().begin(), item->paths().end());
-  EXPECT_EQ(paths,
-            (std::vector<std::filesystem::path>{dyld / "A-cache", dyld / "b-cache", dyld / "iOS 9", dyld / "iOS 10"}));
+  EXPECT_EQ(paths, (std::vector<std::filesystem::path>{dyld / "A-cache", dyld / "b-cache", dyld / "iOS 9", dyld / "iOS 10"}));
 }
 
 }  // namespace

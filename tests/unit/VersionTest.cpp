@@ -15,17 +15,10 @@ std::optional<std::string> printed(const std::optional<Version>& version) {
 
 TEST(Version, ParsesTwoAndThreePartsAndPrintsThemBack) {
   const std::vector<std::pair<std::string, std::optional<std::string>>> cases = {
-      {"15.2.0", "15.2.0"},
-      {".1..2.", "1.2"} /* empty pieces are dropped */,
-      {"007.08", "7.8"},
-      {"18446744073709551615.1", "18446744073709551615.1"},
-      {"18446744073709551616.1", std::nullopt},
-      {"15", std::nullopt},
-      {"1.2.3.4", std::nullopt},
-      {"1.2.3..4", std::nullopt},
-      {" 15.2", std::nullopt} /* nothing is trimmed */,
-      {"-1.2", std::nullopt},
-      {"１.２", std::nullopt},
+      {"15.2.0", "15.2.0"}, {".1..2.", "1.2"} /* empty pieces are dropped */, {"007.08", "7.8"},
+      {"18446744073709551615.1", "18446744073709551615.1"}, {"18446744073709551616.1", std::nullopt},
+      {"15", std::nullopt}, {"1.2.3.4", std::nullopt}, {"1.2.3..4", std::nullopt},
+      {" 15.2", std::nullopt} /* nothing is trimmed */, {"-1.2", std::nullopt}, {"１.２", std::nullopt},
   };
   for (const auto& [text, expected] : cases) EXPECT_EQ(printed(Version::fromString(text)), expected) << text;
 }
