@@ -63,9 +63,7 @@ class DeveloperFolderFixture {
   // A file in "Xcode/iOS Device Logs".
   std::filesystem::path addDeviceLog(const std::string& fileName, size_t bytes = 4096);
 
-  // One of everything: two projects, one without info.plist and a module cache in DerivedData;
-  // archives of two projects; device support with and without architectures and devices; two
-  // documentation caches, user data, device logs of two versions and old documentation sets.
+  // One of everything in every Xcode location, plus old documentation sets.
   void populate();
 
  private:
