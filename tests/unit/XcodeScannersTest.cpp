@@ -145,26 +145,22 @@ TEST_F(XcodeScanners, ArchivesReadEverySubmissionStateFromXmlAndBinaryLists) {
 }
 
 TEST_F(XcodeScanners, ArchivesWithIncompleteOrCorruptInfoAreSkippedWithTheirOwnLine) {
-  const std::string warning = "\u26A0\uFE0F ", notice = "\u2755 ";
+  const std::string warning = "\u26A0\uFE0F DevFiles: Cannot get ";
   struct Case {
     std::string name;
     void (*change)(ArchiveInfo&);
     std::string line;
   };
   const std::vector<Case> cases{
-      {"NoName", [](ArchiveInfo& a) { a.name.reset(); }, warning + "DevFiles: Cannot get project name from archive: "},
-      {"NumberName", [](ArchiveInfo& a) { a.nameAsNumber = true; },
-       warning + "DevFiles: Cannot get project name from archive: "},
-      {"NoDate", [](ArchiveInfo& a) { a.creationDate.reset(); },
-       warning + "DevFiles: Cannot get archive date from archive: "},
+      {"NoName", [](ArchiveInfo& a) { a.name.reset(); }, warning + "project name from archive: "},
+      {"NumberName", [](ArchiveInfo& a) { a.nameAsNumber = true; }, warning + "project name from archive: "},
+      {"NoDate", [](ArchiveInfo& a) { a.creationDate.reset(); }, warning + "archive date from archive: "},
       {"NoProperties", [](ArchiveInfo& a) { a.applicationProperties = false; },
-       warning + "DevFiles: Cannot get 'ApplicationProperties' from archive Info.plist file: "},
-      {"NoBundle", [](ArchiveInfo& a) { a.bundleIdentifier.reset(); },
-       warning + "DevFiles: Cannot get bundle name from archive: "},
+       warning + "'ApplicationProperties' from archive Info.plist file: "},
+      {"NoBundle", [](ArchiveInfo& a) { a.bundleIdentifier.reset(); }, warning + "bundle name from archive: "},
       {"NoVersion", [](ArchiveInfo& a) { a.shortVersion.reset(); },
-       notice + "DevFiles: Cannot get bundle version from archive: "},
-      {"NoBuild", [](ArchiveInfo& a) { a.bundleVersion.reset(); },
-       warning + "DevFiles: Cannot get bundle build from archive: "},
+       "\u2755 DevFiles: Cannot get bundle version from archive: "},
+      {"NoBuild", [](ArchiveInfo& a) { a.bundleVersion.reset(); }, warning + "bundle build from archive: "},
   };
   std::vector<fs::path> paths;
   for (const auto& broken : cases) {
