@@ -68,55 +68,46 @@ class ScanRemindersTest : public ::testing::Test {
   ScanReminders reminders{center, "dev.tidewell.Tidewell", [this] { return now; }};
 };
 
-TEST_F(ScanRemindersTest, SeriesStepsFromThePreviousReminderInTheLocalCalendar) {
+TEST_F(ScanRemindersTest, SeriesStepsFromThePreviousReminderInTheLocalCalendarAndFollowsTheAuthorisation) {
+  using Day = std::array<int, 3>;
   struct Case {
     Period period;
     DateComponents start;
-    std::vector<DateComponents> first;
-    DateComponents last;
+    std::vector<Day> first;
+    Day last;
   };
   const Case cases[] = {
-      // Weekly across the summer-time change keeps 10:15:30.
+      // Weekly across the summer-time change (29 March) keeps the time of day.
       {Period::everyWeek,
        {2026, 3, 2, 10, 15, 30},
-       {{2026, 3, 9, 10, 15, 30}, {2026, 3, 16, 10, 15, 30}, {2026, 3, 23, 10, 15, 30}, {2026, 3, 30, 10, 15, 30}},
-       {2027, 3, 1, 10, 15, 30}},
-      {Period::every2weeks, {2026, 3, 2, 8, 0, 0}, {{2026, 3, 16, 8, 0, 0}}, {2028, 2, 28, 8, 0, 0}},
+       {{2026, 3, 9}, {2026, 3, 16}, {2026, 3, 23}, {2026, 3, 30}},
+       {2027, 3, 1}},
+      {Period::every2weeks, {2026, 3, 2, 8, 0, 0}, {{2026, 3, 16}}, {2028, 2, 28}},
       // From 31 January: end of February, then the 28th (the 29th until the next short February).
-      {Period::everyMonth,
-       {2027, 1, 31, 9, 0, 0},
-       {{2027, 2, 28, 9, 0, 0}, {2027, 3, 28, 9, 0, 0}, {2027, 4, 28, 9, 0, 0}},
-       {2031, 5, 28, 9, 0, 0}},
-      {Period::everyMonth,
-       {2028, 1, 31, 23, 59, 59},
-       {{2028, 2, 29, 23, 59, 59}, {2028, 3, 29, 23, 59, 59}},
-       {2032, 5, 28, 23, 59, 59}},
-      {Period::every2Months,
-       {2026, 12, 31, 7, 30, 0},
-       {{2027, 2, 28, 7, 30, 0}, {2027, 4, 28, 7, 30, 0}},
-       {2035, 8, 28, 7, 30, 0}},
+      {Period::everyMonth, {2027, 1, 31, 9, 0, 0}, {{2027, 2, 28}, {2027, 3, 28}, {2027, 4, 28}}, {2031, 5, 28}},
+      {Period::everyMonth, {2028, 1, 31, 23, 59, 59}, {{2028, 2, 29}, {2028, 3, 29}}, {2032, 5, 28}},
+      {Period::every2Months, {2026, 12, 31, 7, 30, 0}, {{2027, 2, 28}, {2027, 4, 28}}, {2035, 8, 28}},
   };
   for (const auto& c : cases) {
     now = *dateFromComponents(c.start);
     auto dates = reminders.reminderDates(c.period, 52);
     ASSERT_EQ(dates.size(), 52u);
-    for (size_t i = 0; i < c.first.size(); ++i) EXPECT_EQ(dateComponents(dates[i]), c.first[i]) << i;
-    EXPECT_EQ(dateComponents(dates.back()), c.last);
-    if (c.period == Period::everyWeek) {
-      for (auto date : dates) EXPECT_EQ(dateComponents(date).hour, 10);
-    }
+    auto at = [&](Day day) {
+      return DateComponents{day[0], day[1], day[2], c.start.hour, c.start.minute, c.start.second};
+    };
+    for (size_t i = 0; i < c.first.size(); ++i) EXPECT_EQ(dateComponents(dates[i]), at(c.first[i])) << i;
+    EXPECT_EQ(dateComponents(dates.back()), at(c.last));
+    for (auto date : dates) EXPECT_EQ(dateComponents(date).hour, c.start.hour);
   }
   EXPECT_TRUE(reminders.reminderDates(Period::everyWeek, 0).empty());
-}
 
-TEST_F(ScanRemindersTest, SchedulingFollowsTheAuthorisation) {
   using enum AuthorizationStatus;
-  const std::tuple<AuthorizationStatus, bool, size_t, int> cases[] = {{authorized, false, 52, 0},
-                                                                      {provisional, false, 52, 0},
-                                                                      {notDetermined, true, 52, 1},
-                                                                      {notDetermined, false, 0, 1},
-                                                                      {denied, true, 0, 0}};
-  for (const auto& [status, grant, scheduled, asked] : cases) {
+  const std::tuple<AuthorizationStatus, bool, size_t, int> authorisations[] = {{authorized, false, 52, 0},
+                                                                               {provisional, false, 52, 0},
+                                                                               {notDetermined, true, 52, 1},
+                                                                               {notDetermined, false, 0, 1},
+                                                                               {denied, true, 0, 0}};
+  for (const auto& [status, grant, scheduled, asked] : authorisations) {
     center->pending.clear();
     center->authorizationRequests = 0;
     center->grantOnRequest = grant;

@@ -2,7 +2,6 @@
 // sheet's command and the application menu's fixed places.
 #include <gtest/gtest.h>
 
-#include <QAction>
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QMenu>
@@ -59,9 +58,9 @@ TEST_F(CleaningSheetTest, NotificationsDriveTheStatesAndTheCloseComesAfterFinish
     EXPECT_EQ(sheet->progressValue(), step.progress) << step.text.toStdString();
   }
   ASSERT_EQ(alerts.shown.size(), 1u);
-  EXPECT_EQ(alerts.shown[0].message, "Failed to delete item");
-  EXPECT_EQ(alerts.shown[0].informativeText, "Following file couldn't be removed:\nOld Logs: -\n\n\nPermission denied");
-  EXPECT_EQ(alerts.shown[0].firstButton, "OK");
+  EXPECT_EQ(QStringList({alerts.shown[0].message, alerts.shown[0].informativeText, alerts.shown[0].firstButton}),
+            QStringList({"Failed to delete item",
+                         "Following file couldn't be removed:\nOld Logs: -\n\n\nPermission denied", "OK"}));
 
   QSignalSpy rescan(sheet.get(), &CleaningSheet::rescanRequested);
   CleaningSheet* raw = sheet.release();  // deletes itself once closed
@@ -92,13 +91,11 @@ TEST_F(CleaningSheetTest, StopClosesAtOnceCancelsAndRescansOnlyAfterTheEngineFin
   auto devFiles = DevFiles::create(folder.developerFolder(), std::nullopt, std::nullopt);
   ASSERT_TRUE(devFiles.has_value());
   auto relay = std::make_shared<CleaningRelay>(sheet.get());
-  std::thread engine([&] { relay->deleteFinished(**devFiles); });
-  engine.join();
-  CleaningSheet* raw = sheet.release();
+  std::thread([&] { relay->deleteFinished(**devFiles); }).join();
+  sheet.release();  // deletes itself once closed
   ASSERT_TRUE(rescan.wait(2000));
   EXPECT_EQ(rescan.count(), 1);
   EXPECT_EQ(sound.plays, 1);
-  (void)raw;
 }
 
 TEST(InstallSheet, ShowsTheLinkCommandAndCopiesItWithoutThePrompt) {
@@ -127,9 +124,8 @@ TEST(AppDelegate, TheApplicationMenuHoldsTheUpdateItemAtIndexOneAndItsSeparatorA
   EXPECT_EQ(delegate.preferencesAction()->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Comma));
   for (QAction* action : {delegate.sendFeedbackAction(), delegate.reportIssueAction(), delegate.preferencesAction(),
                           delegate.installCommandLineToolAction(), delegate.showLogFilesAction(),
-                          delegate.onlineHelpAction(), delegate.quitAction()}) {
-    EXPECT_TRUE(menu->actions().contains(action)) << action->text().toStdString();
-  }
+                          delegate.onlineHelpAction(), delegate.quitAction()})
+    EXPECT_TRUE(actions.contains(action)) << action->text().toStdString();
   EXPECT_EQ(delegate.quitAction()->shortcut(), QKeySequence(QKeySequence::Quit));
 }
 
