@@ -24,8 +24,6 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-bool waitUntil(const std::function<bool()>& done) { return QTest::qWaitFor(done, 5000); }
-
 class ReminderDeliveryTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -47,14 +45,13 @@ class ReminderDeliveryTest : public ::testing::Test {
     server.waitForFinished();
   }
 
-  std::shared_ptr<UserTimerNotificationCenter> center() {
-    return std::static_pointer_cast<UserTimerNotificationCenter>(
-        makeDesktopNotificationCenter(host, macos / "tidewell-remind", [] { return true; }));
+  std::shared_ptr<NotificationCenter> center() {
+    return makeDesktopNotificationCenter(host, macos / "tidewell-remind", [] { return true; });
   }
 
   void startServer(const QString& answer) {
     server.start(TIDEWELL_NOTIFICATION_SERVER, {QString::fromStdString(record.string()), answer});
-    ASSERT_TRUE(waitUntil([] { return ui::notificationServerPresent(); })) << "the stand-in server did not start";
+    ASSERT_TRUE(QTest::qWaitFor([] { return ui::notificationServerPresent(); })) << "the stand-in server did not start";
   }
 
   test::ProcessResult deliver() {
@@ -92,7 +89,7 @@ TEST_F(ReminderDeliveryTest, DueReminderIsPostedAndScanStartsTheWindow) {
             (QVariantList{"dev.tidewell.Tidewell.scanReminder.scan", "Scan",
                           "dev.tidewell.Tidewell.scanReminder.dismiss", "Close"}));
 
-  EXPECT_TRUE(waitUntil([&] { return fs::exists(root / "window-started"); }));
+  EXPECT_TRUE(QTest::qWaitFor([&] { return fs::exists(root / "window-started"); }));
   EXPECT_EQ(test::readFile(root / "window-started"), "window marker=[]\n");
   EXPECT_EQ(center()->pendingRequests().size(), 51u);
 }

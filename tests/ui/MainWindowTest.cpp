@@ -66,7 +66,7 @@ TEST_F(MainWindowTest, AScanFillsTheOutlineAndTheSummaryFollowsTheTicks) {
   EXPECT_EQ(window->windowTitle(), "Tidewell - " + total + " available to clean");
   EXPECT_EQ(window->totalText(), "Total: " + total);
   EXPECT_FALSE(window->warningVisible());
-  EXPECT_TRUE(alerts.panels.empty()) << "an accessible developer folder needs no panel";
+  EXPECT_EQ(alerts.panels, 0) << "an accessible developer folder needs no panel";
   // The fixture's older device logs start ticked.
   EXPECT_EQ(window->selectedText(), "Selected: " + formatted(devFiles->selectedSize()));
   EXPECT_TRUE(window->cleanButtonEnabled());
