@@ -333,7 +333,6 @@ TEST_F(PreferencesWindowTest, ControlsShowTheStoredSettings) {
 }
 
 TEST_F(PreferencesWindowTest, EveryChangeIsStoredAtOnceAndMovesTheReminders) {
-  now = std::chrono::system_clock::now();
   preferences.setNotificationsEnabled(false);
   auto window = openWindow();
   observer->keys.clear();

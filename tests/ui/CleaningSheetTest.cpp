@@ -107,10 +107,7 @@ TEST(InstallSheet, ShowsTheLinkCommandAndCopiesItWithoutThePrompt) {
   EXPECT_EQ(QGuiApplication::clipboard()->text(), command);
 }
 
-TEST(AppDelegate, TheApplicationMenuHoldsTheUpdateItemAtIndexOneAndItsSeparatorAtTwo) {
-  test::TestMachine machine;
-  test::ScriptedAlerts alerts;
-  test::CountingSound sound;
+TEST_F(CleaningSheetTest, TheApplicationMenuHoldsTheUpdateItemAtIndexOneAndItsSeparatorAtTwo) {
   MainWindow window(alerts, sound);
   AppDelegate delegate(window);
   QMenu* menu = delegate.applicationMenu();
