@@ -303,7 +303,7 @@ class PreferencesWindowTest : public ScanRemindersTest {
   std::shared_ptr<RecordingObserver> observer = std::make_shared<RecordingObserver>();
 };
 
-TEST_F(PreferencesWindowTest, ControlsShowTheStoredSettings) {
+TEST_F(PreferencesWindowTest, ControlsShowTheStoredSettingsAndStoreEveryChangeAtOnce) {
   auto window = openWindow();
   auto* periods = window->notificationsPeriodPopUpButton();
   EXPECT_TRUE(window->notificationsEnabledButton()->isChecked());
@@ -326,15 +326,15 @@ TEST_F(PreferencesWindowTest, ControlsShowTheStoredSettings) {
 
   preferences.setNotificationsEnabled(false);
   preferences.setDryRunEnabled(true);
-  auto reopened = openWindow();
-  EXPECT_FALSE(reopened->notificationsEnabledButton()->isChecked());
-  EXPECT_FALSE(reopened->notificationsPeriodPopUpButton()->isEnabled());
-  EXPECT_TRUE(reopened->dryRunEnabledButton()->isChecked());
-}
+  window = openWindow();
+  EXPECT_FALSE(window->notificationsEnabledButton()->isChecked());
+  EXPECT_FALSE(window->notificationsPeriodPopUpButton()->isEnabled());
+  EXPECT_TRUE(window->dryRunEnabledButton()->isChecked());
 
-TEST_F(PreferencesWindowTest, EveryChangeIsStoredAtOnceAndMovesTheReminders) {
-  preferences.setNotificationsEnabled(false);
-  auto window = openWindow();
+  // Every change is stored at once and moves the reminders.
+  preferences.setDryRunEnabled(false);
+  preferences.setNotificationsPeriod(Period::everyMonth);
+  window = openWindow();
   observer->keys.clear();
   QTest::mouseClick(window->notificationsEnabledButton(), Qt::LeftButton);
   EXPECT_TRUE(preferences.notificationsEnabled());

@@ -221,12 +221,8 @@ TEST_F(UpdateControllerTest, AutomaticChecksOnlyAfterConsentAskedOnTheSecondStar
 }
 
 TEST(UpdateAnnouncement, OffersTheDownloadAndALiveReleaseNotesLink) {
-  AppcastItem item{"Tidewell 1.1",
-                   "110",
-                   "1.1.0",
-                   "https://tidewell.dev/notes/1.1.html?a=1&b=2",
-                   "https://tidewell.dev/download",
-                   ""};
+  const AppcastItem item{"Tidewell 1.1", "110", "1.1.0", "https://tidewell.dev/notes/1.1.html?a=1&b=2",
+                         "https://tidewell.dev/download"};
   auto box = ui::MessageBoxUpdateDialogs::updateAvailableBox(item, "1.0.0", nullptr);
   EXPECT_EQ(box->defaultButton()->objectName(), "download");
   QLabel* notes = nullptr;
