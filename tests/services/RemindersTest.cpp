@@ -203,8 +203,9 @@ class UserTimerCenterTest : public ::testing::Test {
   ScopedHost scopedHost{host};
   fs::path calls = root / "systemctl-calls";
   const std::string helper = "/opt/My Apps/Tidewell.app/Contents/MacOS/tidewell-remind";
+  bool serverPresent = true;
   std::shared_ptr<UserTimerNotificationCenter> center = std::static_pointer_cast<UserTimerNotificationCenter>(
-      makeDesktopNotificationCenter(host, helper, [] { return true; }));
+      makeDesktopNotificationCenter(host, helper, [this] { return serverPresent; }));
   ScanReminders reminders{center, "dev.tidewell.Tidewell"};
   NotificationRequest other{"org.example.Other.0", {"Other", "Body", false, ""}, TimeIntervalTrigger{86400, false}};
 };
@@ -262,6 +263,16 @@ TEST_F(UserTimerCenterTest, WithoutUserSystemdTheLogSaysSoAndLoginChecksTheDates
   EXPECT_NE(test::readFile(center->autostartPath()).find("Exec=\"" + helper + "\" --deliver"), std::string::npos);
   reminders.applySettings(false, Period::everyWeek);
   EXPECT_FALSE(fs::exists(center->autostartPath()));
+}
+
+TEST_F(UserTimerCenterTest, WithoutNotificationServerNothingIsScheduledAndItIsAskedAgain) {
+  serverPresent = false;
+  EXPECT_EQ(center->authorizationStatus(), AuthorizationStatus::notDetermined);
+  reminders.applySettings(true, Period::everyWeek);
+  EXPECT_TRUE(center->pendingRequests().empty());
+  serverPresent = true;
+  reminders.applySettings(true, Period::everyWeek);
+  EXPECT_EQ(center->pendingRequests().size(), 52u);
 }
 
 TEST_F(UserTimerCenterTest, DueRequestsAreTakenOnceAndAnUnreadableStoreIsSetAside) {
