@@ -58,6 +58,8 @@ TEST_F(ProjectBuildsScannerTest, RulesPickCacheFoldersAndNeverEnterThem) {
   project("cordova2/config.xml", {"www", "platforms"});
   project("rails/Gemfile", {"vendor/bundle/ruby", "vendor/target"});
   project("rails/vendor/Cargo.toml");  // "vendor" is not entered once vendor/bundle is a cache path
+  project("plain/Cargo.toml");
+  test::writeFile(home_ / "plain/target", "a file, not a build folder");
 
   auto found = ProjectBuildsScanner::findFolders({});
   EXPECT_THAT(relative(found, Kind::nodeModules), ElementsAre("site/node_modules"));
