@@ -1,5 +1,4 @@
-// Stand-ins for the window's part of a folder grant (the open panel and the alerts) and a
-// capture of the main log, for tests of folder access.
+// Stand-ins for the window's part of a folder grant: the open panel and the alerts.
 #pragma once
 
 #include <deque>

@@ -1,5 +1,4 @@
-// Running a piece of a test in a child process (as an ordinary user, or with a mount namespace
-// or descriptor limit that dies with the child), and the trees the removal and race tests share.
+// Test bodies run in a child process (unprivileged, or with a mount or limit that dies with it), and race helpers.
 #pragma once
 
 #include <sys/resource.h>
@@ -14,18 +13,14 @@
 
 namespace tw::test {
 
-// Runs `body`, which returns its failures as text (empty when all is well), in a forked child
-// and returns that text; an exception becomes text and an abnormal end is added to it.
+// Runs `body` in a forked child; its failures as text (an exception or an abnormal end included).
 std::string runInChild(const std::function<std::string()>& body);
 
-// Runs `body` with no special privileges: root's child gives up root (as "nobody") after
-// `workFolder` is handed to it; an ordinary user runs it in place. Nothing when no unprivileged
-// user can be had (the test should then skip).
+// Runs `body` as an ordinary user (root's child becomes "nobody" owning `workFolder`); nothing: skip.
 std::optional<std::string> runUnprivileged(const std::filesystem::path& workFolder,
                                            const std::function<std::string()>& body);
 
-// Hands a whole tree to the unprivileged user (as root; without root it changes nothing), for
-// bodies that must also write below the work folder. False when that is not possible.
+// Hands a whole tree to the unprivileged user (as root); false when that is not possible.
 bool handOverTree(const std::filesystem::path& folder);
 
 // What `body` throws, as text; empty when it throws nothing.

@@ -1,10 +1,6 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
-#include <filesystem>
-#include <string>
-#include <vector>
-
 #include "platform/Bookmark.h"
 #include "platform/Error.h"
 #include "support/TempDir.h"

@@ -20,8 +20,7 @@ namespace {
 
 using namespace test;
 
-// An independent total: the standard library's own walk, symbolic links not followed, each
-// multiply-linked file once per identity.
+// An independent total: the standard library's walk, links not followed, each hard-linked file once.
 int64_t oracleTotal(const std::vector<fs::path>& folders) {
   std::set<std::pair<dev_t, ino_t>> seen;
   int64_t total = 0;
@@ -36,8 +35,7 @@ int64_t oracleTotal(const std::vector<fs::path>& folders) {
   return total;
 }
 
-// A wide tree of odd names and sizes, with empty folders, a bundle, hard links within and
-// across folders and to a file outside, symbolic links to a big outside folder, and a pipe.
+// Odd names, empty folders, a bundle, hard links in and out, links to big outside files, a pipe.
 TEST(DirectorySizeTest, VariedTreeMatchesAnIndependentTotalInBothWalks) {
   TempDir temp;
   const fs::path root = temp / "tree", outside = temp / "outside";
@@ -174,8 +172,7 @@ TEST(DirectorySizeTest, AnUnreadableFolderAnywhereFailsTheWholeMeasurement) {
   EXPECT_EQ(*failures, "");
 }
 
-// A deep tree that branches at every level keeps a descriptor per level with pending subfolders;
-// under a small descriptor limit the walk must let them go and find its way back by name.
+// A deep tree branching at every level, under a low descriptor limit: the walk reopens folders by name.
 TEST(DirectorySizeTest, ADeepBranchingTreeIsMeasuredUnderALowDescriptorLimit) {
   TempDir temp;
   fs::path folder = temp / "deep";

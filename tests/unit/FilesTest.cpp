@@ -1,10 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include "app/Preferences.h"
 #include "fs/Files.h"
 #include "platform/Bookmark.h"
@@ -61,8 +56,7 @@ TEST_F(FilesTest, CustomFolderGrantsExistOnlyWhenTheFolderIsSet) {
   EXPECT_TRUE(ui_.panels.empty());
 }
 
-// A custom folder is a whole location deleted wholesale: "." would clean the current folder, "/"
-// or the home folder every folder of the machine or of the user.
+// A custom folder is deleted wholesale: ".", "/" or the home folder would empty far too much.
 TEST_F(FilesTest, CustomFoldersThatAreNotOwnFoldersAreIgnoredWithALogLine) {
   const fs::path home = dir_ / "Users" / "someone";
   fs::create_directories(home);

@@ -1,14 +1,9 @@
-// The privileged remover's rules: which paths it accepts from an unprivileged caller, and that
-// a removal refused for safety never reaches the administrator runner.
+// Which paths the privileged remover accepts, and that a safety refusal never reaches the administrator.
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <filesystem>
-#include <string>
-#include <variant>
 
 #include "fs/RemoveItem.h"
 #include "fs/Shell.h"
@@ -112,9 +107,7 @@ TEST_F(PrivilegedRemovalCheck, RemovesTheCheckedItemEvenWhenItsFolderIsSwappedFo
 }
 
 #if defined(__linux__)
-// Runs `body` in a child process with a private mount namespace in which `source` is mounted
-// at `mountPoint` (a bind mount, or a fresh tmpfs for an empty source). Returns the child's
-// exit status, or 77 when this user cannot have a mount namespace.
+// Runs `body` in a child whose private namespace mounts `source` (tmpfs when empty) at `mountPoint`; 77: no namespace.
 template <typename Body>
 int withMount(const fs::path& source, const fs::path& mountPoint, Body body) {
   const pid_t child = ::fork();
@@ -130,8 +123,7 @@ int withMount(const fs::path& source, const fs::path& mountPoint, Body body) {
   return WEXITSTATUS(status);
 }
 
-// A volume mounted at the item or inside it (a bind mount of the same file system included)
-// is refused.
+// A volume mounted at the item or inside it (a same-device bind mount included) is refused.
 TEST_F(PrivilegedRemovalCheck, RefusesItemsThatAreOrHoldMountPoints) {
   const fs::path item = updates / "041-12345";
   fs::create_directories(item / "Payload" / "mnt");
@@ -144,8 +136,7 @@ TEST_F(PrivilegedRemovalCheck, RefusesItemsThatAreOrHoldMountPoints) {
   EXPECT_EQ(verdict(item.string()), "accepted");
 }
 
-// Another volume inside an installer: plain removal refuses to enter it, and that refusal is
-// final. The stand-in pkexec would really run what it is given, so a fallback would empty it.
+// A volume inside an installer is refused for safety and never handed to pkexec (which would empty it).
 TEST(PrivilegedFallback, AnotherVolumeInsideTheItemIsNeverHandedToTheAdministrator) {
   test::CatalogueFixture fixture;
   ScopedAdministratorRunner polkit{AdministratorRunner::polkit};

@@ -134,8 +134,7 @@ TEST(RemoveItem, RemovesVeryDeepTreeWithFewDescriptors) {
 }
 
 #if defined(TIDEWELL_TEST_HOOKS)
-// Replaces a folder with a link to `target` exactly between the removal's look at it and its
-// opening of it: the window no scheduler can be trusted to hit.
+// A folder swapped for a link exactly between the removal's look and its opening: never entered.
 TEST(RemoveItem, FolderSwappedForLinkBeforeOpeningIsNeverEntered) {
   static fs::path swapped, target;
   static int swaps;
@@ -164,8 +163,7 @@ TEST(RemoveItem, FolderSwappedForLinkBeforeOpeningIsNeverEntered) {
 }
 #endif
 
-// While the removal runs, another thread keeps replacing a folder inside the tree with a link
-// to a folder outside it and back. Whatever the removal manages, the outside stays untouched.
+// Another thread keeps swapping a folder inside the tree for a link outside: the outside stays untouched.
 TEST(RemoveItem, SwappingAFolderForALinkNeverReachesOutside) {
   TempDir dir;
   const fs::path outside = dir / "outside";

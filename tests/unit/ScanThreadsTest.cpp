@@ -1,15 +1,10 @@
-// The driver's thread rules: a scan on a worker never touches the tree its owner shows, a
-// stopped scan or deletion ends early and leaves no half-filled location behind.
+// Thread rules: a worker scan leaves the shown tree to its owner; a stopped scan or deletion ends cleanly.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <deque>
-#include <filesystem>
-#include <functional>
 #include <mutex>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "clean/DeletionEngine.h"
 #include "fs/DirectorySize.h"

@@ -1,6 +1,4 @@
-// Attacks on the edge of a selection: a bind mount inside it, a link in the middle of a path,
-// a parent folder swapped for a link between scan and deletion, a tiny descriptor limit. Each
-// builds a real tree, runs the real measurement and removal, and counts what was lost outside.
+// Attacks on a selection's edge, on real trees: bind mounts, links, swapped parents, few descriptors.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -48,8 +46,7 @@ std::string measuredWrongly(const fs::path& folder, int64_t expected) {
          " instead of " + std::to_string(expected) + "\n";
 }
 
-// Both ways of resolving a path below a trusted folder agree on what they open and on the
-// name that stops them.
+// Both ways of resolving below a trusted folder open the same folder and stop at the same name.
 TEST(SelectionBoundary, ResolvingBelowAnAnchorStopsAtTheFirstLinkOrMissingFolder) {
   TempDir dir;
   fs::create_directories(dir / "a" / "b" / "c");
@@ -87,8 +84,7 @@ TEST(SelectionBoundary, ResolvingBelowAnAnchorStopsAtTheFirstLinkOrMissingFolder
   ::close(anchor);
 }
 
-// A bind mount of a folder of the same file system has the same device number as the folder
-// around it; the measurement and the removal must still see the mount and stay out of it.
+// A same-device bind mount inside the selection is neither measured nor entered by the removal.
 TEST(SelectionBoundary, ABindMountInsideTheSelectionIsNeverEnteredNorMeasured) {
   TempDir dir;
   const fs::path outside = dir / "outside", project = dir / "DerivedData" / "App-abc";
@@ -125,8 +121,7 @@ TEST(SelectionBoundary, ABindMountInsideTheSelectionIsNeverEnteredNorMeasured) {
   EXPECT_TRUE(fs::is_directory(project / "Index" / "mnt"));
 }
 
-// A Ruby project whose "vendor" is a link to a folder elsewhere: the folder it reaches is not
-// part of the project, so it is neither shown nor deleted; nor by the catalogue's pattern.
+// A cache folder reached through a link (project "vendor" or catalogue pattern) is not shown nor deleted.
 TEST(SelectionBoundary, ACacheFolderReachedThroughALinkIsNeitherShownNorDeleted) {
   TempDir dir;
   const fs::path home = dir / "home", outside = dir / "shared-vendor", linked = home / "Projects" / "linked";
@@ -156,9 +151,7 @@ TEST(SelectionBoundary, ACacheFolderReachedThroughALinkIsNeitherShownNorDeleted)
   EXPECT_EQ(countFiles(outside), 13);
 }
 
-// Between the scan and the deletion, the DerivedData folder is swapped for a link to a folder
-// elsewhere holding a project of the same name, again and again while the removal runs.
-// TIDEWELL_PARENT_SWAP_TRIALS sets the number of trials (1,000 for the figure in the README).
+// The DerivedData folder keeps being swapped for a link during the removal; TIDEWELL_PARENT_SWAP_TRIALS sets trials.
 TEST(SelectionBoundary, ParentFolderSwappedForALinkLosesNothingOutside) {
   TempDir dir;
   const fs::path home = dir / "home", outside = dir / "outside";
@@ -188,8 +181,7 @@ TEST(SelectionBoundary, ParentFolderSwappedForALinkLosesNothingOutside) {
   EXPECT_EQ(lost, 0) << "in " << trialsWithLoss << " of " << trials << " trials";
 }
 
-// With `ulimit -n 16` the removal and the measurement must still do their whole job: a chain of
-// 30 folders and a tree that branches at every level.
+// Under `ulimit -n 16`, a 30-folder chain and a tree branching at every level are measured and removed.
 TEST(SelectionBoundary, RemovalAndMeasurementWorkUnderSixteenDescriptors) {
   TempDir dir;
   const fs::path chainRoot = dir / "DerivedData" / "Chain", combRoot = dir / "DerivedData" / "Comb";
