@@ -172,28 +172,6 @@ TEST(DirectorySizeTest, AnUnreadableFolderAnywhereFailsTheWholeMeasurement) {
   EXPECT_EQ(*failures, "");
 }
 
-// A deep tree branching at every level, under a low descriptor limit: the walk reopens folders by name.
-TEST(DirectorySizeTest, ADeepBranchingTreeIsMeasuredUnderALowDescriptorLimit) {
-  TempDir temp;
-  fs::path folder = temp / "deep";
-  int64_t expected = 0;
-  for (int level = 0; level < 300; ++level) {
-    writeFileOfSize(folder / "side" / "leaf", 700);
-    writeFileOfSize(folder / "file", 1500);
-    expected += allocatedBytes(folder / "side" / "leaf") + allocatedBytes(folder / "file");
-    folder /= "next";
-  }
-  fs::create_directories(folder);
-
-  int64_t sequential = -1, parallel = -1;
-  withDescriptorLimit(128, [&] {
-    sequential = allocatedSizeOfDirectory(temp / "deep", nullptr, WalkMode::sequential);
-    parallel = allocatedSizeOfDirectory(temp / "deep", nullptr, WalkMode::parallel);
-  });
-  EXPECT_EQ(sequential, expected);
-  EXPECT_EQ(parallel, expected);
-}
-
 TEST(DirectorySizeTest, VolumeCapacityIsReportedOrZero) {
   TempDir temp;
   EXPECT_GT(volumeAvailableCapacity(temp.path()), 0);

@@ -47,18 +47,10 @@ TEST_F(FilesTest, DeveloperFolderGrantAsksWithItsMessageAndIsFoundAgainFromTheCo
   EXPECT_EQ(ui_.panels.size(), 2u);
 }
 
-TEST_F(FilesTest, CustomFolderGrantsExistOnlyWhenTheFolderIsSet) {
-  EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), std::nullopt);
-  const fs::path derivedData = dir_ / "Custom DerivedData";
-  fs::create_directories(derivedData);
-  Preferences::shared().setCustomDerivedDataFolder(derivedData);
-  EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), derivedData);
-  EXPECT_TRUE(ui_.panels.empty());
-}
-
 // A custom folder is deleted wholesale: ".", "/" or the home folder would empty far too much.
 TEST_F(FilesTest, CustomFoldersThatAreNotOwnFoldersAreIgnoredWithALogLine) {
   const fs::path home = dir_ / "Users" / "someone";
+  EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), std::nullopt);  // none set
   fs::create_directories(home);
   fs::create_directories(dir_ / "Archives");
   test::writeFile(dir_ / "plain file", "x");
@@ -96,6 +88,8 @@ TEST_F(FilesTest, CustomFoldersThatAreNotOwnFoldersAreIgnoredWithALogLine) {
   EXPECT_TRUE(ui_.panels.empty());
   Preferences::shared().setCustomArchivesFolder(dir_ / "Archives");
   EXPECT_EQ(Files::customArchivesFolderGrant(Preferences::shared(), &ui_), dir_ / "Archives");
+  Preferences::shared().setCustomDerivedDataFolder(dir_ / "Archives");
+  EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), dir_ / "Archives");
 }
 
 }  // namespace
