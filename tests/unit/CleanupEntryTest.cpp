@@ -21,6 +21,12 @@ CleanupEntryPtr entry(std::string label, bool selected = false) {
   return std::make_shared<CleanupEntry>(std::move(label), "", std::nullopt, std::nullopt, true, selected);
 }
 
+CleanupEntryPtr holding(std::string label, std::vector<std::filesystem::path> paths) {
+  auto node = entry(std::move(label));
+  node->addPaths(std::move(paths));
+  return node;
+}
+
 // A leaf with one (not necessarily existing) path, so that it is not empty.
 CleanupEntryPtr leaf(std::string label, Selection selection, std::optional<int64_t> bytes = std::nullopt) {
   auto node = entry(std::move(label));
@@ -35,8 +41,7 @@ TEST(CleanupEntry, TooltipsAreTrimmedAndEntriesHoldPathsOrItemsNeverBoth) {
   EXPECT_EQ(given.tooltipText(), "tip");  // trimmed, the no-break space included
   EXPECT_EQ(CleanupEntry(" Label", "extra\n", std::nullopt, std::nullopt, true, false).tooltipText(), "Label extra");
 
-  auto withPaths = entry("paths");
-  withPaths->addPath("/a");
+  auto withPaths = holding("paths", {"/a"});
   withPaths->addItems({entry("c1"), entry("c2")});
   EXPECT_TRUE(withPaths->items().empty());
   auto group = entry("group");
@@ -50,20 +55,16 @@ TEST(CleanupEntry, TooltipsAreTrimmedAndEntriesHoldPathsOrItemsNeverBoth) {
 }
 
 TEST(CleanupEntry, RecomputesTriStateSelectionsFromTheChildren) {
-  struct Case {
-    std::vector<Selection> children;
-    Selection expected;
-  };
-  const std::vector<Case> cases = {
+  const std::pair<std::vector<Selection>, Selection> cases[] = {
       {{Selection::on, Selection::on, Selection::mixed}, Selection::mixed},
       {{Selection::on, Selection::on}, Selection::on},
       {{Selection::off, Selection::off}, Selection::off},
       {{Selection::on, Selection::off}, Selection::mixed},
   };
-  for (const auto& c : cases) {
+  for (const auto& [children, expected] : cases) {
     for (bool start : {true, false}) {
       auto group = entry("group", start);
-      for (Selection selection : c.children) {
+      for (Selection selection : children) {
         auto child = leaf("child", selection);
         if (selection == Selection::mixed) {  // a group of one selected and one unselected leaf
           child = entry("mixed group");
@@ -71,8 +72,8 @@ TEST(CleanupEntry, RecomputesTriStateSelectionsFromTheChildren) {
         }
         group->addItem(child);
       }
-      EXPECT_EQ(group->updateSelection(), c.expected);
-      EXPECT_EQ(group->selection(), c.expected);
+      EXPECT_EQ(group->updateSelection(), expected);
+      EXPECT_EQ(group->selection(), expected);
     }
   }
 }
@@ -162,11 +163,7 @@ TEST(CleanupEntry, MeasuresTreesCountingHardLinksOnceInParallelAsInSequence) {
 
   auto makeTree = [&] {
     auto root = entry("root");
-    auto childA = entry("a");
-    childA->addPath(dir / "a");
-    auto childB = entry("b");
-    childB->addPaths({dir / "b", dir / "missing"});
-    root->addItems({childA, childB});
+    root->addItems({holding("a", {dir / "a"}), holding("b", {dir / "b", dir / "missing"})});
     return root;
   };
   auto parallel = makeTree();
@@ -186,8 +183,7 @@ TEST(CleanupEntry, MeasuresTreesCountingHardLinksOnceInParallelAsInSequence) {
 
 TEST(CleanupEntry, DescribesTheSubtreeForLogs) {
   auto root = entry("Root");
-  auto child = entry("Child");
-  child->addPath("/x");
+  auto child = holding("Child", {"/x"});
   child->setSize(Size::value(2000000));
   root->addItem(child);
   EXPECT_EQ(root->description(2), "\t\t Root\n\t\t\t Child: " + formatByteCount(2000000) + "\n");
