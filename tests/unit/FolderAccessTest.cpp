@@ -27,11 +27,8 @@ class FolderAccessTest : public ::testing::Test {
 
   // The preferences with `bookmark` (or none) stored for the folder under test.
   GrantSettings& seeded(const std::optional<std::vector<uint8_t>>& bookmark) {
-    if (bookmark) {
-      Preferences::shared().setFolderBookmark(folder_, *bookmark);
-    } else {
-      Preferences::shared().removeFolderBookmark(folder_);
-    }
+    if (bookmark) Preferences::shared().setFolderBookmark(folder_, *bookmark);
+    if (!bookmark) Preferences::shared().removeFolderBookmark(folder_);
     return Preferences::shared();
   }
   std::optional<std::vector<uint8_t>> stored(const fs::path& folder) {
@@ -127,7 +124,6 @@ TEST_F(FolderAccessTest, PickedFolderWithoutWriteAccessIsRefusedWithAdvice) {
   auto result = test::runUnprivileged(dir_.path(), [&]() -> std::string {
     fs::create_directories(folder_);
     const auto blob = Bookmark::create(folder_);
-    Preferences::shared().setData(Preferences::bookmarkKey(folder_), blob);
     ::chmod(folder_.c_str(), 0500);
     ui_.answers.push_back([&](long&) { return std::optional<fs::path>(folder_); });
 

@@ -94,8 +94,7 @@ TEST_F(PrivilegedRemovalCheck, AcceptsOnlyListedItemsReachedWithoutLinks) {
 TEST_F(PrivilegedRemovalCheck, RemovesTheCheckedItemEvenWhenItsFolderIsSwappedForALinkAfterwards) {
   auto checked = PrivilegedRemoval::check((updates / "041-12345").string());
   ASSERT_TRUE(std::holds_alternative<PrivilegedRemoval::Target>(checked));
-  // After the check, the location folder is moved away and a link to an outside copy takes
-  // its place: the removal still happens in the folder that was checked.
+  // The checked folder is moved and a link to an outside copy put in its place: the checked one is used.
   fs::rename(updates, fixture.at("/Library/Moved"));
   fs::create_directory_symlink(fixture.at("/elsewhere/Updates"), updates);
   const fs::path workingFolder = fs::current_path();
@@ -140,9 +139,8 @@ TEST_F(PrivilegedRemovalCheck, RefusesItemsThatAreOrHoldMountPoints) {
 TEST(PrivilegedFallback, AnotherVolumeInsideTheItemIsNeverHandedToTheAdministrator) {
   test::CatalogueFixture fixture;
   ScopedAdministratorRunner polkit{AdministratorRunner::polkit};
-  const fs::path item = fixture.at("/Applications/Install macOS Sonoma.app");
+  const fs::path item = fixture.at("/Applications/Install macOS Sonoma.app"), calls = fixture.root() / "pkexec-calls";
   const fs::path volume = item / "Contents" / "SharedSupport" / "Volume";
-  const fs::path calls = fixture.root() / "pkexec-calls";
   writeFile(item / "Contents" / "Info.plist", "i");
   fs::create_directories(volume);
   test::writeStandInTool(fixture.root(), "/usr/bin/pkexec",
@@ -167,13 +165,10 @@ TEST(PrivilegedFallback, AnotherVolumeInsideTheItemIsNeverHandedToTheAdministrat
 TEST(PrivilegedFallback, OnlyALackOfRightsReachesTheAdministratorRunner) {
   test::CatalogueFixture fixture;
   ScopedAdministratorRunner polkit{AdministratorRunner::polkit};
-  const fs::path updates = fixture.at("/Library/Updates");
-  const fs::path item = updates / "041-12345";
-  const fs::path calls = fixture.root() / "pkexec-calls";
-  const fs::path remover = fixture.at(kPrivilegedRemoverPath);
+  const fs::path updates = fixture.at("/Library/Updates"), item = updates / "041-12345";
+  const fs::path calls = fixture.root() / "pkexec-calls", remover = fixture.at(kPrivilegedRemoverPath);
 
-  // A folder inside the item is replaced by a fresh one each time the remover is about to open
-  // it: the removal gives up for safety. With rights or without, nothing more may be tried.
+  // A folder inside keeps being replaced just before it is opened: a safety refusal, tried no further.
   static fs::path changing;
   removeItemBeforeOpeningFolderHook = [](const char* name) {
     if (changing.filename() != name) return;
@@ -195,8 +190,7 @@ TEST(PrivilegedFallback, OnlyALackOfRightsReachesTheAdministratorRunner) {
   EXPECT_THROW(entry.deleteItem(updates / "041-gone"), RemovalError);
   EXPECT_FALSE(fs::exists(calls)) << readFile(calls);
 
-  // A lack of rights goes to the installed privileged remover when there is one, and to the
-  // one-file-system rm otherwise.
+  // A lack of rights goes to the installed privileged remover, else to the one-file-system rm.
   fs::remove_all(item);
   for (bool installed : {true, false}) {
     writeFile(item / "Payload" / "data", "d");
