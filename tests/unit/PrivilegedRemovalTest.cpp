@@ -49,11 +49,8 @@ class PrivilegedRemovalCheck : public ::testing::Test {
 
 TEST_F(PrivilegedRemovalCheck, AcceptsOnlyListedItemsReachedWithoutLinks) {
   const std::string root = fixture.root().string();
-  struct Case {
-    std::string path;
-    std::string expected;  // "accepted" or a part of the refusal
-  };
-  const Case cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
+      // "accepted" or a part of the refusal
       {root + "/Library/Updates/041-12345", "accepted"},
       {root + "/Applications/Install macOS Sonoma.app", "accepted"},
       {"Library/Updates/041-12345", "not an absolute path"},
@@ -71,9 +68,9 @@ TEST_F(PrivilegedRemovalCheck, AcceptsOnlyListedItemsReachedWithoutLinks) {
       {root + "/Library/Updates/041-link", "symbolic link"},
       {root + "/Library/Updates/041-missing", "No such file"},
   };
-  for (const Case& test : cases) {
-    const std::string result = verdict(test.path);
-    EXPECT_NE(result.find(test.expected), std::string::npos) << test.path << ": " << result;
+  for (const auto& [path, expected] : cases) {
+    const std::string result = verdict(path);
+    EXPECT_NE(result.find(expected), std::string::npos) << path << ": " << result;
   }
 
   // A link anywhere on the way: the location folder itself, or a folder above it.

@@ -53,29 +53,24 @@ TEST(SelectionBoundary, ResolvingBelowAnAnchorStopsAtTheFirstLinkOrMissingFolder
   writeFile(dir / "a" / "b" / "file", "x");
   fs::create_directory_symlink(dir / "a" / "b", dir / "a" / "link");
   const int anchor = ::open(dir.path().c_str(), O_RDONLY | O_DIRECTORY);
-  const struct {
-    std::string relative;
-    fs::path opens;  // empty when it must fail
-    int error;
-    std::string component;
-  } cases[] = {
+  // What it opens (empty when it must fail), or the error and the name that stopped it.
+  const std::tuple<std::string, fs::path, int, std::string> cases[] = {
       {"a/b/c", dir / "a" / "b" / "c", 0, ""}, {"", dir.path(), 0, ""},
       {"a/link/c", {}, ELOOP, "link"},         {"a/link", {}, ELOOP, "link"},
       {"a/b/file", {}, ENOTDIR, "file"},       {"a/missing/c", {}, ENOENT, "missing"},
   };
   for (auto resolution : {BeneathResolution::automatic, BeneathResolution::componentByComponent}) {
-    for (const auto& item : cases) {
-      const BeneathResult result = openFolderBeneath(anchor, item.relative, resolution);
+    for (const auto& [relative, opens, error, component] : cases) {
+      const BeneathResult result = openFolderBeneath(anchor, relative, resolution);
       struct stat opened {
       }, expected{};
-      if (item.opens.empty()) {
-        EXPECT_EQ(std::tuple(result.fd, result.error, result.component), std::tuple(-1, item.error, item.component))
-            << item.relative;
+      if (opens.empty()) {
+        EXPECT_EQ(std::tuple(result.fd, result.error, result.component), std::tuple(-1, error, component)) << relative;
       } else {
-        ASSERT_GE(result.fd, 0) << item.relative;
+        ASSERT_GE(result.fd, 0) << relative;
         ::fstat(result.fd, &opened);
-        ::stat(item.opens.c_str(), &expected);
-        EXPECT_EQ(opened.st_ino, expected.st_ino) << item.relative;
+        ::stat(opens.c_str(), &expected);
+        EXPECT_EQ(opened.st_ino, expected.st_ino) << relative;
         ::close(result.fd);
       }
     }
