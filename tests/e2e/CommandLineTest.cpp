@@ -151,18 +151,22 @@ TEST_F(CommandLine, TheLauncherMarksTheStartAndFindsItsBundleThroughAChainOfLink
 
 // The executable finds its bundle from the path it was started by: a copy in a folder whose
 // name holds a space takes its banner from its own Info.plist, or stops without one.
-TEST_F(CommandLine, ACopiedBundleTakesItsBannerFromItsOwnInfoPlistOrStops) {
-  fs::path source(TIDEWELL_BUNDLE_PATH);
+TEST_F(CommandLine, ACopiedBundleTakesItsBannerAndLogNameFromItsOwnInfoPlistOrStops) {
+  fs::path source = fs::path(TIDEWELL_BUNDLE_PATH) / "Contents";
   fs::path bundle = scratch / "My Apps/Tidewell.app";
+  const std::string executable = (bundle / "Contents/MacOS/tidewell").string();
   fs::create_directories(bundle / "Contents/MacOS");
   fs::create_directories(bundle / "Contents/Resources");
   std::error_code error;
-  fs::create_hard_link(source / "Contents/MacOS/tidewell", bundle / "Contents/MacOS/tidewell", error);
-  if (error) fs::copy_file(source / "Contents/MacOS/tidewell", bundle / "Contents/MacOS/tidewell");
-  fs::copy_file(source / "Contents/Resources/tidewell.sh", bundle / "Contents/Resources/tidewell.sh");
-  const std::string executable = (bundle / "Contents/MacOS/tidewell").string();
+  fs::create_hard_link(source / "MacOS/tidewell", executable, error);
+  if (error) fs::copy_file(source / "MacOS/tidewell", executable);
+  fs::copy_file(source / "Resources/tidewell.sh", bundle / "Contents/Resources/tidewell.sh");
 
-  writeInfo(bundle, {{"CFBundleShortVersionString", "2.3.1"}, {"CFBundleVersion", "417"}}, test::PlistFormat::binary);
+  writeInfo(bundle,
+            {{"CFBundleShortVersionString", "2.3.1"},
+             {"CFBundleVersion", "417"},
+             {"CFBundleIdentifier", "org.example.Renamed"}},
+            test::PlistFormat::binary);
   auto terminal = options(false);
   terminal.terminalInput = true;
   auto result = test::runProcess(executable, {"--help"}, terminal);
@@ -171,6 +175,18 @@ TEST_F(CommandLine, ACopiedBundleTakesItsBannerFromItsOwnInfoPlistOrStops) {
   result = test::runProcess((bundle / "Contents/Resources/tidewell.sh").string(), {"--help"}, options(false));
   EXPECT_EQ(result.exitStatus, 0) << result.standardError;  // the copy's own launcher starts the copy
   EXPECT_EQ(result.standardOutput, "Tidewell 2.3.1 (417)\n\n" + kUsage);
+  // Log files are named after the bundle's identifier.
+  result = test::runProcess(executable, {"bogus"}, options());
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_EQ(result.standardOutput,
+            "Tidewell 2.3.1 (417)\n\nError: Unrecognized argument: bogus\n\nYou can check full log here: " +
+                (tmp / "org.example.Renamed-MainLog-LogFile-latest.log").string() + "\n\n");
+  EXPECT_FALSE(fs::exists(logFile()));
+  // Outside a bundle the tool stops for want of version information, after a log named "UnknownApp" is open.
+  fs::create_directories(scratch / "bin");
+  fs::copy_file(source / "MacOS/tidewell", scratch / "bin/tidewell");
+  test::runProcess((scratch / "bin/tidewell").string(), {"--help"}, options());
+  EXPECT_TRUE(fs::is_regular_file(tmp / "UnknownApp-MainLog-LogFile-latest.log"));
 
   auto expectStop = [&](const std::string& line) {
     auto stopped = test::runProcess(executable, {"info"}, options());
@@ -187,28 +203,23 @@ TEST_F(CommandLine, ACopiedBundleTakesItsBannerFromItsOwnInfoPlistOrStops) {
   expectStop("No Info.plist in main app bundle!?");
 }
 
-constexpr const char* kLatest = "dev.tidewell.Tidewell-MainLog-LogFile-latest.log";
-
-// A start with `home` as the user's home and no $XDG_STATE_HOME; without `logs` no $TMPDIR either,
-// so the program picks the log folder itself.
-test::ProcessResult runAsUserOf(const fs::path& home, const fs::path& root, const std::string& argument,
-                                const std::string& executable = TIDEWELL_EXECUTABLE,
-                                const std::optional<fs::path>& logs = std::nullopt) {
+// A start with `home` as the user's home and neither $XDG_STATE_HOME nor $TMPDIR, so the
+// program picks the log folder itself.
+test::ProcessResult runAsUserOf(const fs::path& home, const fs::path& root) {
   test::ProcessOptions options;
   options.environment = {{"TIDEWELL_FROM_COMMAND_LINE", "1"},   {"TIDEWELL_TEST_HOME", home.string()},
                          {"TIDEWELL_TEST_ROOT", root.string()}, {"XDG_CONFIG_HOME", (home / ".config").string()},
                          {"XDG_STATE_HOME", std::nullopt},      {"TMPDIR", std::nullopt}};
-  if (logs) options.environment["TMPDIR"] = logs->string();
-  return test::runProcess(executable, {argument}, options);
+  return test::runProcess(TIDEWELL_EXECUTABLE, {"bogus"}, options);
 }
 
 // What a run with a bad argument must print: its error and the path of its own log file.
-std::string errorOutputProblems(const test::ProcessResult& result, const fs::path& logFile) {
+std::string errorOutputProblems(const test::ProcessResult& result, const fs::path& folder) {
   std::string problems;
   if (result.exitStatus != 1) problems += "status " + std::to_string(result.exitStatus) + "\n";
   if (!result.standardError.empty()) problems += "standard error: " + result.standardError + "\n";
-  if (!result.standardOutput.ends_with(
-          "Error: Unrecognized argument: bogus\n\nYou can check full log here: " + logFile.string() + "\n\n"))
+  if (!result.standardOutput.ends_with("Error: Unrecognized argument: bogus\n\nYou can check full log here: " +
+                                       (folder / "dev.tidewell.Tidewell-MainLog-LogFile-latest.log").string() + "\n\n"))
     problems += "standard output: " + result.standardOutput + "\n";
   return problems;
 }
@@ -222,7 +233,7 @@ TEST(LogFiles, WithoutTmpdirEachUserLogsIntoAPrivateFolderOfItsOwnThatKeepsThePr
   fs::permissions(root / "tmp", fs::perms::all | fs::perms::sticky_bit);
   test::TempDir first;
   const fs::path firstFolder = first / "home/.local/state/tidewell";
-  EXPECT_EQ(errorOutputProblems(runAsUserOf(first / "home", root.path(), "bogus"), firstFolder / kLatest), "");
+  EXPECT_EQ(errorOutputProblems(runAsUserOf(first / "home", root.path()), firstFolder), "");
   struct stat folder {};
   ASSERT_EQ(::stat(firstFolder.c_str(), &folder), 0);
   EXPECT_EQ(folder.st_mode & 07777, 0700u);
@@ -231,41 +242,19 @@ TEST(LogFiles, WithoutTmpdirEachUserLogsIntoAPrivateFolderOfItsOwnThatKeepsThePr
   test::TempDir second;
   fs::create_directories(second / "home");
   ASSERT_TRUE(test::handOverTree(second.path()));
-  const fs::path secondLog = second / "home/.local/state/tidewell" / kLatest;
+  const fs::path secondFolder = second / "home/.local/state/tidewell";
   constexpr const char* kCannotRun = "the executable is out of the second user's reach";
   auto problems = test::runUnprivileged(second.path(), [&]() -> std::string {
     if (::access(TIDEWELL_EXECUTABLE, X_OK) != 0) return kCannotRun;  // a build in a private folder
-    std::string found = errorOutputProblems(runAsUserOf(second / "home", root.path(), "bogus"), secondLog);
-    found += errorOutputProblems(runAsUserOf(second / "home", root.path(), "bogus"), secondLog);
-    if (!fs::is_regular_file(secondLog.parent_path() / "dev.tidewell.Tidewell-MainLog-LogFile-previous.log"))
+    std::string found = errorOutputProblems(runAsUserOf(second / "home", root.path()), secondFolder);
+    found += errorOutputProblems(runAsUserOf(second / "home", root.path()), secondFolder);
+    if (!fs::is_regular_file(secondFolder / "dev.tidewell.Tidewell-MainLog-LogFile-previous.log"))
       found += "the previous run's log is gone\n";
     return found;
   });
   if (!problems || *problems == kCannotRun) GTEST_SKIP() << (problems ? kCannotRun : "no unprivileged user to run as");
   EXPECT_EQ(*problems, "");
   EXPECT_TRUE(fs::is_empty(root / "tmp"));
-}
-
-TEST(LogFiles, AreNamedAfterTheBundleOrUnknownAppOutsideOne) {
-  test::TempDir scratch;
-  const fs::path source = fs::path(TIDEWELL_BUNDLE_PATH) / "Contents/MacOS/tidewell";
-  const fs::path bundle = scratch / "Renamed.app", logs = scratch / "tmp";
-  for (const fs::path& copy : {scratch / "bin/tidewell", bundle / "Contents/MacOS/tidewell"}) {
-    fs::create_directories(copy.parent_path());
-    fs::copy_file(source, copy);
-  }
-  writeInfo(
-      bundle,
-      {{"CFBundleIdentifier", "org.example.Renamed"}, {"CFBundleShortVersionString", "2.0"}, {"CFBundleVersion", "9"}},
-      test::PlistFormat::xml);
-  fs::create_directories(logs);
-  // Outside a bundle the tool stops for want of version information, after the log is open.
-  runAsUserOf(scratch / "home", scratch / "root", "--help", (scratch / "bin/tidewell").string(), logs);
-  EXPECT_TRUE(fs::is_regular_file(logs / "UnknownApp-MainLog-LogFile-latest.log"));
-  const auto renamed =
-      runAsUserOf(scratch / "home", scratch / "root", "bogus", (bundle / "Contents/MacOS/tidewell").string(), logs);
-  EXPECT_EQ(errorOutputProblems(renamed, logs / "org.example.Renamed-MainLog-LogFile-latest.log"), "");
-  EXPECT_FALSE(fs::exists(logs / kLatest));
 }
 
 TEST(Bundle, HasTheExecutableInfoPlistAndLauncher) {
