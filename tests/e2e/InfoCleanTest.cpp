@@ -1,9 +1,7 @@
 // "info" and "clean" through the real executable on homes written for the run: what is listed
 // and removed, a synced cloud folder that must survive, and hostile input that must not stop a run.
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <sstream>
@@ -124,11 +122,7 @@ TEST_F(InfoClean, PropertyListsNestedTooDeepOrTooLargeAreRefusedWhereverTheScanR
   }
   // A sparse Info.plist of 3 GiB in a device backup: refused by its size, never read.
   const fs::path huge = backups / "00008110-000000000000000H/Info.plist";
-  fs::create_directories(huge.parent_path());
-  int fd = ::open(huge.c_str(), O_WRONLY | O_CREAT, 0644);
-  ASSERT_GE(fd, 0);
-  ASSERT_EQ(::ftruncate(fd, off_t{3} << 30), 0);
-  ::close(fd);
+  test::writeSparseFile(huge, uint64_t{3} << 30);
 
   auto result = run({"info"});
   ASSERT_RAN(result);
