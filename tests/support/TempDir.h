@@ -1,5 +1,4 @@
-// A temporary folder for one test, removed with everything inside it (permissions restored
-// first, so that tests may leave unreadable folders behind).
+// A temporary folder for one test, removed with everything inside, unreadable folders too.
 #pragma once
 
 #include <cstdint>

@@ -11,6 +11,7 @@
 
 #include "platform/Error.h"
 #include "platform/UserDefaults.h"
+#include "support/FixtureHome.h"
 #include "support/HostilePropertyLists.h"
 #include "support/TempDir.h"
 
@@ -39,16 +40,6 @@ struct UserDefaultsTest : ::testing::Test {
   test::TempDir dir;
   fs::path store = dir / "s.plist";
 };
-
-std::string binaryPlist(plist_t root) {
-  char* bytes = nullptr;
-  uint32_t length = 0;
-  plist_to_bin(root, &bytes, &length);
-  std::string result(bytes, length);
-  std::free(bytes);
-  plist_free(root);
-  return result;
-}
 
 TEST_F(UserDefaultsTest, EveryKindOfValueSurvivesTheRoundTripThroughTheFile) {
   auto deep = dir / "deep/er/settings.plist";  // folders are created on the first write
@@ -86,7 +77,7 @@ TEST_F(UserDefaultsTest, ReadsBinaryListsAndKeepsValuesItDoesNotUnderstand) {
   plist_t list = plist_new_array();
   plist_array_append_item(list, plist_new_string("kept"));
   plist_dict_set_item(root, "list", list);
-  writeFile(store, binaryPlist(root));
+  test::writePlist(store, root, test::PlistFormat::binary);
   UserDefaults defaults(store);
   EXPECT_EQ(defaults.object("count"), Value(int64_t{7}));
   EXPECT_EQ(defaults.object("ratio"), Value(2.5));
@@ -104,9 +95,11 @@ TEST_F(UserDefaultsTest, ReadsBinaryListsAndKeepsValuesItDoesNotUnderstand) {
 }
 
 TEST(UserDefaults, UnusableFilesReadAsEmptyAndAreMovedAsideOnceWithoutCrashing) {
+  test::TempDir scratch;
   plist_t root = plist_new_dict();
   plist_dict_set_item(root, "k", plist_new_string("value"));
-  const std::string binary = binaryPlist(root);
+  test::writePlist(scratch / "binary.plist", root, test::PlistFormat::binary);
+  const std::string binary = readFile(scratch / "binary.plist");
   const std::vector<std::pair<const char*, std::string>> cases = {
       {"garbage", std::string("\x01\x00not a property list\xff\xfe", 23)},  // with a NUL byte
       {"truncated binary", binary.substr(0, binary.size() / 2)},
