@@ -52,6 +52,7 @@ TEST_F(UserDefaultsTest, EveryKindOfValueSurvivesTheRoundTripThroughTheFile) {
   defaults.setData("blob", blob);
   defaults.setURL("folder", fs::path("/Users/ann/Xcode Stuff/"));
   defaults.setURL("relative", fs::path("Archives"));
+  defaults.setURL("root", fs::path("//"));  // the root keeps its one separator
   UserDefaults reader(deep);  // a second handle reads the file, not a copy in memory
   for (const auto& [key, value] :
        std::vector<std::pair<const char*, Value>>{{"flag", false},
@@ -60,11 +61,13 @@ TEST_F(UserDefaultsTest, EveryKindOfValueSurvivesTheRoundTripThroughTheFile) {
                                                   {"text", std::string("Dérivées <&> ☃ \"quoted\"")},
                                                   {"blob", blob},
                                                   {"folder", std::string("/Users/ann/Xcode Stuff")},
-                                                  {"relative", (fs::current_path() / "Archives").string()}})
+                                                  {"relative", (fs::current_path() / "Archives").string()},
+                                                  {"root", std::string("/")}})
     EXPECT_EQ(reader.object(key), value) << key;
   reader.removeObject("text");
   reader.setURL("folder", std::nullopt);
   reader.setURL("relative", fs::path());
+  reader.setURL("root", std::nullopt);
   EXPECT_EQ(defaults.keys(), (Strings{"blob", "flag", "huge", "smallest"}));
   // Only the store and its lock file remain: no temporary files are left behind.
   EXPECT_EQ(namesIn(deep.parent_path()), (Strings{"settings.plist", "settings.plist.lock"}));
