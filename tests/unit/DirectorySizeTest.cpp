@@ -143,33 +143,36 @@ TEST(DirectorySizeTest, LinksAddNothingAndOtherItemsFallBackToTheirFileSize) {
   EXPECT_EQ(measurePath(temp / "missing", nullptr), 0);
 }
 
+// A folder that cannot be listed, or listed but not looked into (read without search).
 TEST(DirectorySizeTest, AnUnreadableFolderAnywhereFailsTheWholeMeasurement) {
   TempDir temp;
   const fs::path root = temp / "root";
   for (int i = 0; i < 20; ++i) writeFileOfSize(root / ("sibling" + std::to_string(i)) / "file", 50000);
   const fs::path locked = root / "a" / "b" / "locked";
   writeFileOfSize(locked / "secret", 10000);
-  ASSERT_EQ(::chmod(locked.c_str(), 0), 0);
   ASSERT_TRUE(test::handOverTree(temp.path()));
 
-  auto failures = test::runUnprivileged(temp.path(), [&]() -> std::string {
-    std::string problems;
-    ThreadPool pool(2);  // this process's own: a forked child has no workers of the shared pool
-    for (WalkMode mode : {WalkMode::sequential, WalkMode::parallel}) {
-      const std::string name = mode == WalkMode::sequential ? "sequential: " : "parallel: ";
-      try {
-        allocatedSizeOfDirectory(root, nullptr, mode, &pool);
-        problems += name + "the unreadable folder went unnoticed\n";
-      } catch (const FileSystemError& error) {
-        if (error.code() != EACCES || error.path() != locked) problems += name + error.path().string() + "\n";
+  for (const auto& [mode, failing] : {std::pair{0000, locked}, std::pair{0444, locked / "secret"}}) {
+    ASSERT_EQ(::chmod(locked.c_str(), mode), 0);
+    auto failures = test::runUnprivileged(temp.path(), [&]() -> std::string {
+      std::string problems;
+      ThreadPool pool(2);  // this process's own: a forked child has no workers of the shared pool
+      for (WalkMode walk : {WalkMode::sequential, WalkMode::parallel}) {
+        const std::string name = walk == WalkMode::sequential ? "sequential: " : "parallel: ";
+        try {
+          allocatedSizeOfDirectory(root, nullptr, walk, &pool);
+          problems += name + "the unreadable folder went unnoticed\n";
+        } catch (const FileSystemError& error) {
+          if (error.code() != EACCES || error.path() != failing) problems += name + error.path().string() + "\n";
+        }
       }
-    }
-    if (measurePath(root, nullptr) != 0) problems += "fallback did not give 0\n";
-    return problems;
-  });
-  ::chmod(locked.c_str(), 0700);
-  if (!failures) GTEST_SKIP() << "no unprivileged user to run as";
-  EXPECT_EQ(*failures, "");
+      if (measurePath(root, nullptr) != 0) problems += "fallback did not give 0\n";
+      return problems;
+    });
+    ::chmod(locked.c_str(), 0700);
+    if (!failures) GTEST_SKIP() << "no unprivileged user to run as";
+    EXPECT_EQ(*failures, "") << "mode " << std::oct << mode;
+  }
 }
 
 TEST(DirectorySizeTest, VolumeCapacityIsReportedOrZero) {
