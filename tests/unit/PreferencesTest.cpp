@@ -100,6 +100,17 @@ TEST_F(PreferencesTest, ForeignValuesReadAsTheyMeanAndWrongKindsAsDefaults) {
   EXPECT_TRUE(preferences.notificationsEnabled());
   EXPECT_FALSE(preferences.dryRunEnabled());
   EXPECT_FALSE(preferences.data("TWFolderBookmark_Y").has_value());
+
+  // Numbers, as text or reals: anything but zero is on.
+  raw.setString(Keys::dryRunEnabled, " 2");
+  raw.setString(Keys::notificationsEnabled, "0");
+  EXPECT_TRUE(preferences.dryRunEnabled());
+  EXPECT_FALSE(preferences.notificationsEnabled());
+  test::writeFile(store, std::string("<plist version=\"1.0\"><dict><key>") + Keys::dryRunEnabled +
+                             "</key><real>0.5</real><key>" + Keys::notificationsEnabled +
+                             "</key><real>0.0</real></dict></plist>");
+  EXPECT_TRUE(preferences.dryRunEnabled());
+  EXPECT_FALSE(preferences.notificationsEnabled());
 }
 
 TEST_F(PreferencesTest, ObserversAreNotifiedOfEveryWriteInOrderAndRegisteredOnce) {
