@@ -1,250 +1,315 @@
-// The command-line contract, through the real executable in its bundle: banner, warning,
-// usage, error lines and exit statuses, the launcher script and the window start. Every run
-// gets its own home, root, temporary and configuration folders.
+// The command-line contract through the real executable in its bundle: banner, warning, usage,
+// error lines and exit statuses, the launcher, the window start, log files and the bundle.
 #include <gtest/gtest.h>
 #include <plist/plist.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <string>
-#include <vector>
 
+#include "e2e/Sandbox.h"
 #include "support/FixtureHome.h"
-#include "support/RunProcess.h"
-#include "support/TempDir.h"
+#include "support/Unprivileged.h"
 
 namespace tw {
 namespace {
 namespace fs = std::filesystem;
+using Arguments = std::vector<std::string>;
 
 const std::string kBanner = "Tidewell " TIDEWELL_VERSION " (" TIDEWELL_BUILD_NUMBER_TEXT ")\n\n";
-const std::string kPermissionError =
-    "Error: Tidewell needs permission to your ~/Library/Developer folder to scan Xcode cache files.\n"
-    "To use command line tool, open UI version of Xcode and grant access to this folder on first run.\n\n";
-
-std::string usageText() {
-  return "OVERVIEW: Reclaims storage that Xcode stores in caches and old files\n\n"
-         "USAGE: tidewell <command> [options]\n\n"
-         "OPTIONS:\n\n"
-         " info\n"
-         "\tShow all items available to clean.\n"
-         " clean <all,device-support,archives,derived-data,docs-cache,user-data-cache,old-logs,old-documentation,"
-         "simulators,runtimes,package-caches,tool-caches,ide-caches,ai-caches,browser-caches,app-caches,cloud-caches,"
-         "system,project-builds>\n"
-         "\tPerform cleaning of given items. Available options: all, device-support, archives, derived-data, "
-         "docs-cache, user-data-cache, old-logs, old-documentation, simulators, runtimes, package-caches, "
-         "tool-caches, ide-caches, ai-caches, browser-caches, app-caches, cloud-caches, system, project-builds. If "
-         "you want to clean all, pass \"all\" or nothing\n"
-         " --help\n"
-         "\tPrints this message\n";
-}
+const std::string kUsage =
+    "OVERVIEW: Reclaims storage that Xcode stores in caches and old files\n\nUSAGE: tidewell <command> [options]\n\n"
+    "OPTIONS:\n\n info\n\tShow all items available to clean.\n"
+    " clean <all,device-support,archives,derived-data,docs-cache,user-data-cache,old-logs,old-documentation,"
+    "simulators,runtimes,package-caches,tool-caches,ide-caches,ai-caches,browser-caches,app-caches,cloud-caches,"
+    "system,project-builds>\n\tPerform cleaning of given items. Available options: all, device-support, archives, "
+    "derived-data, docs-cache, user-data-cache, old-logs, old-documentation, simulators, runtimes, package-caches, "
+    "tool-caches, ide-caches, ai-caches, browser-caches, app-caches, cloud-caches, system, project-builds. If "
+    "you want to clean all, pass \"all\" or nothing\n --help\n\tPrints this message\n";
 
 std::string warningBlock(const fs::path& bundle) {
   return "WARNING: It seems you haven't updated your command line tool!\n"
          "You might have problems running this tool from headless environments like SSH, or CI servers...\n\n"
          "To update command line tool for the future, link command line tool script to one of your directories in "
-         "PATH, for example /usr/local/bin.\n\n"
-         "$ sudo ln -sf " +
+         "PATH, for example /usr/local/bin.\n\n$ sudo ln -sf " +
          bundle.string() + "/Contents/Resources/tidewell.sh /usr/local/bin/tidewell\n\n";
 }
 
-class CommandLine : public ::testing::Test {
- protected:
-  CommandLine() {
-    for (const char* folder : {"home", "root", "tmp", "config"}) fs::create_directories(scratch_ / folder);
+// Writes an Info.plist of string values into `bundle`.
+void writeInfo(const fs::path& bundle, std::initializer_list<std::pair<const char*, const char*>> keys,
+               test::PlistFormat format) {
+  plist_t dictionary = plist_new_dict();
+  for (const auto& [key, value] : keys) plist_dict_set_item(dictionary, key, plist_new_string(value));
+  test::writePlist(bundle / "Contents/Info.plist", dictionary, format);
+}
+
+struct CommandLine : ::testing::Test, test::Sandbox {};
+
+TEST_F(CommandLine, BannerAndUsageErrorsAndThePermissionStop) {
+  // No Library/Developer in the home: there is nothing a grant could give.
+  const std::string permissionError =
+      "Error: Tidewell needs permission to your ~/Library/Developer folder to scan Xcode cache files.\n"
+      "To use command line tool, open UI version of Xcode and grant access to this folder on first run.\n\n";
+  for (const Arguments& arguments : {Arguments{"info"}, {"clean", "all"}, {"clean", ""}}) {
+    auto result = run(arguments);
+    EXPECT_EQ(result.exitStatus, 1) << testing::PrintToString(arguments);
+    EXPECT_EQ(result.standardOutput, kBanner + permissionError + logLine()) << testing::PrintToString(arguments);
   }
+  EXPECT_TRUE(fs::is_regular_file(logFile()));
 
-  fs::path home() const { return scratch_ / "home"; }
-  fs::path logFile() const { return scratch_ / "tmp" / "dev.tidewell.Tidewell-MainLog-LogFile-latest.log"; }
-  std::string logLine() const { return "You can check full log here: " + logFile().string() + "\n\n"; }
-
-  // The environment of a start through the launcher, confined to this test's folders.
-  test::ProcessOptions options(bool fromCommandLine = true) const {
-    test::ProcessOptions result;
-    result.environment = {{"TIDEWELL_TEST_HOME", home().string()},
-                          {"TIDEWELL_TEST_ROOT", (scratch_ / "root").string()},
-                          {"TMPDIR", (scratch_ / "tmp").string()},
-                          {"XDG_CONFIG_HOME", (scratch_ / "config").string()},
-                          {"TIDEWELL_FROM_COMMAND_LINE", std::nullopt}};
-    if (fromCommandLine) result.environment["TIDEWELL_FROM_COMMAND_LINE"] = "1";
-    return result;
-  }
-
-  test::ProcessResult run(const std::vector<std::string>& arguments) const {
-    return test::runProcess(TIDEWELL_EXECUTABLE, arguments, options());
-  }
-
-  test::TempDir scratch_;
-};
-
-TEST_F(CommandLine, WithoutArgumentsHelpOrTwoCommandsPrintsBannerAndUsage) {
-  for (const auto& arguments : std::vector<std::vector<std::string>>{
-           {}, {"--help"}, {"info", "clean", "all"}, {"clean", "all", "info"}, {"--help", "info"}}) {
+  // Nothing, --help or two commands: banner and usage; with the launcher's marker no log on the console.
+  for (const Arguments& arguments :
+       {Arguments{}, {"--help"}, {"info", "clean", "all"}, {"clean", "all", "info"}, {"--help", "info"}}) {
     auto result = run(arguments);
     EXPECT_EQ(result.exitStatus, 0) << testing::PrintToString(arguments);
-    EXPECT_EQ(result.standardOutput, kBanner + usageText()) << testing::PrintToString(arguments);
-    EXPECT_EQ(result.standardError, "");  // with the launcher's marker the log stays off the console
+    EXPECT_EQ(result.standardOutput, kBanner + kUsage) << testing::PrintToString(arguments);
+    EXPECT_EQ(result.standardError, "");
   }
-}
-
-TEST_F(CommandLine, StartedFromATerminalWithoutTheLauncherWarnsAndStillRuns) {
-  auto terminal = options(false);
-  terminal.terminalInput = true;
-  auto result = test::runProcess(TIDEWELL_EXECUTABLE, {"--help"}, terminal);
-  EXPECT_EQ(result.exitStatus, 0);
-  EXPECT_EQ(result.standardOutput, kBanner + warningBlock(TIDEWELL_BUNDLE_PATH) + usageText());
-  EXPECT_EQ(result.standardError, "");
-
-  // Any value of the marker, even an empty one, counts as a start through the launcher.
-  terminal.environment["TIDEWELL_FROM_COMMAND_LINE"] = "";
-  EXPECT_EQ(test::runProcess(TIDEWELL_EXECUTABLE, {"--help"}, terminal).standardOutput, kBanner + usageText());
-}
-
-TEST_F(CommandLine, ArgumentErrorsPrintOneErrorLineAndTheLogAndExitWithStatus1) {
-  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-      {{"bogus"}, "Unrecognized argument: bogus"},
-      {{"info", "info"}, "Unrecognized argument: info"},
-      {{"--HELP"}, "Unrecognized argument: --HELP"},
-      {{"clean"}, "Expected value for option: clean"},
-      {{"info", "clean"}, "Expected value for option: clean"},
-      {{"clean", "Derived-Data"}, "Wrong value for \"clean\": Derived-Data"},
-      {{"clean", "derived-data, bogus stuff ,archives"}, "Wrong value for \"clean\": bogus stuff"},
-      {{"clean", "ALL,archives"}, "Wrong value for \"clean\": ALL"},
-  };
-  test::FixtureHome::write(home(), {.caches = false, .projects = false});
-  for (const auto& [arguments, message] : cases) {
+  test::FixtureHome::write(home, {.caches = false, .projects = false});
+  for (const auto& [arguments, message] : std::vector<std::pair<Arguments, std::string>>{
+           {{"bogus"}, "Unrecognized argument: bogus"},
+           {{"info", "info"}, "Unrecognized argument: info"},
+           {{"--HELP"}, "Unrecognized argument: --HELP"},
+           {{"clean"}, "Expected value for option: clean"},
+           {{"info", "clean"}, "Expected value for option: clean"},
+           {{"clean", "Derived-Data"}, "Wrong value for \"clean\": Derived-Data"},
+           {{"clean", "derived-data, bogus stuff ,archives"}, "Wrong value for \"clean\": bogus stuff"},
+           {{"clean", "ALL,archives"}, "Wrong value for \"clean\": ALL"}}) {
     auto result = run(arguments);
     EXPECT_EQ(result.exitStatus, 1) << message;
     EXPECT_EQ(result.standardOutput, kBanner + "Error: " + message + "\n\n" + logLine()) << message;
   }
-  // A rejected value stopped before anything was removed.
-  EXPECT_TRUE(fs::exists(home() / "Library/Developer/Xcode/DerivedData"));
+  EXPECT_TRUE(fs::exists(home / "Library/Developer/Xcode/DerivedData")) << "a rejected value removes nothing";
 }
 
-TEST_F(CommandLine, WithoutDeveloperFolderGrantInfoAndCleanStopWithThePermissionError) {
-  // No Library/Developer in the home: there is nothing a grant could give.
-  for (const auto& arguments : std::vector<std::vector<std::string>>{{"info"}, {"clean", "all"}, {"clean", ""}}) {
-    auto result = run(arguments);
-    EXPECT_EQ(result.exitStatus, 1) << testing::PrintToString(arguments);
-    EXPECT_EQ(result.standardOutput, kBanner + kPermissionError + logLine()) << testing::PrintToString(arguments);
-  }
-  EXPECT_TRUE(fs::is_regular_file(logFile()));
-}
+TEST_F(CommandLine, TerminalStartsWithoutTheLauncherWarnAndWindowStartsNeedADisplay) {
+  auto terminal = options(false);
+  terminal.terminalInput = true;
+  auto result = test::runProcess(TIDEWELL_EXECUTABLE, {"--help"}, terminal);
+  EXPECT_EQ(result.exitStatus, 0);
+  EXPECT_EQ(result.standardOutput, kBanner + warningBlock(TIDEWELL_BUNDLE_PATH) + kUsage);
+  EXPECT_EQ(result.standardError, "");
+  // Any value of the marker, even an empty one, counts as a start through the launcher.
+  terminal.environment["TIDEWELL_FROM_COMMAND_LINE"] = "";
+  EXPECT_EQ(test::runProcess(TIDEWELL_EXECUTABLE, {"--help"}, terminal).standardOutput, kBanner + kUsage);
 
-TEST_F(CommandLine, CleanValuesThatNameLocationsAreAccepted) {
-  struct Case {
-    std::string value;
-    bool removes;  // derived data and archives
-  };
-  for (const Case& c :
-       {Case{"derived-data,,archives", true}, Case{"", false}, Case{" all ", true}, Case{"ALL", true}}) {
-    fs::remove_all(home());  // a fresh home, so what one case removes cannot hide what the next does
-    auto fixture = test::FixtureHome::write(home(), {.caches = false, .projects = false});
-    auto result = run({"clean", c.value});
-    const std::string& out = result.standardOutput;
-    EXPECT_EQ(result.exitStatus, 0) << c.value << out;
-    EXPECT_EQ(out.rfind(kBanner + "Scanning...\n", 0), 0u) << c.value << out;
-    EXPECT_NE(out.find(c.value.empty() ? "\nTotal bytes cleaned: Zero KB\n" : "\nTotal bytes cleaned: "),
-              std::string::npos)
-        << out;
-    for (const auto& folder : fixture.derivedDataProjects) EXPECT_EQ(fs::exists(folder), !c.removes) << c.value;
-    for (const auto& folder : fixture.archives) EXPECT_EQ(fs::exists(folder), !c.removes) << c.value;
-    for (const auto& kept : fixture.keep) EXPECT_TRUE(fs::exists(kept)) << c.value << ": " << kept;
-    if (c.value == "derived-data,,archives") {
-      for (const auto& folder : fixture.deviceSupport) EXPECT_TRUE(fs::exists(folder)) << folder;
-    }
-  }
-}
-
-TEST_F(CommandLine, AWindowStartWithoutADisplayExplainsItselfAndAMarkedStartNeedsNone) {
-  // Without a terminal or the marker this is a window start; with no display to open it on, it
-  // says so in one line instead of letting the toolkit abort.
-  auto window = options(false);
-  for (const char* variable : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
-    window.environment[variable] = std::nullopt;
-  auto result = test::runProcess(TIDEWELL_EXECUTABLE, {"info"}, window);
+  // Neither terminal nor marker: a window start, which without a display says so in one line.
+  const test::Environment noDisplay = {
+      {"DISPLAY", std::nullopt}, {"WAYLAND_DISPLAY", std::nullopt}, {"QT_QPA_PLATFORM", std::nullopt}};
+  result = test::runProcess(TIDEWELL_EXECUTABLE, {"info"}, options(false, noDisplay));
   EXPECT_EQ(result.exitStatus, 1);
   EXPECT_EQ(result.standardOutput, "");
   EXPECT_NE(result.standardError.find("no display to open the window on"), std::string::npos) << result.standardError;
   EXPECT_NE(result.standardError.find("tidewell --help"), std::string::npos);
   EXPECT_EQ(std::count(result.standardError.begin(), result.standardError.end(), '\n'), 1);
-  // Start-up still recorded where the application lives.
-  auto store = test::readFile(scratch_ / "config/tidewell/dev.tidewell.Tidewell.plist");
+  auto store = test::readFile(config / "tidewell/dev.tidewell.Tidewell.plist");  // start-up still recorded
   EXPECT_NE(store.find(fs::path(TIDEWELL_BUNDLE_PATH).string()), std::string::npos) << store;
-
   // The marker makes it a command-line start, which never starts the toolkit.
-  auto marked = options(true);
-  for (const char* variable : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
-    marked.environment[variable] = std::nullopt;
-  result = test::runProcess(TIDEWELL_EXECUTABLE, {"--help"}, marked);
+  result = test::runProcess(TIDEWELL_EXECUTABLE, {"--help"}, options(true, noDisplay));
   EXPECT_EQ(result.exitStatus, 0) << result.standardError;
   EXPECT_NE(result.standardOutput.find("Prints this message"), std::string::npos) << result.standardOutput;
 }
 
+TEST_F(CommandLine, CleanValuesThatNameLocationsAreAccepted) {
+  for (const auto& [value, removes] : std::vector<std::pair<std::string, bool>>{
+           {"derived-data,,archives", true}, {"", false}, {" all ", true}, {"ALL", true}}) {
+    fs::remove_all(home);  // a fresh home, so what one case removes cannot hide what the next does
+    auto fixture = test::FixtureHome::write(home, {.caches = false, .projects = false});
+    auto result = run({"clean", value});
+    const std::string& out = result.standardOutput;
+    EXPECT_EQ(result.exitStatus, 0) << value << out;
+    EXPECT_EQ(out.rfind(kBanner + "Scanning...\n", 0), 0u) << value << out;
+    EXPECT_NE(out.find(value.empty() ? "\nTotal bytes cleaned: Zero KB\n" : "\nTotal bytes cleaned: "),
+              std::string::npos)
+        << out;
+    for (const auto& folder : fixture.derivedDataProjects) EXPECT_EQ(fs::exists(folder), !removes) << value;
+    for (const auto& folder : fixture.archives) EXPECT_EQ(fs::exists(folder), !removes) << value;
+    for (const auto& kept : fixture.keep) EXPECT_TRUE(fs::exists(kept)) << value << ": " << kept;
+    if (value == "derived-data,,archives") {
+      for (const auto& folder : fixture.deviceSupport) EXPECT_TRUE(fs::exists(folder)) << folder;
+    }
+  }
+}
+
 TEST_F(CommandLine, TheLauncherMarksTheStartAndFindsItsBundleThroughAChainOfLinks) {
-  fs::path script = fs::path(TIDEWELL_BUNDLE_PATH) / "Contents/Resources/tidewell.sh";
   // bin/tidewell -> ../links/tidewell (relative) -> the script (absolute), as with /usr/local/bin.
-  fs::create_directories(scratch_ / "bin");
-  fs::create_directories(scratch_ / "links");
-  fs::create_symlink(script, scratch_ / "links/tidewell");
-  fs::create_symlink("../links/tidewell", scratch_ / "bin/tidewell");
-
+  fs::create_directories(scratch / "bin");
+  fs::create_directories(scratch / "links");
+  fs::create_symlink(fs::path(TIDEWELL_BUNDLE_PATH) / "Contents/Resources/tidewell.sh", scratch / "links/tidewell");
+  fs::create_symlink("../links/tidewell", scratch / "bin/tidewell");
   auto noMarker = options(false);  // no terminal either: only the launcher can make this a command-line start
-  auto result = test::runProcess((scratch_ / "bin/tidewell").string(), {"--help"}, noMarker);
+  auto result = test::runProcess((scratch / "bin/tidewell").string(), {"--help"}, noMarker);
   EXPECT_EQ(result.exitStatus, 0) << result.standardError;
-  EXPECT_EQ(result.standardOutput, kBanner + usageText());
-
+  EXPECT_EQ(result.standardOutput, kBanner + kUsage);
   // Found through PATH, with arguments that hold spaces and commas passed on unchanged.
-  noMarker.environment["PATH"] = (scratch_ / "bin").string() + ":/usr/bin:/bin";
+  noMarker.environment["PATH"] = (scratch / "bin").string() + ":/usr/bin:/bin";
   result = test::runProcess("/bin/sh", {"-c", "tidewell clean 'derived-data, bogus value'"}, noMarker);
   EXPECT_EQ(result.exitStatus, 1);
   EXPECT_EQ(result.standardOutput, kBanner + "Error: Wrong value for \"clean\": bogus value\n\n" + logLine());
 }
 
-// A copy of the bundle, in a folder whose name holds a space, with its Info.plist changed. The
-// executable finds its bundle from the path it was started by.
-TEST_F(CommandLine, ACopiedBundleTakesItsBannerFromItsOwnInfoPlistOrStops) {
-  fs::path source(TIDEWELL_BUNDLE_PATH);
-  fs::path bundle = scratch_ / "My Apps/Tidewell.app";
+// The executable finds its bundle from the path it was started by: a copy in a folder whose
+// name holds a space takes its banner from its own Info.plist, or stops without one.
+TEST_F(CommandLine, ACopiedBundleTakesItsBannerAndLogNameFromItsOwnInfoPlistOrStops) {
+  fs::path source = fs::path(TIDEWELL_BUNDLE_PATH) / "Contents";
+  fs::path bundle = scratch / "My Apps/Tidewell.app";
+  const std::string executable = (bundle / "Contents/MacOS/tidewell").string();
   fs::create_directories(bundle / "Contents/MacOS");
   fs::create_directories(bundle / "Contents/Resources");
   std::error_code error;
-  fs::create_hard_link(source / "Contents/MacOS/tidewell", bundle / "Contents/MacOS/tidewell", error);
-  if (error) fs::copy_file(source / "Contents/MacOS/tidewell", bundle / "Contents/MacOS/tidewell");
-  fs::copy_file(source / "Contents/Resources/tidewell.sh", bundle / "Contents/Resources/tidewell.sh");
-  auto writeInfo = [&](std::initializer_list<std::pair<const char*, const char*>> keys, test::PlistFormat format) {
-    plist_t dictionary = plist_new_dict();
-    for (const auto& [key, value] : keys) plist_dict_set_item(dictionary, key, plist_new_string(value));
-    test::writePlist(bundle / "Contents/Info.plist", dictionary, format);
-  };
-  const std::string executable = (bundle / "Contents/MacOS/tidewell").string();
+  fs::create_hard_link(source / "MacOS/tidewell", executable, error);
+  if (error) fs::copy_file(source / "MacOS/tidewell", executable);
+  fs::copy_file(source / "Resources/tidewell.sh", bundle / "Contents/Resources/tidewell.sh");
 
-  writeInfo({{"CFBundleShortVersionString", "2.3.1"}, {"CFBundleVersion", "417"}}, test::PlistFormat::binary);
+  writeInfo(bundle,
+            {{"CFBundleShortVersionString", "2.3.1"},
+             {"CFBundleVersion", "417"},
+             {"CFBundleIdentifier", "org.example.Renamed"}},
+            test::PlistFormat::binary);
   auto terminal = options(false);
   terminal.terminalInput = true;
   auto result = test::runProcess(executable, {"--help"}, terminal);
   EXPECT_EQ(result.exitStatus, 0);
-  EXPECT_EQ(result.standardOutput, "Tidewell 2.3.1 (417)\n\n" + warningBlock(bundle) + usageText());
-  // The copy's own launcher starts the copy.
+  EXPECT_EQ(result.standardOutput, "Tidewell 2.3.1 (417)\n\n" + warningBlock(bundle) + kUsage);
   result = test::runProcess((bundle / "Contents/Resources/tidewell.sh").string(), {"--help"}, options(false));
-  EXPECT_EQ(result.exitStatus, 0) << result.standardError;
-  EXPECT_EQ(result.standardOutput, "Tidewell 2.3.1 (417)\n\n" + usageText());
+  EXPECT_EQ(result.exitStatus, 0) << result.standardError;  // the copy's own launcher starts the copy
+  EXPECT_EQ(result.standardOutput, "Tidewell 2.3.1 (417)\n\n" + kUsage);
+  // Log files are named after the bundle's identifier.
+  result = test::runProcess(executable, {"bogus"}, options());
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_EQ(result.standardOutput,
+            "Tidewell 2.3.1 (417)\n\nError: Unrecognized argument: bogus\n\nYou can check full log here: " +
+                (tmp / "org.example.Renamed-MainLog-LogFile-latest.log").string() + "\n\n");
+  EXPECT_FALSE(fs::exists(logFile()));
+  // Outside a bundle the tool stops for want of version information, after a log named "UnknownApp" is open.
+  fs::create_directories(scratch / "bin");
+  fs::copy_file(source / "MacOS/tidewell", scratch / "bin/tidewell");
+  test::runProcess((scratch / "bin/tidewell").string(), {"--help"}, options());
+  EXPECT_TRUE(fs::is_regular_file(tmp / "UnknownApp-MainLog-LogFile-latest.log"));
 
-  // Missing version information is a fatal stop.
   auto expectStop = [&](const std::string& line) {
     auto stopped = test::runProcess(executable, {"info"}, options());
     EXPECT_EQ(stopped.exitStatus, 128 + SIGABRT) << line;
     EXPECT_EQ(stopped.standardOutput, "CmdLineTool: " + line + "\n");
   };
-  writeInfo({{"CFBundleVersion", "7"}}, test::PlistFormat::xml);
+  writeInfo(bundle, {{"CFBundleVersion", "7"}}, test::PlistFormat::xml);
   expectStop("Can't get app version from main bundle!");
-  writeInfo({{"CFBundleShortVersionString", "2.0"}}, test::PlistFormat::binary);
+  writeInfo(bundle, {{"CFBundleShortVersionString", "2.0"}}, test::PlistFormat::binary);
   expectStop("Can't get app build number from main bundle!");
   test::writeFile(bundle / "Contents/Info.plist", "<?xml version=\"1.0\"?><plist><dict><key>CFB");
   expectStop("No Info.plist in main app bundle!?");
   fs::remove(bundle / "Contents/Info.plist");
   expectStop("No Info.plist in main app bundle!?");
+}
+
+// A start with `home` as the user's home and neither $XDG_STATE_HOME nor $TMPDIR, so the
+// program picks the log folder itself.
+test::ProcessResult runAsUserOf(const fs::path& home, const fs::path& root) {
+  test::ProcessOptions options;
+  options.environment = {{"TIDEWELL_FROM_COMMAND_LINE", "1"},   {"TIDEWELL_TEST_HOME", home.string()},
+                         {"TIDEWELL_TEST_ROOT", root.string()}, {"XDG_CONFIG_HOME", (home / ".config").string()},
+                         {"XDG_STATE_HOME", std::nullopt},      {"TMPDIR", std::nullopt}};
+  return test::runProcess(TIDEWELL_EXECUTABLE, {"bogus"}, options);
+}
+
+// What a run with a bad argument must print: its error and the path of its own log file.
+std::string errorOutputProblems(const test::ProcessResult& result, const fs::path& folder) {
+  std::string problems;
+  if (result.exitStatus != 1) problems += "status " + std::to_string(result.exitStatus) + "\n";
+  if (!result.standardError.empty()) problems += "standard error: " + result.standardError + "\n";
+  if (!result.standardOutput.ends_with("Error: Unrecognized argument: bogus\n\nYou can check full log here: " +
+                                       (folder / "dev.tidewell.Tidewell-MainLog-LogFile-latest.log").string() + "\n\n"))
+    problems += "standard output: " + result.standardOutput + "\n";
+  return problems;
+}
+
+TEST(LogFiles, WithoutTmpdirEachUserLogsIntoAPrivateFolderOfItsOwnThatKeepsThePreviousRun) {
+  // The system's shared temporary folder, where a first user's log must not block a second.
+  test::TempDir root;
+  fs::permissions(root.path(), fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                                   fs::perms::others_read | fs::perms::others_exec);
+  fs::create_directories(root / "tmp");
+  fs::permissions(root / "tmp", fs::perms::all | fs::perms::sticky_bit);
+  test::TempDir first;
+  const fs::path firstFolder = first / "home/.local/state/tidewell";
+  EXPECT_EQ(errorOutputProblems(runAsUserOf(first / "home", root.path()), firstFolder), "");
+  struct stat folder {};
+  ASSERT_EQ(::stat(firstFolder.c_str(), &folder), 0);
+  EXPECT_EQ(folder.st_mode & 07777, 0700u);
+
+  // A second user, with a home of its own, starts twice after the first.
+  test::TempDir second;
+  fs::create_directories(second / "home");
+  ASSERT_TRUE(test::handOverTree(second.path()));
+  const fs::path secondFolder = second / "home/.local/state/tidewell";
+  constexpr const char* kCannotRun = "the executable is out of the second user's reach";
+  auto problems = test::runUnprivileged(second.path(), [&]() -> std::string {
+    if (::access(TIDEWELL_EXECUTABLE, X_OK) != 0) return kCannotRun;  // a build in a private folder
+    std::string found = errorOutputProblems(runAsUserOf(second / "home", root.path()), secondFolder);
+    found += errorOutputProblems(runAsUserOf(second / "home", root.path()), secondFolder);
+    if (!fs::is_regular_file(secondFolder / "dev.tidewell.Tidewell-MainLog-LogFile-previous.log"))
+      found += "the previous run's log is gone\n";
+    return found;
+  });
+  if (!problems || *problems == kCannotRun) GTEST_SKIP() << (problems ? kCannotRun : "no unprivileged user to run as");
+  EXPECT_EQ(*problems, "");
+  EXPECT_TRUE(fs::is_empty(root / "tmp"));
+}
+
+// The version, build and identifier keys are read by every run above (banner, log name).
+TEST(Bundle, HoldsTheReminderHelperAndTheUpdateFeed) {
+  const fs::path contents = fs::path(TIDEWELL_BUNDLE_PATH) / "Contents";
+  EXPECT_TRUE(fs::is_regular_file(contents / "MacOS/tidewell-remind"));
+  EXPECT_NE(test::readFile(contents / "Info.plist").find("<key>SUFeedURL</key>\n\t<string>https://"),
+            std::string::npos);
+}
+
+TEST(ReleaseBuild, IgnoresTheTestOnlyHomeAndRootVariables) {
+  test::TempDir decoy;
+  test::ProcessOptions options;
+  options.environment = {{"TIDEWELL_TEST_HOME", decoy.path().string()},
+                         {"TIDEWELL_TEST_ROOT", decoy.path().string()},
+                         {"TIDEWELL_TEST_COMMAND_TIME_LIMIT_MS", "5"},
+                         {"HOME", decoy.path().string()}};
+  auto result = test::runProcess(TIDEWELL_RELEASE_HOST_PROBE, {}, options);
+  ASSERT_EQ(result.exitStatus, 0) << result.standardError;
+  // The home comes from the user database, never the environment; "/" stays "/"; a tool keeps its minute.
+  ASSERT_FALSE(userDatabaseHome().empty());
+  EXPECT_EQ(result.standardOutput, "home=" + userDatabaseHome().string() + "\nroot=/\ncommandTimeLimitMs=60000\n");
+  // The same variables do reach a test build: the probe is not simply blind to them.
+  ASSERT_NE(userDatabaseHome(), decoy.path());
+  setenv("TIDEWELL_TEST_HOME", decoy.path().c_str(), 1);
+  EXPECT_EQ(Host::fromProcess().home, decoy.path());
+  unsetenv("TIDEWELL_TEST_HOME");
+}
+
+TEST(PrivilegedRemover, RemovesListedItemsAndRefusesTheWholeCallForOneBadPath) {
+  test::TempDir root;
+  const fs::path updates = root / "Library/Updates", installer = root / "Applications/Install macOS Sonoma.app";
+  test::writeFile(updates / "041-1/a.pkg", "a");
+  test::writeFile(updates / "041-2/b.pkg", "b");
+  test::writeFile(installer / "Contents/x", "x");
+  fs::create_directory_symlink(root / "Applications", updates / "041-link");
+  test::ProcessOptions options;
+  options.environment = {{"TIDEWELL_TEST_ROOT", root.path().string()}};
+  auto run = [&](const Arguments& arguments) {
+    return test::runProcess(TIDEWELL_PRIVILEGED_REMOVER, arguments, options);
+  };
+  auto refused = run({(updates / "041-1").string(), (updates / "041-link").string()});
+  EXPECT_EQ(refused.exitStatus, 2);
+  EXPECT_NE(refused.standardError.find("041-link\u201D: it is a symbolic link"), std::string::npos)
+      << refused.standardError;
+  EXPECT_TRUE(fs::exists(updates / "041-1")) << "nothing goes when one path is refused";
+  EXPECT_EQ(run({}).exitStatus, 2);
+  EXPECT_EQ(run({"Library/Updates/041-1"}).exitStatus, 2);
+
+  auto removed = run({(updates / "041-1").string(), installer.string()});
+  EXPECT_EQ(removed.exitStatus, 0) << removed.standardError;
+  EXPECT_FALSE(fs::exists(updates / "041-1"));
+  EXPECT_FALSE(fs::exists(installer));
+  EXPECT_TRUE(fs::exists(updates / "041-2"));
+  EXPECT_TRUE(fs::exists(root / "Applications"));
 }
 
 }  // namespace

@@ -1,67 +1,45 @@
-// "info" and "clean" through the real executable, on a home folder written for the run.
+// "info" and "clean" through the real executable on homes written for the run: what is listed
+// and removed, a synced cloud folder that must survive, and hostile input that must not stop a run.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <sstream>
-#include <string>
-#include <vector>
 
+#include "e2e/Sandbox.h"
 #include "fs/DirectorySize.h"
 #include "platform/ByteCountFormatter.h"
-#include "platform/Host.h"
-#include "platform/UserDefaults.h"
 #include "support/DeveloperFolderFixture.h"
-#include "support/RunProcess.h"
-#include "support/TempDir.h"
+#include "support/FixtureHome.h"
+#include "support/HostilePropertyLists.h"
+#include "support/StandInTools.h"
 
 namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
-using test::TempDir;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-class InfoClean : public ::testing::Test {
- protected:
-  InfoClean() { fixture.populate(); }
+#define ASSERT_RAN(result) ASSERT_EQ((result).exitStatus, 0) << (result).standardOutput << (result).standardError
 
-  test::ProcessResult run(const std::vector<std::string>& arguments) {
-    test::ProcessOptions options;
-    options.environment = {
-        {"TIDEWELL_FROM_COMMAND_LINE", "1"},          {"TIDEWELL_TEST_HOME", home.path().string()},
-        {"TIDEWELL_TEST_ROOT", root.path().string()}, {"XDG_CONFIG_HOME", config.path().string()},
-        {"TMPDIR", temporary.path().string()},
-    };
-    return test::runProcess(TIDEWELL_EXECUTABLE, arguments, options);
-  }
-
-  UserDefaults preferences() const {
-    Host host;
-    host.configDirectory = config.path();
-    return UserDefaults(UserDefaults::standardStorePath(host));
-  }
-
-  TempDir home, root, config, temporary;
+struct InfoClean : ::testing::Test, test::Sandbox {
   test::DeveloperFolderFixture fixture{home / "Library/Developer"};
 };
 
 TEST_F(InfoClean, InfoListsEveryLocationWithTheScannedItems) {
+  fixture.populate();
   const auto result = run({"info"});
-  ASSERT_EQ(result.exitStatus, 0) << result.standardOutput << result.standardError;
+  ASSERT_RAN(result);
   const std::string& out = result.standardOutput;
-  EXPECT_THAT(out, HasSubstr("Scanning...\n\n"));
   const int64_t seaLion = measurePath(fixture.xcode() / "DerivedData/Sea_Lion-abcdefghijklmnopqrstuvwxyz", nullptr);
-  EXPECT_THAT(out, HasSubstr("\t[" + formatByteCount(seaLion) +
-                             "] Sea Lion (/Users/dev/Projects/Sea Lion/Sea Lion.xcodeproj)\n"));
   // Device-support groups sit one level deeper than their location, their items one further.
-  EXPECT_THAT(out, HasSubstr("\t[" + formatByteCount(0) + "] tvOS \n"));
-  for (const char* item : {"] iOS 17.4 (21E219) \n", "] 1.3 (14) \u274C (", "] Logs from Xcode 16.4 \n",
-                           "] Cache from Xcode 15.3 \n", "] SwiftUI Previews \n"})
+  for (const std::string& item : std::vector<std::string>{
+           "Scanning...\n\n", "\t[" + formatByteCount(0) + "] tvOS \n",
+           "\t[" + formatByteCount(seaLion) + "] Sea Lion (/Users/dev/Projects/Sea Lion/Sea Lion.xcodeproj)\n",
+           "] iOS 17.4 (21E219) \n", "] 1.3 (14) \u274C (", "] Logs from Xcode 16.4 \n", "] Cache from Xcode 15.3 \n",
+           "] SwiftUI Previews \n"})
     EXPECT_THAT(out, HasSubstr(item));
-
   // Location entries in descending label order; the total comes last.
   std::vector<std::string> all;
   std::istringstream stream(out);
@@ -79,6 +57,7 @@ TEST_F(InfoClean, InfoListsEveryLocationWithTheScannedItems) {
 }
 
 TEST_F(InfoClean, CleanDerivedDataRemovesOnlyItAndAddsToTheLifetimeTotal) {
+  fixture.populate();
   preferences().setInteger("TWTotalBytesCleaned", 1000);
   const fs::path derivedData = fixture.xcode() / "DerivedData";
   int64_t expected = 0;
@@ -92,34 +71,169 @@ TEST_F(InfoClean, CleanDerivedDataRemovesOnlyItAndAddsToTheLifetimeTotal) {
   auto lifetimeTotal = [&] { return std::get<int64_t>(preferences().object("TWTotalBytesCleaned").value()); };
 
   const auto result = run({"clean", "derived-data"});
-  ASSERT_EQ(result.exitStatus, 0) << result.standardOutput << result.standardError;
-  const std::string& out = result.standardOutput;
-  EXPECT_THAT(out, HasSubstr("Removing files:\n"));
-  EXPECT_THAT(out, HasSubstr("Derived Data: Sea Lion /Users/dev/Projects/Sea Lion/Sea Lion.xcodeproj - "));
-  EXPECT_THAT(out, HasSubstr(" - 4/4\n"));
-  EXPECT_THAT(out, Not(HasSubstr("Warning:")));
-  EXPECT_THAT(out, HasSubstr("\nTotal bytes cleaned: " + formatByteCount(expected) + "\n"));
+  ASSERT_RAN(result);
+  for (const std::string& text : std::vector<std::string>{
+           "Removing files:\n", " - 4/4\n", "Derived Data: Sea Lion /Users/dev/Projects/Sea Lion/Sea Lion.xcodeproj - ",
+           "\nTotal bytes cleaned: " + formatByteCount(expected) + "\n"})
+    EXPECT_THAT(result.standardOutput, HasSubstr(text));
+  EXPECT_THAT(result.standardOutput, Not(HasSubstr("Warning:")));
   for (const auto& project : projects) EXPECT_FALSE(fs::exists(project)) << project;
-  EXPECT_TRUE(fs::exists(derivedData / "ModuleCache"));
-  EXPECT_TRUE(fs::exists(fixture.xcode() / "Archives"));
-  EXPECT_TRUE(fs::exists(fixture.developerFolder() / "Shared/Documentation"));
+  for (const fs::path& kept :
+       {derivedData / "ModuleCache", fixture.xcode() / "Archives", fixture.developerFolder() / "Shared/Documentation"})
+    EXPECT_TRUE(fs::exists(kept)) << kept;
   EXPECT_EQ(lifetimeTotal(), 1000 + expected);
-
   // A second run over the now empty location adds nothing.
   const auto again = run({"clean", "derived-data"});
-  ASSERT_EQ(again.exitStatus, 0) << again.standardOutput;
+  ASSERT_RAN(again);
   EXPECT_THAT(again.standardOutput, HasSubstr("Total bytes cleaned: " + formatByteCount(0) + "\n"));
   EXPECT_EQ(lifetimeTotal(), 1000 + expected);
-}
 
-TEST_F(InfoClean, CleanWithoutCoreSimulatorFailsWithTheLocateMessage) {
   fs::remove_all(fixture.developerFolder() / "CoreSimulator");
-  const auto result = run({"clean", "derived-data"});
-  EXPECT_EQ(result.exitStatus, 1);
-  EXPECT_THAT(result.standardOutput,
+  fixture.addDerivedData("Late-abcdefghijklmnopqrstuvwxyz", "/Users/dev/Late/Late.xcodeproj", 4096);
+  const auto located = run({"clean", "derived-data"});
+  EXPECT_EQ(located.exitStatus, 1);
+  EXPECT_THAT(located.standardOutput,
               HasSubstr("Error: Cannot locate Xcode cache files.\nCheck if you have Xcode installed and some projects "
                         "built.\n"));
-  EXPECT_TRUE(fs::exists(fixture.xcode() / "DerivedData"));
+  EXPECT_TRUE(fs::exists(derivedData / "Late-abcdefghijklmnopqrstuvwxyz"));
+}
+
+TEST_F(InfoClean, PropertyListsNestedTooDeepOrTooLargeAreRefusedWhereverTheScanReadsThem) {
+  const fs::path runtimes =
+      root / "Library/Developer/CoreSimulator/Volumes/iOS_21E213/Library/Developer/CoreSimulator/Profiles/Runtimes";
+  test::writeFile(runtimes / "iOS 17.4.simruntime/Contents/Info.plist",
+                  "<plist><dict><key>CFBundleIdentifier</key><string>com.apple.CoreSimulator.SimRuntime.iOS-17-4"
+                  "</string></dict></plist>");
+  const fs::path backups = home / "Library/Application Support/MobileSync/Backup";
+  const fs::path developer = fixture.developerFolder();
+  // Each place twice: '%' becomes 1 for XML nested 200,000 deep, 2 for binary nested 100,000 deep.
+  std::vector<fs::path> written;
+  for (const fs::path& place :
+       {developer / "Xcode/DerivedData/Deep%-abcdefghijklmnopqrstuvwxyz/info.plist",
+        developer / "Xcode/Archives/2024-05-01/Deep% 01-05-2024, 10.00.xcarchive/Info.plist",
+        developer / "CoreSimulator/Devices/0A1B2C3D-0000-4000-8000-00000000000%/device.plist",
+        runtimes / "Deep %.simruntime/Contents/Info.plist", backups / "00008110-00000000000000%/Info.plist"}) {
+    for (char format : {'1', '2'}) {
+      std::string file = place.string();
+      file[file.find('%')] = format;
+      test::writeFile(file, format == '1' ? test::deepXmlList(200'000) : test::deepBinaryList(100'000));
+      written.emplace_back(file);
+    }
+  }
+  // A sparse Info.plist of 3 GiB in a device backup: refused by its size, never read.
+  const fs::path huge = backups / "00008110-000000000000000H/Info.plist";
+  test::writeSparseFile(huge, uint64_t{3} << 30);
+
+  auto result = run({"info"});
+  ASSERT_RAN(result);
+  EXPECT_THAT(result.standardOutput, HasSubstr("Total size available to clean: "));
+  const std::string logged = log();
+  for (const auto& file : written)
+    EXPECT_THAT(logged, HasSubstr("The property list " + file.string() + " is unusable: it is nested more than 256"));
+  EXPECT_THAT(logged, HasSubstr("The property list " + huge.string() + " is unusable: it is 3221225472 bytes long"));
+}
+
+TEST_F(InfoClean, AStuckSimulatorToolIsEndedAndTheScanGoesOn) {
+  test::writeStandInTool(root, "/usr/bin/xcrun", "sleep 1000 & wait");
+  auto result = run({"info"}, {{"TIDEWELL_TEST_COMMAND_TIME_LIMIT_MS", "500"}});
+  ASSERT_RAN(result);
+  EXPECT_THAT(result.standardOutput, HasSubstr("Total size available to clean: "));
+  EXPECT_THAT(log(), HasSubstr("Shell: /usr/bin/xcrun did not finish within 500 ms"));
+}
+
+TEST_F(InfoClean, ALifetimeTotalAtTheEndOfItsRangeNeverStopsACleanOrReadsNegative) {
+  const auto cleanOnce = [&](const std::string& name) {
+    const fs::path project = fixture.addDerivedData(name + "-abcdefghijklmnopqrstuvwxyz",
+                                                    "/Users/dev/" + name + "/" + name + ".xcodeproj", 3 << 20);
+    auto result = run({"clean", "derived-data"});
+    EXPECT_EQ(result.exitStatus, 0) << result.standardOutput << result.standardError;
+    EXPECT_FALSE(fs::exists(project));
+    return result.standardOutput;
+  };
+  preferences().setInteger("TWTotalBytesCleaned", INT64_MAX - 10);
+  auto first = cleanOnce("One");
+  EXPECT_THAT(first, HasSubstr("Note: the lifetime total of bytes cleaned cannot grow any further"));
+  EXPECT_THAT(first, Not(HasSubstr("could not be saved")));
+  EXPECT_EQ(preferences().object("TWTotalBytesCleaned"), UserDefaults::Value(INT64_MAX));
+  EXPECT_THAT(cleanOnce("Two"), HasSubstr("Total bytes cleaned: "));  // again, with the total at the top
+  // A total that cannot be saved is said on standard output, not only in the log.
+  fs::remove_all(config);
+  test::writeFile(config, "a file where the settings folder should be");
+  EXPECT_THAT(cleanOnce("Four"), HasSubstr("Warning: the lifetime total of bytes cleaned could not be saved: "));
+}
+
+// A developer's home holding a synced Dropbox folder, with the client's cache inside it.
+struct CleanAllWithCloudFolder : ::testing::Test, test::Sandbox {
+  void SetUp() override {
+    fixtureHome = test::FixtureHome::write(home);
+    test::writeFileOfSize(dropbox / "Photos/holiday.jpg", 3 * kMiB);
+    test::writeFile(dropbox / "Notes/todo.txt", "call the plumber\n");
+    test::writeFileOfSize(dropbox / ".dropbox.cache/2024-03-04/deleted.bin", 2 * kMiB);
+  }
+  // $HOME points elsewhere: the home must come from the test's host.
+  test::ProcessResult runTool(const std::vector<std::string>& arguments) const {
+    return run(arguments, {{"HOME", (scratch / "not-the-home").string()}});
+  }
+  // Every regular file below the synced folder, except the client's cache, with its contents.
+  std::map<fs::path, std::string> syncedFiles() const {
+    std::map<fs::path, std::string> files;
+    for (auto it = fs::recursive_directory_iterator(dropbox); it != fs::recursive_directory_iterator(); ++it) {
+      if (it->path().filename() == ".dropbox.cache") {
+        it.disable_recursion_pending();
+        continue;
+      }
+      if (it->is_regular_file()) files[it->path()] = test::readFile(it->path());
+    }
+    return files;
+  }
+  static constexpr size_t kMiB = 1'048'576;
+  fs::path dropbox = home / "Library/CloudStorage/Dropbox";
+  test::FixtureHome fixtureHome;
+};
+
+TEST_F(CleanAllWithCloudFolder, LeavesTheSyncedFilesAndRemovesTheRest) {
+  const auto before = syncedFiles();
+  ASSERT_EQ(before.size(), 2u);
+  test::ProcessResult result = runTool({"clean", "all"});
+  ASSERT_RAN(result);
+  EXPECT_THAT(result.standardOutput, Not(HasSubstr("Warning: Following file couldn't be removed")));
+  EXPECT_EQ(syncedFiles(), before) << "synced files must never be touched";
+  EXPECT_FALSE(fs::exists(dropbox / ".dropbox.cache")) << "the client's cache is an ordinary cleanable item";
+  for (const fs::path& kept : fixtureHome.keep) EXPECT_TRUE(fs::exists(kept)) << kept;
+  for (const char* cache : {".npm", ".cargo/registry", "Library/Caches/Google/Chrome", ".Trash/Old Installer.dmg"})
+    EXPECT_FALSE(fs::exists(home / cache)) << cache;
+  // Nothing in the deletion lines names the synced folder other than its cache.
+  const std::string dropboxPath = dropbox.string() + "/";
+  for (size_t at = 0; (at = result.standardOutput.find(dropboxPath, at)) != std::string::npos; at += dropboxPath.size())
+    EXPECT_EQ(result.standardOutput.compare(at, dropboxPath.size() + 14, dropboxPath + ".dropbox.cache"), 0)
+        << result.standardOutput.substr(at, 120);
+}
+
+TEST_F(CleanAllWithCloudFolder, CloudLocationCountsOnlyTheCaches) {
+  HardLinkTracker tracker;
+  const int64_t cacheBytes = allocatedSizeOfDirectory(dropbox / ".dropbox.cache", &tracker);
+  ASSERT_GE(allocatedSizeOfDirectory(dropbox / "Photos", &tracker), static_cast<int64_t>(3 * kMiB));
+  test::ProcessResult info = runTool({"info"});
+  ASSERT_RAN(info);
+  // The location line shows only the cache; the synced folder is listed below it with its own size.
+  EXPECT_THAT(info.standardOutput, HasSubstr("[" + formatByteCount(cacheBytes) + "] Cloud Storage "));
+  EXPECT_THAT(info.standardOutput, HasSubstr("] Dropbox \n"));
+  test::ProcessResult result = runTool({"clean", "cloud-caches"});
+  ASSERT_RAN(result);
+  EXPECT_THAT(result.standardOutput, HasSubstr("Total bytes cleaned: " + formatByteCount(cacheBytes) + "\n"));
+  EXPECT_TRUE(fs::exists(dropbox / "Photos/holiday.jpg"));
+  EXPECT_FALSE(fs::exists(dropbox / ".dropbox.cache"));
+}
+
+TEST_F(CleanAllWithCloudFolder, SyncedFilesStayWhenTheHomeLinksToTheSyncedFolder) {
+  // ~/Dropbox links to the synced folder, so the cache is reached through two Dropbox patterns.
+  fs::create_directory_symlink(dropbox, home / "Dropbox");
+  const auto before = syncedFiles();
+  test::ProcessResult result = runTool({"clean", "cloud-caches"});
+  ASSERT_RAN(result);
+  EXPECT_EQ(syncedFiles(), before);
+  EXPECT_TRUE(fs::is_symlink(home / "Dropbox"));
+  EXPECT_FALSE(fs::exists(dropbox / ".dropbox.cache"));
 }
 
 }  // namespace

@@ -12,13 +12,14 @@ namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
+using Strings = std::vector<std::string>;
 
 struct RecordingAlerts : FeedbackAlerts {
   void showInformational(const std::string& message, const std::string& informative,
                          const std::string& button) override {
     shown.push_back(message + "|" + informative + "|" + button);
   }
-  std::vector<std::string> shown;
+  Strings shown;
 };
 
 class FeedbackMailerTest : public ::testing::Test {
@@ -41,8 +42,6 @@ class FeedbackMailerTest : public ::testing::Test {
         "[ \"$*\" = 'query default x-scheme-handler/mailto' ] && echo " + test::shellQuoted(handler));
   }
 
-  std::vector<std::string> mailedArguments() { return test::readCallLog(mailed); }
-
   test::TempDir root;
   Host host = [this] {
     Host h = test::hostWithRoot(root.path());
@@ -55,59 +54,49 @@ class FeedbackMailerTest : public ::testing::Test {
   FeedbackMailer mailer{host, alerts, {}, [](std::function<void()> task) { task(); }};
 };
 
-TEST_F(FeedbackMailerTest, SupportAddressIsDecodedFromBase64) {
-  EXPECT_EQ(FeedbackMailer::supportAddress(), "support@tidewell.dev");
-  EXPECT_EQ(FeedbackMailer::decodeBase64("YQ=="), "a");
-  EXPECT_EQ(FeedbackMailer::decodeBase64("YWI="), "ab");
-  EXPECT_EQ(FeedbackMailer::decodeBase64("YWJj"), "abc");
-  EXPECT_EQ(FeedbackMailer::decodeBase64("YWJ"), std::nullopt);
-  EXPECT_EQ(FeedbackMailer::decodeBase64("Y!=="), std::nullopt);
-}
-
-TEST_F(FeedbackMailerTest, FeedbackGoesToTheMailProgramWithSubjectOnly) {
+TEST_F(FeedbackMailerTest, FeedbackGoesToTheDecodedAddressOrTheAlertTellsIt) {
+  const std::pair<const char*, std::optional<std::string>> decoded[] = {
+      {"YQ==", "a"}, {"YWI=", "ab"}, {"YWJj", "abc"}, {"YWJ", std::nullopt}, {"Y!==", std::nullopt}};
+  for (const auto& [text, plain] : decoded) EXPECT_EQ(FeedbackMailer::decodeBase64(text), plain) << text;
   mailer.sendFeedback();
-  EXPECT_EQ(mailedArguments(),
-            (std::vector<std::string>{"--utf8", "--subject", "Tidewell Feedback", "support@tidewell.dev"}));
+  EXPECT_EQ(test::readCallLog(mailed), (Strings{"--utf8", "--subject", "Tidewell Feedback", "support@tidewell.dev"}));
   EXPECT_TRUE(alerts.shown.empty());
+
+  fs::remove(mailed);
+  useMailtoHandler("");
+  mailer.sendFeedback();
+  EXPECT_FALSE(fs::exists(mailed));
+  EXPECT_EQ(alerts.shown, (Strings{"Can't send e-mail|It seems your system doesn't have e-mail configured. You can "
+                                   "send your feedback manually to support@tidewell.dev|OK"}));
+  fs::remove(root / "usr/bin/xdg-email");
+  test::LogCapture log;
+  mailer.sendFeedback();
+  EXPECT_EQ(log.lines(), (Strings{"⚠️ FeedbackMailer: Can't create compose e-mail NSSharingService"}));
 }
 
 TEST_F(FeedbackMailerTest, IssueReportAttachesTheLogsThatExist) {
   test::TempDir logs;
-  for (size_t starts = 1; starts <= 2; ++starts) {
-    Logger logger("MainLog", Logger::Level::info, Logger::FileLogging::on, logs.path(), "dev.tidewell.Tidewell");
+  auto attached = [&](const Logger& logger) {
     fs::remove(mailed);
     mailer.reportAnIssue(logger);
-    auto arguments = mailedArguments();
-    std::vector<std::string> attached;
-    for (size_t i = 0; i + 1 < arguments.size(); ++i) {
-      if (arguments[i] == "--attach") attached.push_back(arguments[i + 1]);
-    }
-    std::vector<std::string> expected{(logs.path() / "dev.tidewell.Tidewell-MainLog-LogFile-latest.log").string()};
-    if (starts == 2) expected.push_back((logs.path() / "dev.tidewell.Tidewell-MainLog-LogFile-previous.log").string());
-    EXPECT_EQ(attached, expected);
+    auto arguments = test::readCallLog(mailed);
     EXPECT_EQ(arguments.at(2), "Tidewell Issue Report");
     EXPECT_EQ(arguments.at(4), "Write your report here");
-  }
-  Logger consoleOnly("MainLog", Logger::Level::info, Logger::FileLogging::off);
-  fs::remove(mailed);
-  mailer.reportAnIssue(consoleOnly);
-  auto arguments = mailedArguments();
-  EXPECT_EQ(std::count(arguments.begin(), arguments.end(), "--attach"), 0);
-}
-
-TEST_F(FeedbackMailerTest, WithoutMailProgramTheAlertTellsTheAddress) {
-  useMailtoHandler("");
-  mailer.sendFeedback();
-  EXPECT_FALSE(fs::exists(mailed));
-  EXPECT_EQ(alerts.shown, (std::vector<std::string>{
-                              "Can't send e-mail|It seems your system doesn't have e-mail configured. You can send "
-                              "your feedback manually to support@tidewell.dev|OK"}));
-
-  fs::remove(root / "usr/bin/xdg-email");
-  test::LogCapture log;
-  mailer.sendFeedback();
-  EXPECT_EQ(log.lines(),
-            (std::vector<std::string>{"⚠️ FeedbackMailer: Can't create compose e-mail NSSharingService"}));
+    Strings files;
+    for (size_t i = 0; i + 1 < arguments.size(); ++i) {
+      if (arguments[i] == "--attach") files.push_back(arguments[i + 1]);
+    }
+    return files;
+  };
+  const auto log = [&](const char* which) {
+    return (logs.path() / ("dev.tidewell.Tidewell-MainLog-LogFile-" + std::string(which) + ".log")).string();
+  };
+  auto start = [&] {
+    return Logger("MainLog", Logger::Level::info, Logger::FileLogging::on, logs.path(), "dev.tidewell.Tidewell");
+  };
+  EXPECT_EQ(attached(start()), (Strings{log("latest")}));
+  EXPECT_EQ(attached(start()), (Strings{log("latest"), log("previous")}));
+  EXPECT_EQ(attached(Logger("MainLog", Logger::Level::info, Logger::FileLogging::off)), Strings{});
 }
 
 TEST_F(FeedbackMailerTest, SystemReportTellsVersionFoldersSystemAndModel) {

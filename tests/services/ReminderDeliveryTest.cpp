@@ -4,13 +4,12 @@
 
 #include <QCoreApplication>
 #include <QDBusConnection>
-#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QTest>
 
-#include "QtWait.h"
 #include "app/ScanReminders.h"
 #include "platform/UserTimerNotificationCenter.h"
 #include "support/RunProcess.h"
@@ -24,8 +23,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-
-using test::waitUntil;
 
 class ReminderDeliveryTest : public ::testing::Test {
  protected:
@@ -44,20 +41,17 @@ class ReminderDeliveryTest : public ::testing::Test {
   }
 
   void TearDown() override {
-    if (server.state() != QProcess::NotRunning) {
-      server.kill();
-      server.waitForFinished();
-    }
+    server.kill();
+    server.waitForFinished();
   }
 
-  std::shared_ptr<UserTimerNotificationCenter> center() {
-    return std::static_pointer_cast<UserTimerNotificationCenter>(
-        makeDesktopNotificationCenter(host, macos / "tidewell-remind", [] { return true; }));
+  std::shared_ptr<NotificationCenter> center() {
+    return makeDesktopNotificationCenter(host, macos / "tidewell-remind", [] { return true; });
   }
 
   void startServer(const QString& answer) {
     server.start(TIDEWELL_NOTIFICATION_SERVER, {QString::fromStdString(record.string()), answer});
-    ASSERT_TRUE(waitUntil([] { return ui::notificationServerPresent(); })) << "the stand-in server did not start";
+    ASSERT_TRUE(QTest::qWaitFor([] { return ui::notificationServerPresent(); })) << "the stand-in server did not start";
   }
 
   test::ProcessResult deliver() {
@@ -86,15 +80,16 @@ TEST_F(ReminderDeliveryTest, DueReminderIsPostedAndScanStartsTheWindow) {
   auto calls = test::readCallLog(record);
   ASSERT_EQ(calls.size(), 1u);
   QJsonObject call = QJsonDocument::fromJson(QByteArray::fromStdString(calls[0])).object();
-  EXPECT_EQ(call["application"].toString(), "Tidewell");
-  EXPECT_EQ(call["summary"].toString(), "Scan Xcode cache?");
-  EXPECT_EQ(call["body"].toString(), "It's been a while since your last scan, check if you can reclaim some storage.");
+  EXPECT_EQ(QStringList({call["application"].toString(), call["summary"].toString(), call["body"].toString(),
+                         call["hints"].toObject()["sound-name"].toString()}),
+            QStringList({"Tidewell", "Scan Xcode cache?",
+                         "It's been a while since your last scan, check if you can reclaim some storage.",
+                         "message-new-instant"}));
   EXPECT_EQ(call["actions"].toArray().toVariantList(),
             (QVariantList{"dev.tidewell.Tidewell.scanReminder.scan", "Scan",
                           "dev.tidewell.Tidewell.scanReminder.dismiss", "Close"}));
-  EXPECT_EQ(call["hints"].toObject()["sound-name"].toString(), "message-new-instant");
 
-  EXPECT_TRUE(waitUntil([&] { return fs::exists(root / "window-started"); }));
+  EXPECT_TRUE(QTest::qWaitFor([&] { return fs::exists(root / "window-started"); }));
   EXPECT_EQ(test::readFile(root / "window-started"), "window marker=[]\n");
   EXPECT_EQ(center()->pendingRequests().size(), 51u);
 }

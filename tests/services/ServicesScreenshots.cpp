@@ -1,5 +1,4 @@
-// Writes pictures of the preferences window and of the update announcement into the folder
-// given as the only argument (docs/ of the repository): run under a virtual display,
+// Pictures of the preferences window and the update announcement for docs/:
 // `xvfb-run -a services-screenshots docs`.
 #include <QApplication>
 #include <QMessageBox>

@@ -1,6 +1,4 @@
-// A home folder and a system root under one temporary folder, installed as the current host,
-// for the catalogue, system-item and cloud-folder scanner tests: "~" patterns land in home(),
-// absolute system paths ("/Library/Updates", "/usr/bin/tmutil") below root().
+// A home folder and a system root in one temporary folder, installed as the current host.
 #pragma once
 
 #include <cstdint>
@@ -42,8 +40,7 @@ int64_t allocatedBytes(const std::filesystem::path& file);
 // Size of one file-system block at `folder`, the step in which allocations grow.
 int64_t blockSize(const std::filesystem::path& folder);
 
-// Lets a test make removal fail even for root: with root privileges the folder's immutable
-// flag is set, otherwise its write permission is taken away. Undone on destruction.
+// Makes removal below `folder` fail, even for root (immutable flag, else no write permission).
 class RemovalBlocker {
  public:
   explicit RemovalBlocker(std::filesystem::path folder);

@@ -2,26 +2,10 @@
 
 #include <plist/plist.h>
 
-#include <stdexcept>
-
 #include "support/TempDir.h"
 
 namespace tw::test {
 namespace {
-
-constexpr int64_t kSecondsFrom1970To2001 = 978307200;  // property-list dates count from 2001
-
-void writePlist(const std::filesystem::path& file, plist_t plist, PropertyListFormat format) {
-  char* bytes = nullptr;
-  uint32_t length = 0;
-  const bool binary = format == PropertyListFormat::binary;
-  binary ? plist_to_bin(plist, &bytes, &length) : plist_to_xml(plist, &bytes, &length);
-  plist_free(plist);
-  if (bytes == nullptr) throw std::runtime_error("cannot encode property list for " + file.string());
-  const std::string contents(bytes, length);
-  binary ? plist_to_bin_free(bytes) : plist_to_xml_free(bytes);
-  writeFile(file, contents);
-}
 
 void setText(plist_t dictionary, const char* key, const std::optional<std::string>& value) {
   if (value) plist_dict_set_item(dictionary, key, plist_new_string(value->c_str()));
@@ -66,6 +50,12 @@ std::vector<std::string> linesStartingWith(const LogCapture& log, const std::str
   return found;
 }
 
+std::vector<std::string> labelsOf(const std::vector<CleanupEntryPtr>& entries) {
+  std::vector<std::string> labels;
+  for (const auto& entry : entries) labels.push_back(entry->label());
+  return labels;
+}
+
 DeveloperFolderFixture::DeveloperFolderFixture(std::filesystem::path developerFolder)
     : developerFolder_(std::move(developerFolder)) {
   std::filesystem::create_directories(developerFolder_ / "Xcode");
@@ -95,10 +85,7 @@ std::filesystem::path DeveloperFolderFixture::addArchive(const std::string& date
   plist_t plist = plist_new_dict();
   if (info.nameAsNumber) plist_dict_set_item(plist, "Name", plist_new_uint(42));
   else setText(plist, "Name", info.name);
-  if (info.creationDate) {
-    plist_dict_set_item(plist, "CreationDate",
-                        plist_new_date(static_cast<int32_t>(*info.creationDate - kSecondsFrom1970To2001), 0));
-  }
+  if (info.creationDate) plist_dict_set_item(plist, "CreationDate", plistDate(*info.creationDate));
   plist_dict_set_item(plist, "ArchiveVersion", plist_new_uint(2));
   if (plist_t list = distributions(info.distributions)) plist_dict_set_item(plist, "Distributions", list);
   if (info.applicationProperties) {

@@ -1,5 +1,4 @@
-// Writers for the layouts Xcode leaves in ~/Library/Developer, one item at a time. Property
-// lists go through libplist in XML or binary form, as Xcode writes both.
+// Writers for the layouts Xcode leaves in ~/Library/Developer, one item at a time, in XML or binary lists.
 #pragma once
 
 #include <cstddef>
@@ -9,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "model/CleanupEntry.h"
+#include "support/FixtureHome.h"
 #include "support/LogCapture.h"
 
 namespace tw::test {
@@ -16,7 +17,10 @@ namespace tw::test {
 // The captured lines whose text after the level mark starts with `prefix` (marks kept).
 std::vector<std::string> linesStartingWith(const LogCapture& log, const std::string& prefix);
 
-enum class PropertyListFormat { xml, binary };
+using PropertyListFormat = PlistFormat;
+
+// The labels of `entries`, in order.
+std::vector<std::string> labelsOf(const std::vector<CleanupEntryPtr>& entries);
 
 // How an archive's "Distributions" key looks.
 enum class ArchiveDistributions { missing, notAnArray, notDictionaries, empty, allFailed, oneSucceeded };
@@ -59,9 +63,7 @@ class DeveloperFolderFixture {
   // A file in "Xcode/iOS Device Logs".
   std::filesystem::path addDeviceLog(const std::string& fileName, size_t bytes = 4096);
 
-  // One of everything: two projects, one without info.plist and a module cache in DerivedData;
-  // archives of two projects; device support with and without architectures and devices; two
-  // documentation caches, user data, device logs of two versions and old documentation sets.
+  // One of everything in every Xcode location, plus old documentation sets.
   void populate();
 
  private:

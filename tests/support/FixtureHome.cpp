@@ -1,7 +1,9 @@
 #include "support/FixtureHome.h"
 
+#include <array>
 #include <cstdint>
 #include <stdexcept>
+#include <tuple>
 
 #include "support/TempDir.h"
 
@@ -46,21 +48,16 @@ struct Writer {
 
 void writeDerivedData(const Writer& w, FixtureHome& home) {
   const fs::path base = "Library/Developer/Xcode/DerivedData";
-  struct Project {
-    std::string folder, workspace;
-    long long lastAccess;
-  };
-  const Project projects[] = {
+  const std::tuple<std::string, std::string, long long> projects[] = {
       {"WeatherApp-dxkbzjmvkxoqcbfbujrwnxhcelpx", "/Users/sam/Projects/WeatherApp/WeatherApp.xcodeproj", 1709545260},
       {"Tidewell-gfqlwhbxkpcyaeiodzsrmnutvjoq", "/Users/sam/Projects/Tidewell/Tidewell.xcworkspace", 1711959600},
       {"Notes Ünïcode-aaaabbbbccccddddeeeeffffgggg", "/Users/sam/Projects/Notes Ünïcode/Notes.xcodeproj", 1680000000},
   };
-  for (const auto& project : projects) {
-    const fs::path folder = base / project.folder;
-    const std::string name = project.folder.substr(0, project.folder.rfind('-'));
+  for (const auto& [projectFolder, workspace, lastAccess] : projects) {
+    const fs::path folder = base / projectFolder;
+    const std::string name = projectFolder.substr(0, projectFolder.rfind('-'));
     w.plist(folder / "info.plist",
-            dict({{"LastAccessedDate", plistDate(project.lastAccess)}, {"WorkspacePath", str(project.workspace)}}),
-            PlistFormat::xml);
+            dict({{"LastAccessedDate", plistDate(lastAccess)}, {"WorkspacePath", str(workspace)}}), PlistFormat::xml);
     auto binary = w.file(folder / "Build/Products/Debug-iphonesimulator" / (name + ".app") / name, 900 * KB);
     w.file(folder / "Build/Intermediates.noindex" / (name + ".build/Debug-iphonesimulator/main.o"), 400 * KB);
     w.file(folder / "Index.noindex/DataStore/v5/records/A1/main.swift-3KQ8DLA9ZQ2KX", 250 * KB);
@@ -117,21 +114,17 @@ void writeArchives(const Writer& w, FixtureHome& home) {
 }
 
 void writeDeviceSupport(const Writer& w, FixtureHome& home) {
-  struct Support {
-    std::string platformFolder, name, version, build;
-  };
-  const Support items[] = {
+  const std::array<std::string, 4> items[] = {
       {"iOS DeviceSupport", "17.4 (21E213) arm64e", "17.4", "21E213"},
       {"iOS DeviceSupport", "iPhone15,2 17.5.1 (21F90)", "17.5.1", "21F90"},
       {"iOS DeviceSupport", "16.7.2 (20H115)", "16.7.2", "20H115"},
       {"watchOS DeviceSupport", "Watch6,1 10.4 (21T216)", "10.4", "21T216"},
   };
-  for (const auto& item : items) {
-    const fs::path folder = fs::path("Library/Developer/Xcode") / item.platformFolder / item.name;
-    w.plist(
-        folder / "Info.plist",
-        dict({{"DSC Extractor Version", str("1241.17")}, {"Version", str(item.version)}, {"Build", str(item.build)}}),
-        PlistFormat::xml);
+  for (const auto& [platformFolder, name, version, build] : items) {
+    const fs::path folder = fs::path("Library/Developer/Xcode") / platformFolder / name;
+    w.plist(folder / "Info.plist",
+            dict({{"DSC Extractor Version", str("1241.17")}, {"Version", str(version)}, {"Build", str(build)}}),
+            PlistFormat::xml);
     w.file(folder / "Symbols/System/Library/Caches/com.apple.dyld/dyld_shared_cache_arm64e", 1300 * KB);
     w.file(folder / "Symbols/usr/lib/libobjc.A.dylib", 200 * KB);
     w.text(folder / ".finalized", "");
@@ -173,24 +166,21 @@ void writeXcodeCaches(const Writer& w, FixtureHome& home) {
 
 void writeSimulators(const Writer& w, FixtureHome& home) {
   const fs::path simulator = "Library/Developer/CoreSimulator";
-  struct Device {
-    std::string udid, type, name, runtime;
-  };
-  const Device devices[] = {
+  const std::array<std::string, 4> devices[] = {
       {"0F5C8A1E-7B2D-4E6A-9C3F-1D2E3F4A5B6C", "iPhone-15", "iPhone 15", "iOS-17-4"},
       {"A3B9E7D1-2C4F-4A6B-8D0E-F1A2B3C4D5E6", "iPhone-8", "iPhone 8", "iOS-15-5"},
       {"C7D2F4A9-6E1B-4C3D-A5F7-9B8E0D1C2A3F", "Apple-Watch-Series-9-45mm", "Apple Watch Series 9 (45mm)",
        "watchOS-10-4"},
   };
   plist_t defaultDevices = plist_new_dict();
-  for (const auto& d : devices) {
-    const fs::path folder = simulator / "Devices" / d.udid;
-    plist_t device = devicePlist(d.udid, d.type, d.name, d.runtime);
+  for (const auto& [udid, type, name, runtime] : devices) {
+    const fs::path folder = simulator / "Devices" / udid;
+    plist_t device = devicePlist(udid, type, name, runtime);
     plist_dict_set_item(device, "isDeleted", plist_new_bool(0));
     w.plist(folder / "device.plist", device, PlistFormat::binary);
     w.file(folder / "data/Containers/Data/Application/7E1F/Library/Caches/images.db", 900 * KB);
     w.file(folder / "data/Library/Logs/system.log", 250 * KB);
-    plist_dict_set_item(defaultDevices, d.udid.c_str(), str("com.apple.CoreSimulator.SimRuntime." + d.runtime));
+    plist_dict_set_item(defaultDevices, udid.c_str(), str("com.apple.CoreSimulator.SimRuntime." + runtime));
     home.simulatorDevices.push_back(w.path(folder));
   }
   w.plist(simulator / "Devices/device_set.plist",

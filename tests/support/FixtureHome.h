@@ -1,8 +1,5 @@
-// Writes a realistic home folder of a developer's Mac into any folder: Xcode's developer
-// folder (derived data, archives, device support, documentation and user-data caches, device
-// logs, simulators and their dyld caches, XCTest clones), tool and browser caches, the Trash and
-// a couple of software projects with build folders. Property lists are written in both XML and
-// binary form, as on a real Mac. Used by tests, benches and the demo (make-fixture-home).
+// Writes a realistic home folder of a developer's Mac (Xcode's developer folder, tool and browser
+// caches, the Trash, projects with build folders) for tests, benches and the demo.
 #pragma once
 
 #include <plist/plist.h>
@@ -22,8 +19,7 @@ void writePlist(const std::filesystem::path& path, plist_t plist, PlistFormat fo
 plist_t plistDate(long long secondsSince1970);
 
 struct FixtureHomeOptions {
-  // Multiplies every file size; 1 writes about 50 MB in all. Items meant to be listed are
-  // larger than 1 MiB even at factor 1, because smaller discovered items are not shown.
+  // Multiplies every file size; at 1 (about 50 MB) items meant to be listed still exceed 1 MiB.
   size_t sizeFactor = 1;
   // Tool, editor, browser and app caches outside the developer folder.
   bool caches = true;

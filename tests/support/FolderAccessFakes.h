@@ -1,5 +1,4 @@
-// Stand-ins for the window's part of a folder grant (the open panel and the alerts) and a
-// capture of the main log, for tests of folder access.
+// Stand-ins for the window's part of a folder grant: the open panel and the alerts.
 #pragma once
 
 #include <deque>
@@ -12,7 +11,6 @@
 
 #include "app/Logger.h"
 #include "fs/Files.h"
-
 #include "support/LogCapture.h"
 
 namespace tw::test {
@@ -23,11 +21,11 @@ class FakeFolderAccessUI : public FolderAccessUI {
   struct Panel {
     std::filesystem::path folder;
     std::string message;
+    bool operator==(const Panel&) const = default;
   };
   struct Alert {
-    std::string message;
-    std::string informativeText;
-    std::string button;
+    std::string message, informativeText, button;
+    bool operator==(const Alert&) const = default;
   };
   // An answer may change the disk (the user makes the folder in the panel) and sets the
   // panel's response number when it cancels.
@@ -50,6 +48,4 @@ class FakeFolderAccessUI : public FolderAccessUI {
   std::vector<Panel> panels;
   std::vector<Alert> alerts;
 };
-
-
 }  // namespace tw::test

@@ -1,5 +1,4 @@
-// Collects the main logger's lines (level mark included) for the lifetime of the object, so
-// tests can check the exact lines a component writes.
+// Collects the main logger's lines (level mark included) while the object lives.
 #pragma once
 
 #include <mutex>

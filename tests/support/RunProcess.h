@@ -1,5 +1,4 @@
-// Runs a program to the end with a chosen environment and collects its output; the
-// end-to-end tests use it to run the real executable.
+// Runs a program to the end with a chosen environment and collects its output.
 #pragma once
 
 #include <map>

@@ -1,6 +1,5 @@
 #include "support/StandInEnvironment.h"
 
-
 namespace tw::test {
 
 Host hostWithRoot(const std::filesystem::path& root) {

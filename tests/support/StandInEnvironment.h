@@ -1,5 +1,4 @@
-// What tests of code that reaches the machine need around them: a host whose system paths and
-// home live below a test folder, and the main logger's lines.
+// A host whose system paths and home live below a test folder (and the main logger's lines).
 #pragma once
 
 #include <filesystem>
@@ -13,6 +12,5 @@ namespace tw::test {
 
 // A host with "/" at `root`, the home at root/home and the temporary folder at root/tmp.
 Host hostWithRoot(const std::filesystem::path& root);
-
 
 }  // namespace tw::test

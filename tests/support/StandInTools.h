@@ -15,8 +15,8 @@ std::string shellQuoted(std::string_view text);
 std::filesystem::path writeStandInTool(const std::filesystem::path& root, std::string_view absolutePath,
                                        std::string_view body);
 
-// "/usr/bin/osascript" accepting only a well-formed `do shell script "..." with administrator
-// privileges`: writes the unescaped command to `receivedCommandFile`, then runs it.
+// "/usr/bin/osascript" running a well-formed `do shell script "..." with administrator privileges`
+// after writing the unescaped command to `receivedCommandFile`.
 std::filesystem::path writeStandInOsascript(const std::filesystem::path& root,
                                             const std::filesystem::path& receivedCommandFile);
 
@@ -34,8 +34,7 @@ struct StandInSimctl {
   int deleteStatus = 0;
 };
 
-// "/usr/bin/xcrun" logging each call's arguments as one line of `callLog` and answering as
-// `behaviour` says; any other call exits 64.
+// "/usr/bin/xcrun" logging each call's arguments as a line of `callLog`, answering as `behaviour` says.
 std::filesystem::path writeStandInXcrun(const std::filesystem::path& root, const std::filesystem::path& callLog,
                                         const StandInSimctl& behaviour);
 

@@ -19,22 +19,18 @@ TempDir::TempDir() {
 }
 
 TempDir::~TempDir() {
+  // Give every folder back its permissions so the removal can see inside it; a second round
+  // reaches folders that were unreadable when the first got to them.
   std::error_code error;
-  // Give every folder back its permissions so the removal can see inside it.
-  for (auto it = std::filesystem::recursive_directory_iterator(
-           path_, std::filesystem::directory_options::skip_permission_denied, error);
-       !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error)) {
-    if (it->is_directory(error) && !it->is_symlink(error)) ::chmod(it->path().c_str(), 0700);
-  }
-  ::chmod(path_.c_str(), 0700);
-  std::filesystem::remove_all(path_, error);
-  if (error) {
-    // A folder that was unreadable when the iteration reached it: try once more.
-    for (auto& entry : std::filesystem::recursive_directory_iterator(
-             path_, std::filesystem::directory_options::skip_permission_denied, error)) {
-      if (entry.is_directory() && !entry.is_symlink()) ::chmod(entry.path().c_str(), 0700);
+  for (int round = 0; round < 2; ++round) {
+    error.clear();
+    ::chmod(path_.c_str(), 0700);
+    for (auto it = std::filesystem::recursive_directory_iterator(
+             path_, std::filesystem::directory_options::skip_permission_denied, error);
+         !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error)) {
+      if (it->is_directory(error) && !it->is_symlink(error)) ::chmod(it->path().c_str(), 0700);
     }
-    std::filesystem::remove_all(path_, error);
+    if (std::filesystem::remove_all(path_, error), !error) return;
   }
 }
 
@@ -45,8 +41,11 @@ void writeFile(const std::filesystem::path& path, std::string_view contents) {
   if (!out) throw std::runtime_error("cannot write " + path.string());
 }
 
-void writeFileOfSize(const std::filesystem::path& path, size_t size) {
-  writeFile(path, std::string(size, 'x'));
+void writeFileOfSize(const std::filesystem::path& path, size_t size) { writeFile(path, std::string(size, 'x')); }
+
+void writeSparseFile(const std::filesystem::path& path, uint64_t size) {
+  writeFile(path, "");
+  std::filesystem::resize_file(path, size);
 }
 
 std::string readFile(const std::filesystem::path& path) {

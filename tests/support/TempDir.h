@@ -1,7 +1,7 @@
-// A temporary folder for one test, removed with everything inside it (permissions restored
-// first, so that tests may leave unreadable folders behind).
+// A temporary folder for one test, removed with everything inside, unreadable folders too.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -27,5 +27,7 @@ void writeFile(const std::filesystem::path& path, std::string_view contents);
 // Writes a file of `size` bytes (non-zero data, so that the blocks are really allocated).
 void writeFileOfSize(const std::filesystem::path& path, size_t size);
 std::string readFile(const std::filesystem::path& path);
+// A file of `size` bytes that takes no space (parent folders created), for size limits.
+void writeSparseFile(const std::filesystem::path& path, uint64_t size);
 
 }  // namespace tw::test

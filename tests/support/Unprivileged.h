@@ -1,24 +1,49 @@
-// Running a piece of a test as an ordinary user. Root reads, writes and removes anything, so
-// tests about permission failures run their body in a child process that has given up root
-// (as "nobody"); run by an ordinary user the body simply runs in place.
+// Test bodies run in a child process (unprivileged, or with a mount or limit that dies with it), and race helpers.
 #pragma once
 
+#include <sys/resource.h>
+
+#include <atomic>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
+#include <thread>
 
 namespace tw::test {
 
-// Runs `body`, which returns its failures as text (empty when all is well), with no special
-// privileges. `workFolder` is handed to the unprivileged user first. Returns the body's text
-// (an exception it throws becomes text too), or nothing when no unprivileged user can be had
-// (the test should then skip).
+// Runs `body` in a forked child; its failures as text (an exception or an abnormal end included).
+std::string runInChild(const std::function<std::string()>& body);
+
+// Runs `body` as an ordinary user (root's child becomes "nobody" owning `workFolder`); nothing: skip.
 std::optional<std::string> runUnprivileged(const std::filesystem::path& workFolder,
                                            const std::function<std::string()>& body);
 
-// Hands a whole tree to the unprivileged user (as root; without root it changes nothing), for
-// bodies that must also write below the work folder. False when that is not possible.
+// Hands a whole tree to the unprivileged user (as root); false when that is not possible.
 bool handOverTree(const std::filesystem::path& folder);
+
+// What `body` throws, as text; empty when it throws nothing.
+std::string failureOf(const std::function<void()>& body);
+
+// Runs `body` with the soft descriptor limit lowered to `limit`, restoring it afterwards.
+void withDescriptorLimit(rlim_t limit, const std::function<void()>& body);
+
+// Regular files below `folder`, links not followed.
+int countFiles(const std::filesystem::path& folder);
+
+// Everything below `root`, links not followed: relative path -> kind, mode and contents.
+std::map<std::string, std::string> snapshot(const std::filesystem::path& root);
+
+// Until destroyed, a thread keeps swapping `folder` for a link to `target` and back.
+class LinkSwapper {
+ public:
+  LinkSwapper(const std::filesystem::path& folder, const std::filesystem::path& target);
+  ~LinkSwapper();
+
+ private:
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
 
 }  // namespace tw::test

@@ -2,7 +2,6 @@
 // sheet's command and the application menu's fixed places.
 #include <gtest/gtest.h>
 
-#include <QAction>
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QMenu>
@@ -38,36 +37,29 @@ class CleaningSheetTest : public ::testing::Test {
 TEST_F(CleaningSheetTest, NotificationsDriveTheStatesAndTheCloseComesAfterFinished) {
   auto sheet = makeSheet(true);
   EXPECT_EQ(sheet->headingText(), "(Dry run) Cleaning Xcode cache files...");
-  struct Step {
-    std::function<void(CleaningSheet&)> notify;
-    QString text;
-    int progress;
+  CleaningSheet* raw = sheet.get();
+  auto expectState = [raw](const QString& text, int progress) {
+    EXPECT_EQ(raw->currentText(), text);
+    EXPECT_EQ(raw->progressValue(), progress) << text.toStdString();
   };
-  const Step steps[] = {
-      {[](CleaningSheet& s) { s.deleteStarted(); }, "Initialization...", 0},
-      {[](CleaningSheet& s) { s.deletingItem("derived data", "Sea Lion /p/Sea Lion.xcodeproj", 1, 3); },
-       "Derived Data: Sea Lion /p/Sea Lion.xcodeproj", 33},
-      {[](CleaningSheet& s) { s.deletingItem("OLD LOGS", "Logs from Xcode 15", 3, 4); }, "Old Logs: Logs from Xcode 15",
-       75},
-      // A failure shows an alert and leaves the state as it was.
-      {[](CleaningSheet& s) { s.deleteFailed("Permission denied", "old logs", ""); }, "Old Logs: Logs from Xcode 15",
-       75},
-  };
-  for (const Step& step : steps) {
-    step.notify(*sheet);
-    EXPECT_EQ(sheet->currentText(), step.text);
-    EXPECT_EQ(sheet->progressValue(), step.progress) << step.text.toStdString();
-  }
+  raw->deleteStarted();
+  expectState("Initialization...", 0);
+  raw->deletingItem("derived data", "Sea Lion /p/Sea Lion.xcodeproj", 1, 3);
+  expectState("Derived Data: Sea Lion /p/Sea Lion.xcodeproj", 33);
+  raw->deletingItem("OLD LOGS", "Logs from Xcode 15", 3, 4);
+  expectState("Old Logs: Logs from Xcode 15", 75);
+  // A failure shows an alert and leaves the state as it was.
+  raw->deleteFailed("Permission denied", "old logs", "");
+  expectState("Old Logs: Logs from Xcode 15", 75);
   ASSERT_EQ(alerts.shown.size(), 1u);
-  EXPECT_EQ(alerts.shown[0].message, "Failed to delete item");
-  EXPECT_EQ(alerts.shown[0].informativeText, "Following file couldn't be removed:\nOld Logs: -\n\n\nPermission denied");
-  EXPECT_EQ(alerts.shown[0].firstButton, "OK");
+  EXPECT_EQ(QStringList({alerts.shown[0].message, alerts.shown[0].informativeText, alerts.shown[0].firstButton}),
+            QStringList({"Failed to delete item",
+                         "Following file couldn't be removed:\nOld Logs: -\n\n\nPermission denied", "OK"}));
 
-  QSignalSpy rescan(sheet.get(), &CleaningSheet::rescanRequested);
-  CleaningSheet* raw = sheet.release();  // deletes itself once closed
+  QSignalSpy rescan(raw, &CleaningSheet::rescanRequested);
+  sheet.release();  // deletes itself once closed
   raw->deleteFinished();
-  EXPECT_EQ(raw->currentText(), "Finished!");
-  EXPECT_EQ(raw->progressValue(), 100);
+  expectState("Finished!", 100);
   EXPECT_TRUE(raw->isVisible()) << "the sheet stays for the close delay";
   EXPECT_EQ(sound.plays, 0);
   ASSERT_TRUE(rescan.wait(2000));
@@ -92,13 +84,11 @@ TEST_F(CleaningSheetTest, StopClosesAtOnceCancelsAndRescansOnlyAfterTheEngineFin
   auto devFiles = DevFiles::create(folder.developerFolder(), std::nullopt, std::nullopt);
   ASSERT_TRUE(devFiles.has_value());
   auto relay = std::make_shared<CleaningRelay>(sheet.get());
-  std::thread engine([&] { relay->deleteFinished(**devFiles); });
-  engine.join();
-  CleaningSheet* raw = sheet.release();
+  std::thread([&] { relay->deleteFinished(**devFiles); }).join();
+  sheet.release();  // deletes itself once closed
   ASSERT_TRUE(rescan.wait(2000));
   EXPECT_EQ(rescan.count(), 1);
   EXPECT_EQ(sound.plays, 1);
-  (void)raw;
 }
 
 TEST(InstallSheet, ShowsTheLinkCommandAndCopiesItWithoutThePrompt) {
@@ -110,10 +100,7 @@ TEST(InstallSheet, ShowsTheLinkCommandAndCopiesItWithoutThePrompt) {
   EXPECT_EQ(QGuiApplication::clipboard()->text(), command);
 }
 
-TEST(AppDelegate, TheApplicationMenuHoldsTheUpdateItemAtIndexOneAndItsSeparatorAtTwo) {
-  test::TestMachine machine;
-  test::ScriptedAlerts alerts;
-  test::CountingSound sound;
+TEST_F(CleaningSheetTest, TheApplicationMenuHoldsTheUpdateItemAtIndexOneAndItsSeparatorAtTwo) {
   MainWindow window(alerts, sound);
   AppDelegate delegate(window);
   QMenu* menu = delegate.applicationMenu();
@@ -127,9 +114,8 @@ TEST(AppDelegate, TheApplicationMenuHoldsTheUpdateItemAtIndexOneAndItsSeparatorA
   EXPECT_EQ(delegate.preferencesAction()->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Comma));
   for (QAction* action : {delegate.sendFeedbackAction(), delegate.reportIssueAction(), delegate.preferencesAction(),
                           delegate.installCommandLineToolAction(), delegate.showLogFilesAction(),
-                          delegate.onlineHelpAction(), delegate.quitAction()}) {
-    EXPECT_TRUE(menu->actions().contains(action)) << action->text().toStdString();
-  }
+                          delegate.onlineHelpAction(), delegate.quitAction()})
+    EXPECT_TRUE(actions.contains(action)) << action->text().toStdString();
   EXPECT_EQ(delegate.quitAction()->shortcut(), QKeySequence(QKeySequence::Quit));
 }
 

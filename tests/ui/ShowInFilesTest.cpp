@@ -1,12 +1,7 @@
-// "Show in Files" asks the session bus's file manager to show the entry's paths. A stand-in
-// file manager registered on a private bus (the test runs under dbus-run-session) records what
-// it was asked.
+// "Show in Files" asks a stand-in file manager on a private session bus (dbus-run-session).
 #include <gtest/gtest.h>
 
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
-#include <QObject>
-#include <QStringList>
 #include <QTest>
 
 #include "ui/FileManagerReveal.h"
@@ -19,14 +14,10 @@ class StandInFileManager : public QObject {
   Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
 
  public slots:
-  void ShowItems(const QStringList& uris, const QString& startupId) {
-    shown = uris;
-    startup = startupId;
-  }
+  void ShowItems(const QStringList& uris, const QString&) { shown = uris; }
 
  public:
   QStringList shown;
-  QString startup;
 };
 
 TEST(ShowInFiles, AsksTheFileManagerOnTheSessionBusForEveryPath) {

@@ -8,8 +8,7 @@
 #include "ui/EntryIcons.h"
 
 int main(int argc, char** argv) {
-  qputenv("QT_QPA_PLATFORM",
-          qgetenv("QT_QPA_PLATFORM").isEmpty() ? QByteArray("offscreen") : qgetenv("QT_QPA_PLATFORM"));
+  if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
   QStandardPaths::setTestModeEnabled(true);
   QApplication application(argc, argv);
   QApplication::setOrganizationName(QStringLiteral("TidewellTests"));
@@ -19,8 +18,7 @@ int main(int argc, char** argv) {
 }
 
 #if defined(__SANITIZE_ADDRESS__)
-// Qt, fontconfig and the bus library keep caches for the life of the process on purpose; the
-// leak checker is told so, and still reports every leak of our own.
+// Qt, fontconfig and the bus library keep caches for the process's life on purpose; ours are still reported.
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:libfontconfig\nleak:libQt6Core\nleak:libQt6Gui\nleak:libQt6Widgets\nleak:libQt6DBus\nleak:libdbus-1\n"
          "leak:libglib-2.0\nleak:libcanberra\n";

@@ -1,12 +1,11 @@
-// What the window tests share: the offscreen application, a home of their own, and stand-ins
-// for the alerts and the completion sound that answer instead of waiting for a person.
+// What the window tests share: a machine of their own, and alerts and a completion sound that
+// answer instead of waiting for a person.
 #pragma once
 
 #include <QString>
 #include <deque>
 #include <filesystem>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "platform/Host.h"
@@ -35,21 +34,15 @@ class ScriptedAlerts : public Alerts {
     answers.pop_front();
     return answer;
   }
-  std::optional<std::filesystem::path> chooseFolder(QWidget*, const std::filesystem::path& folder,
-                                                    const QString& message, const QString& prompt) override {
-    panels.push_back({folder, message, prompt});
-    return pickedFolder;
+  std::optional<std::filesystem::path> chooseFolder(QWidget*, const std::filesystem::path&, const QString&,
+                                                    const QString&) override {
+    ++panels;
+    return std::nullopt;  // the panel is cancelled
   }
 
-  struct Panel {
-    std::filesystem::path folder;
-    QString message;
-    QString prompt;
-  };
   std::deque<Response> answers;
   std::vector<ShownAlert> shown;
-  std::vector<Panel> panels;
-  std::optional<std::filesystem::path> pickedFolder;  // nothing: the panel is cancelled
+  int panels = 0;
 };
 
 class CountingSound : public CompletionSound {

@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "fs/Shell.h"
 #include "platform/AdministratorRunner.h"
 #include "platform/Host.h"
@@ -35,13 +32,15 @@ TEST(AppleScriptEscaping, DoublesBackslashesBeforeEscapingQuotes) {
 
 class RunAsAdministrator : public ::testing::Test {
  protected:
+  void SetUp() override {
+    test::writeStandInOsascript(root.path(), root / "received-command");
+    test::writeStandInPkexec(root.path(), root / "pkexec-arguments");
+  }
   test::TempDir root;
   ScopedHost host{test::hostWithRoot(root.path())};
 };
 
 TEST_F(RunAsAdministrator, EachRunnerHandsTheShellTheCommandUnchanged) {
-  test::writeStandInOsascript(root.path(), root / "received-command");
-  test::writeStandInPkexec(root.path(), root / "pkexec-arguments");
   // Backslashes and double quotes everywhere, ending in a backslash: the script literal breaks
   // if either escape is missing or done in the wrong order.
   const std::string command = "printf '%s|' \"say \\\"hi\\\"\" 'back\\slash' > " +
@@ -60,8 +59,6 @@ TEST_F(RunAsAdministrator, EachRunnerHandsTheShellTheCommandUnchanged) {
 }
 
 TEST_F(RunAsAdministrator, FailingCommandRaisesErrorWithUnescapedCommandAndOutput) {
-  test::writeStandInOsascript(root.path(), root / "received-command");
-  test::writeStandInPkexec(root.path(), root / "pkexec-arguments");
   const std::string command = R"(echo "no \"luck\"" >&2; exit 3)";
   for (auto flavour : {AdministratorRunner::appleScript, AdministratorRunner::polkit}) {
     ScopedAdministratorRunner runner(flavour);
@@ -75,11 +72,8 @@ TEST_F(RunAsAdministrator, FailingCommandRaisesErrorWithUnescapedCommandAndOutpu
   }
 }
 
-// A program run with its own arguments (the privileged remover): pkexec gets them as separate
-// arguments, the AppleScript runner as one shell command; the program sees them unchanged.
+// The privileged remover's own arguments reach it unchanged through either runner.
 TEST_F(RunAsAdministrator, EachRunnerHandsTheProgramItsArgumentsUnchanged) {
-  test::writeStandInOsascript(root.path(), root / "received-command");
-  test::writeStandInPkexec(root.path(), root / "pkexec-arguments");
   const std::filesystem::path program = test::writeStandInTool(
       root.path(), "/usr/lib/tidewell/remover", "printf '%s|' \"$@\" > " + test::shellQuoted((root / "got").string()));
   const std::vector<std::string> arguments{"/Applications/Install macOS 'Big' \"Sur\" $(x) \\.app", "-rf"};

@@ -57,17 +57,13 @@ TEST(ArgumentsParser, ResultsFollowCommandLineOrderAndValuesAreTakenVerbatim) {
 }
 
 TEST(ArgumentsParser, UsageTextListsOptionsInRegistrationOrder) {
-  ArgumentsParser parser("tidewell", "Reclaims storage");
-  parser.addOption("info", "Show all items.");
-  parser.addOptionWithValue("clean", "Perform cleaning.", std::vector<std::string>{"all", "archives"});
+  auto parser = toolParser();
   parser.addOptionWithValue("free", "Anything goes.", std::nullopt);
   parser.addOptionWithValue("none", "Nothing goes.", std::vector<std::string>{});
   EXPECT_EQ(parser.usageText(),
             "OVERVIEW: Reclaims storage\n\nUSAGE: tidewell <command> [options]\n\nOPTIONS:\n\n"
-            " info\n\tShow all items.\n"
-            " clean <all,archives>\n\tPerform cleaning.\n"
-            " free <value>\n\tAnything goes.\n"
-            " none <>\n\tNothing goes.\n");
+            " info\n\tShow all items available to clean.\n clean <all,archives>\n\tPerform cleaning of given items.\n"
+            " --help\n\tPrints this message\n free <value>\n\tAnything goes.\n none <>\n\tNothing goes.\n");
   std::ostringstream out;
   parser.printUsage(out);
   EXPECT_EQ(out.str(), parser.usageText());

@@ -1,10 +1,6 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
-#include <filesystem>
-#include <string>
-#include <vector>
-
 #include "platform/Bookmark.h"
 #include "platform/Error.h"
 #include "support/TempDir.h"
@@ -72,7 +68,8 @@ TEST(Bookmark, DamagedOrInconsistentBlobsAreRefused) {
 
   // Fields changed and the trailing checksum made to match: version, flags, path length, path.
   constexpr size_t kFlags = 8 + 4 + 8 + 8, kLength = kFlags + 1 + 8 + 4;
-  for (auto [offset, value] : {std::pair<size_t, uint8_t>{8, 2}, {kFlags, 7}, {kLength + 3, 0x7f}, {kLength + 4, 'x'}}) {
+  for (auto [offset, value] :
+       {std::pair<size_t, uint8_t>{8, 2}, {kFlags, 7}, {kLength + 3, 0x7f}, {kLength + 4, 'x'}}) {
     auto changed = blob;
     changed[offset] = value;
     unsigned int digestLength = 0;

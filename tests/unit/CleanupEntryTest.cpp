@@ -1,9 +1,7 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <string>
-#include <vector>
 
 #include "fs/DirectorySize.h"
 #include "model/CleanupEntry.h"
@@ -17,9 +15,16 @@ using Selection = CleanupEntry::Selection;
 using Size = CleanupEntry::Size;
 using test::TempDir;
 using test::writeFileOfSize;
+using ::testing::UnorderedElementsAre;
 
 CleanupEntryPtr entry(std::string label, bool selected = false) {
   return std::make_shared<CleanupEntry>(std::move(label), "", std::nullopt, std::nullopt, true, selected);
+}
+
+CleanupEntryPtr holding(std::string label, std::vector<std::filesystem::path> paths) {
+  auto node = entry(std::move(label));
+  node->addPaths(std::move(paths));
+  return node;
 }
 
 // A leaf with one (not necessarily existing) path, so that it is not empty.
@@ -36,8 +41,7 @@ TEST(CleanupEntry, TooltipsAreTrimmedAndEntriesHoldPathsOrItemsNeverBoth) {
   EXPECT_EQ(given.tooltipText(), "tip");  // trimmed, the no-break space included
   EXPECT_EQ(CleanupEntry(" Label", "extra\n", std::nullopt, std::nullopt, true, false).tooltipText(), "Label extra");
 
-  auto withPaths = entry("paths");
-  withPaths->addPath("/a");
+  auto withPaths = holding("paths", {"/a"});
   withPaths->addItems({entry("c1"), entry("c2")});
   EXPECT_TRUE(withPaths->items().empty());
   auto group = entry("group");
@@ -51,20 +55,16 @@ TEST(CleanupEntry, TooltipsAreTrimmedAndEntriesHoldPathsOrItemsNeverBoth) {
 }
 
 TEST(CleanupEntry, RecomputesTriStateSelectionsFromTheChildren) {
-  struct Case {
-    std::vector<Selection> children;
-    Selection expected;
-  };
-  const std::vector<Case> cases = {
+  const std::pair<std::vector<Selection>, Selection> cases[] = {
       {{Selection::on, Selection::on, Selection::mixed}, Selection::mixed},
       {{Selection::on, Selection::on}, Selection::on},
       {{Selection::off, Selection::off}, Selection::off},
       {{Selection::on, Selection::off}, Selection::mixed},
   };
-  for (const auto& c : cases) {
+  for (const auto& [children, expected] : cases) {
     for (bool start : {true, false}) {
       auto group = entry("group", start);
-      for (Selection selection : c.children) {
+      for (Selection selection : children) {
         auto child = leaf("child", selection);
         if (selection == Selection::mixed) {  // a group of one selected and one unselected leaf
           child = entry("mixed group");
@@ -72,8 +72,8 @@ TEST(CleanupEntry, RecomputesTriStateSelectionsFromTheChildren) {
         }
         group->addItem(child);
       }
-      EXPECT_EQ(group->updateSelection(), c.expected);
-      EXPECT_EQ(group->selection(), c.expected);
+      EXPECT_EQ(group->updateSelection(), expected);
+      EXPECT_EQ(group->selection(), expected);
     }
   }
 }
@@ -127,20 +127,15 @@ TEST(CleanupEntry, ATickChangesTheSubtreeAndTheAncestorsAndReportsExactlyWhatCha
   root->updateSelection();
   ASSERT_EQ(root->selection(), Selection::mixed);
 
-  auto changed = a->changeSelection(Selection::on);
-  EXPECT_EQ(changed, (std::vector<CleanupEntry*>{group.get(), a.get()}));
+  EXPECT_EQ(a->changeSelection(Selection::on), (std::vector<CleanupEntry*>{group.get(), a.get()}));
   EXPECT_EQ(group->selection(), Selection::mixed);
   EXPECT_EQ(root->selection(), Selection::mixed);
 
-  changed = group->changeSelection(Selection::mixed);  // mixed ticks, as a click on a mixed box does
-  std::sort(changed.begin(), changed.end());
-  std::vector<CleanupEntry*> expected{root.get(), group.get(), b.get()};
-  std::sort(expected.begin(), expected.end());
-  EXPECT_EQ(changed, expected);
+  // Mixed ticks, as a click on a mixed box does.
+  EXPECT_THAT(group->changeSelection(Selection::mixed), UnorderedElementsAre(root.get(), group.get(), b.get()));
   EXPECT_EQ(root->selection(), Selection::on);
 
-  changed = root->changeSelection(Selection::off);
-  EXPECT_EQ(changed.size(), 6u);
+  EXPECT_EQ(root->changeSelection(Selection::off).size(), 6u);
   EXPECT_EQ(root->selectedSize(), 0);
   EXPECT_TRUE(a->changeSelection(Selection::off).empty());
 
@@ -168,11 +163,7 @@ TEST(CleanupEntry, MeasuresTreesCountingHardLinksOnceInParallelAsInSequence) {
 
   auto makeTree = [&] {
     auto root = entry("root");
-    auto childA = entry("a");
-    childA->addPath(dir / "a");
-    auto childB = entry("b");
-    childB->addPaths({dir / "b", dir / "missing"});
-    root->addItems({childA, childB});
+    root->addItems({holding("a", {dir / "a"}), holding("b", {dir / "b", dir / "missing"})});
     return root;
   };
   auto parallel = makeTree();
@@ -192,8 +183,7 @@ TEST(CleanupEntry, MeasuresTreesCountingHardLinksOnceInParallelAsInSequence) {
 
 TEST(CleanupEntry, DescribesTheSubtreeForLogs) {
   auto root = entry("Root");
-  auto child = entry("Child");
-  child->addPath("/x");
+  auto child = holding("Child", {"/x"});
   child->setSize(Size::value(2000000));
   root->addItem(child);
   EXPECT_EQ(root->description(2), "\t\t Root\n\t\t\t Child: " + formatByteCount(2000000) + "\n");
@@ -202,14 +192,11 @@ TEST(CleanupEntry, DescribesTheSubtreeForLogs) {
 TEST(CleanupEntry, DeletesItsPathAndNothingWithoutOne) {
   TempDir dir;
   writeFileOfSize(dir / "victim/inner", 10);
-  writeFileOfSize(dir / "keep", 10);
   auto node = entry("victim");
-  node->addPath(dir / "victim");
   node->deleteItem(std::nullopt);
   EXPECT_TRUE(std::filesystem::exists(dir / "victim"));
   node->deleteItem(dir / "victim");
   EXPECT_FALSE(std::filesystem::exists(dir / "victim"));
-  EXPECT_TRUE(std::filesystem::exists(dir / "keep"));
 }
 
 TEST(CleanupEntryDeathTest, ASumBeyondSixtyFourBitsStopsWithAMessage) {

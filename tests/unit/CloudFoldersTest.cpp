@@ -9,6 +9,7 @@
 #include "scan/Scanners.h"
 #include "scan/SystemItems.h"
 #include "support/CatalogueFixture.h"
+#include "support/DeveloperFolderFixture.h"
 #include "support/TempDir.h"
 
 namespace tw {
@@ -56,9 +57,7 @@ TEST(CloudFolders, FindsEachSyncedFolderOnceLargestFirst) {
   fs::create_directory_symlink(elsewhere / "Dropbox (Team)", fixture.at("~/Dropbox (Team)"));
 
   auto entries = scanCloudFolders();
-  std::vector<std::string> labels;
-  for (const auto& entry : entries) labels.push_back(entry->label());
-  ASSERT_EQ(labels,
+  ASSERT_EQ(test::labelsOf(entries),
             (std::vector<std::string>{"Google Drive – ann@example.com", "Dropbox", "Dropbox – Team", "iCloud Drive"}));
   auto* dropbox = dynamic_cast<CloudSyncFolderEntry*>(entries[1].get());
   ASSERT_TRUE(dropbox);

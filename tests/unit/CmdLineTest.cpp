@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <variant>
 
 #include "cli/CmdLine.h"
 #include "platform/Error.h"
@@ -12,35 +13,34 @@ namespace {
 
 using Location = DevFiles::Location;
 using Locations = std::vector<Location>;
+using Piece = std::string;
 
-TEST(CmdLineLocations, NamesAreSplitAtCommasTrimmedAndKeptInOrderAndAllMeansEveryLocation) {
+TEST(CmdLineLocations, NamesAreSplitAtCommasTrimmedAndKeptInOrderAndUnknownPiecesAreRejected) {
   const Locations all(DevFiles::allLocations().begin(), DevFiles::allLocations().end());
-  for (const char* value : {"all", "ALL", " all ", "\u00A0aLL\u3000", "\u2003all\u2028"}) {
+  for (const char* value : {"all", "ALL", " all ", "\u00A0aLL\u3000", "\u2003all\u2028"})
     EXPECT_EQ(CmdLine::parseLocations(value), all) << value;
-  }
-  EXPECT_EQ(CmdLine::parseLocations("derived-data, archives,,"),
-            (Locations{Location::derivedData, Location::archives}));
-  EXPECT_EQ(CmdLine::parseLocations(" runtimes \n,\u00A0cloud-caches"),
-            (Locations{Location::simulatorRuntimes, Location::cloudStorage}));
-  EXPECT_EQ(CmdLine::parseLocations("archives,device-support,archives"),
-            (Locations{Location::archives, Location::deviceSupport, Location::archives}));
-  EXPECT_TRUE(CmdLine::parseLocations(",,,").empty());
   auto expanded = CmdLine::parseLocations("archives,all");  // "all" inside a list as well
   ASSERT_EQ(expanded.size(), all.size() + 1);
   EXPECT_EQ(expanded.front(), Location::archives);
-}
-
-TEST(CmdLineLocations, UnknownPiecesAreRejectedWithTheTrimmedPiece) {
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      {"Derived-Data", "Derived-Data"}, {"derived-data, bogus \n", "bogus"}, {"derived-data, ,archives", ""},
-      {"ALL,archives", "ALL"},          {"all archives", "all archives"},    {"\xff\xfe", "\xff\xfe"}};
-  for (const auto& [value, piece] : cases) {
+  // Each value with the locations it names, or the trimmed piece it is rejected for.
+  const std::vector<std::pair<std::string, std::variant<Locations, Piece>>> cases = {
+      {"derived-data, archives,,", Locations{Location::derivedData, Location::archives}},
+      {" runtimes \n,\u00A0cloud-caches", Locations{Location::simulatorRuntimes, Location::cloudStorage}},
+      {"archives,device-support,archives", Locations{Location::archives, Location::deviceSupport, Location::archives}},
+      {",,,", Locations{}},
+      {"Derived-Data", Piece("Derived-Data")},
+      {"derived-data, bogus \n", Piece("bogus")},
+      {"derived-data, ,archives", Piece("")},
+      {"ALL,archives", Piece("ALL")},
+      {"all archives", Piece("all archives")},
+      {"\xff\xfe", Piece("\xff\xfe")}};
+  for (const auto& [value, expected] : cases) {
     try {
-      CmdLine::parseLocations(value);
-      ADD_FAILURE() << "accepted \"" << value << "\"";
+      const Locations parsed = CmdLine::parseLocations(value);
+      EXPECT_EQ(parsed, std::get<Locations>(expected)) << value;
     } catch (const CmdLine::Error& error) {
       EXPECT_EQ(error.kind(), CmdLine::Error::Kind::wrongOption);
-      EXPECT_EQ(error.option(), piece);
+      EXPECT_EQ(error.option(), std::get<Piece>(expected)) << value;
     }
   }
 }
@@ -75,18 +75,28 @@ TEST(CmdLineListing, RootsInDescendingCodePointOrderChildrenInStoredOrderOneTabD
             "[Zero KB] Archives \n\n");
 }
 
-TEST(CmdLineListing, DeletionProgressAndFailureLines) {
-  std::ostringstream out;
-  auto cmdLine = std::make_shared<CmdLine>(out);
+// A developer folder in a temporary home, installed as the current host, and a driver for it.
+struct CmdLineDriver : ::testing::Test {
+  void SetUp() override {
+    std::filesystem::create_directories(developer / "Xcode");
+    std::filesystem::create_directories(developer / "CoreSimulator");
+    Host host = Host::current();
+    host.home = home.path();
+    host.configDirectory = home / "config";
+    host.temporaryDirectory = home.path();
+    scoped.emplace(host);
+    devFiles = DevFiles::create(developer, std::nullopt, std::nullopt).value_or(nullptr);
+    ASSERT_TRUE(devFiles);
+  }
   test::TempDir home;
-  std::filesystem::create_directories(home / "Library/Developer/Xcode");
-  std::filesystem::create_directories(home / "Library/Developer/CoreSimulator");
-  Host host = Host::current();
-  host.home = home.path();
-  ScopedHost scoped(host);
-  auto devFiles = DevFiles::create(home / "Library/Developer", std::nullopt, std::nullopt).value_or(nullptr);
-  ASSERT_TRUE(devFiles);
+  std::filesystem::path developer = home / "Library/Developer";
+  std::optional<ScopedHost> scoped;
+  std::ostringstream out;
+  std::shared_ptr<CmdLine> cmdLine = std::make_shared<CmdLine>(out);
+  std::shared_ptr<DevFiles> devFiles;
+};
 
+TEST_F(CmdLineDriver, DeletionProgressAndFailureLines) {
   cmdLine->deleteStarted(*devFiles);
   cmdLine->deletingItem(*devFiles, "Derived Data", "WeatherApp /Users/sam/W.xcodeproj",
                         std::filesystem::path("/x/WeatherApp-abc"), 1, 12);
@@ -105,23 +115,11 @@ TEST(CmdLineListing, DeletionProgressAndFailureLines) {
             "Warning: Following file couldn't be removed: Old Logs: - Operation not permitted\n");
 }
 
-TEST(CmdLineCleaning, DeletesOnlyTheNamedLocationsWhateverWasSelectedBefore) {
-  test::TempDir home;
-  auto developer = home / "Library/Developer";
-  std::filesystem::create_directories(developer / "CoreSimulator");
+TEST_F(CmdLineDriver, CleaningDeletesOnlyTheNamedLocationsWhateverWasSelectedBefore) {
   auto derivedProject = developer / "Xcode/DerivedData/WeatherApp-abc";
   auto archive = developer / "Xcode/Archives/2024-03-04/WeatherApp.xcarchive";
   test::writeFileOfSize(derivedProject / "Build/app", 2'000);
   test::writeFileOfSize(archive / "Info.plist", 5'000);
-  Host host = Host::current();
-  host.home = home.path();
-  host.configDirectory = home / "config";
-  host.temporaryDirectory = home.path();
-  ScopedHost scoped(host);
-  std::ostringstream out;
-  auto cmdLine = std::make_shared<CmdLine>(out);
-  auto devFiles = DevFiles::create(developer, std::nullopt, std::nullopt).value_or(nullptr);
-  ASSERT_TRUE(devFiles);
   devFiles->setDeleteDelegate(cmdLine);
   for (const auto& [location, path] :
        {std::pair{Location::derivedData, derivedProject}, {Location::archives, archive}}) {

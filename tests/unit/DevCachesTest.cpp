@@ -1,5 +1,4 @@
-// Pattern expansion and the making of catalogue entries on real trees below a fixture home
-// and a fixture system root.
+// Pattern expansion and catalogue entries on real trees below a fixture home and system root.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -8,6 +7,7 @@
 
 #include "scan/DevCaches.h"
 #include "support/CatalogueFixture.h"
+#include "support/DeveloperFolderFixture.h"
 #include "support/TempDir.h"
 #include "support/Unprivileged.h"
 
@@ -17,16 +17,11 @@ namespace {
 namespace fs = std::filesystem;
 using DevCaches::expandPattern;
 using test::CatalogueFixture;
+using test::labelsOf;
 using Paths = std::vector<fs::path>;
 using Labels = std::vector<std::string>;
 
 constexpr size_t kMiB = 1'048'576;
-
-Labels labelsOf(const std::vector<CleanupEntryPtr>& entries) {
-  Labels labels;
-  for (const auto& entry : entries) labels.push_back(entry->label());
-  return labels;
-}
 
 class ExpandPattern : public ::testing::Test {
  protected:
@@ -90,15 +85,11 @@ TEST_F(ExpandPattern, UnlistableFolderGivesNoMatchesAndNoMessage) {
   fs::permissions(fixture.at("~/Library/Application Support/Google/DriveFS"),
                   fs::perms::owner_write | fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec);
   auto failures = test::runUnprivileged(home.parent_path(), [] {
-    std::string found;
     test::LogCapture log;
-    if (!expandPattern("~/Library/Application Support/Google/DriveFS/*/content_cache").empty()) {
-      found += "a wildcard matched inside a folder that cannot be listed\n";
-    }
+    const std::string folder = "~/Library/Application Support/Google/DriveFS/";
+    std::string found = expandPattern(folder + "*/content_cache").empty() ? "" : "a wildcard matched unlisted\n";
     // Existence needs search, not read permission.
-    if (expandPattern("~/Library/Application Support/Google/DriveFS/acct/content_cache").size() != 1) {
-      found += "the literal path below the folder was not found\n";
-    }
+    if (expandPattern(folder + "acct/content_cache").size() != 1) found += "the literal path was not found\n";
     for (const std::string& line : log.lines()) found += "logged: " + line + "\n";
     return found;
   });

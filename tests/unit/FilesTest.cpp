@@ -1,10 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include "app/Preferences.h"
 #include "fs/Files.h"
 #include "platform/Bookmark.h"
@@ -52,28 +47,16 @@ TEST_F(FilesTest, DeveloperFolderGrantAsksWithItsMessageAndIsFoundAgainFromTheCo
   EXPECT_EQ(ui_.panels.size(), 2u);
 }
 
-TEST_F(FilesTest, CustomFolderGrantsExistOnlyWhenTheFolderIsSet) {
-  EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), std::nullopt);
-  const fs::path derivedData = dir_ / "Custom DerivedData";
-  fs::create_directories(derivedData);
-  Preferences::shared().setCustomDerivedDataFolder(derivedData);
-  EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), derivedData);
-  EXPECT_TRUE(ui_.panels.empty());
-}
-
-// A custom folder is a whole location deleted wholesale: "." would clean the current folder, "/"
-// or the home folder every folder of the machine or of the user.
+// A custom folder is deleted wholesale: ".", "/" or the home folder would empty far too much.
 TEST_F(FilesTest, CustomFoldersThatAreNotOwnFoldersAreIgnoredWithALogLine) {
   const fs::path home = dir_ / "Users" / "someone";
+  EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), std::nullopt);  // none set
   fs::create_directories(home);
   fs::create_directories(dir_ / "Archives");
   test::writeFile(dir_ / "plain file", "x");
   fs::create_directory_symlink("/", dir_ / "link to root");
   fs::create_directory_symlink(home, dir_ / "link to home");
-  const struct {
-    fs::path folder;
-    std::string reason;
-  } cases[] = {
+  const std::pair<fs::path, std::string> cases[] = {
       {".", "it is not an absolute path"},
       {"Library/Developer", "it is not an absolute path"},
       {"/", "it is the root folder"},
@@ -85,23 +68,25 @@ TEST_F(FilesTest, CustomFoldersThatAreNotOwnFoldersAreIgnoredWithALogLine) {
       {dir_ / "Missing Archives", "it no longer exists"},
       {dir_ / "plain file", "it is not a folder"},
   };
-  for (const auto& item : cases) {
+  for (const auto& [folder, reason] : cases) {
     log_.clear();
     // Written as a settings file may hold them: the store's own writer makes paths absolute.
     UserDefaults store(Preferences::shared().storePath());
-    store.setString(Preferences::Keys::customArchivesFolder, item.folder.string());
-    store.setString(Preferences::Keys::customDerivedDataFolder, item.folder.string());
-    EXPECT_EQ(Files::customArchivesFolderGrant(Preferences::shared(), &ui_), std::nullopt) << item.folder;
-    EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), std::nullopt) << item.folder;
+    store.setString(Preferences::Keys::customArchivesFolder, folder.string());
+    store.setString(Preferences::Keys::customDerivedDataFolder, folder.string());
+    EXPECT_EQ(Files::customArchivesFolderGrant(Preferences::shared(), &ui_), std::nullopt) << folder;
+    EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), std::nullopt) << folder;
     EXPECT_EQ(log_.lines(),
               (std::vector<std::string>{"\u26A0\uFE0F Files: Ignoring the custom archives folder \u201C" +
-                                            item.folder.string() + "\u201D: " + item.reason + ".",
+                                            folder.string() + "\u201D: " + reason + ".",
                                         "\u26A0\uFE0F Files: Ignoring the custom derived data folder \u201C" +
-                                            item.folder.string() + "\u201D: " + item.reason + "."}));
+                                            folder.string() + "\u201D: " + reason + "."}));
   }
   EXPECT_TRUE(ui_.panels.empty());
   Preferences::shared().setCustomArchivesFolder(dir_ / "Archives");
   EXPECT_EQ(Files::customArchivesFolderGrant(Preferences::shared(), &ui_), dir_ / "Archives");
+  Preferences::shared().setCustomDerivedDataFolder(dir_ / "Archives");
+  EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), dir_ / "Archives");
 }
 
 }  // namespace

@@ -1,11 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <filesystem>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include "app/Preferences.h"
 #include "fs/FolderAccess.h"
 #include "platform/Bookmark.h"
@@ -19,22 +14,21 @@ namespace {
 
 namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
+using Alerts = std::vector<test::FakeFolderAccessUI::Alert>;
+using Panels = std::vector<test::FakeFolderAccessUI::Panel>;
 
 const std::string kMessage = "Let Tidewell in, please.";
 const std::string kWarning = "\u26A0\uFE0F URL+AcquireAccessFromSandbox: ";
 
 class FolderAccessTest : public ::testing::Test {
  protected:
-  FolderAccessTest() : host_(Host{.home = dir_ / "home", .temporaryDirectory = dir_.path(),
-                                  .configDirectory = dir_ / "config"}) {}
+  FolderAccessTest()
+      : host_(Host{.home = dir_ / "home", .temporaryDirectory = dir_.path(), .configDirectory = dir_ / "config"}) {}
 
   // The preferences with `bookmark` (or none) stored for the folder under test.
   GrantSettings& seeded(const std::optional<std::vector<uint8_t>>& bookmark) {
-    if (bookmark) {
-      Preferences::shared().setFolderBookmark(folder_, *bookmark);
-    } else {
-      Preferences::shared().removeFolderBookmark(folder_);
-    }
+    if (bookmark) Preferences::shared().setFolderBookmark(folder_, *bookmark);
+    if (!bookmark) Preferences::shared().removeFolderBookmark(folder_);
     return Preferences::shared();
   }
   std::optional<std::vector<uint8_t>> stored(const fs::path& folder) {
@@ -80,15 +74,13 @@ TEST_F(FolderAccessTest, WrongPickIsExplainedAndThePanelShownAgain) {
     return std::optional<fs::path>(folder_.string() + "/");
   });
 
-  EXPECT_EQ(acquireAccess(folder_, seeded(std::nullopt), CancelPolicy::notAllowed, kMessage, &ui_), folder_.string() + "/");
+  EXPECT_EQ(acquireAccess(folder_, seeded(std::nullopt), CancelPolicy::notAllowed, kMessage, &ui_),
+            folder_.string() + "/");
 
-  ASSERT_EQ(ui_.panels.size(), 2u);
-  EXPECT_EQ(ui_.panels[1].folder, folder_);
-  EXPECT_EQ(ui_.panels[1].message, kMessage);
-  ASSERT_EQ(ui_.alerts.size(), 1u);
-  EXPECT_EQ(ui_.alerts[0].message, "Can't get access to " + folder_.string() + " folder");
-  EXPECT_EQ(ui_.alerts[0].informativeText, "Did you choose the right folder?");
-  EXPECT_EQ(ui_.alerts[0].button, "Repeat");
+  EXPECT_EQ(ui_.panels, (Panels{{folder_, kMessage}, {folder_, kMessage}}));
+  EXPECT_EQ(
+      ui_.alerts,
+      (Alerts{{"Can't get access to " + folder_.string() + " folder", "Did you choose the right folder?", "Repeat"}}));
   ASSERT_TRUE(stored(folder_).has_value());
   EXPECT_EQ(Bookmark::resolve(*stored(folder_)).path, folder_);
   EXPECT_FALSE(stored(other).has_value());
@@ -132,26 +124,26 @@ TEST_F(FolderAccessTest, PickedFolderWithoutWriteAccessIsRefusedWithAdvice) {
   auto result = test::runUnprivileged(dir_.path(), [&]() -> std::string {
     fs::create_directories(folder_);
     const auto blob = Bookmark::create(folder_);
-    Preferences::shared().setData(Preferences::bookmarkKey(folder_), blob);
     ::chmod(folder_.c_str(), 0500);
     ui_.answers.push_back([&](long&) { return std::optional<fs::path>(folder_); });
 
     std::string problems;
     if (acquireAccess(folder_, seeded(blob), CancelPolicy::notAllowed, kMessage, &ui_)) problems += "granted\n";
     if (stored(folder_)) problems += "bookmark kept\n";
-    if (ui_.panels.size() != 1 || ui_.alerts.size() != 1) return problems + "panels or alerts differ\n";
-    if (ui_.alerts[0].message != "Can't get access to " + folder_.string() + " folder" ||
-        ui_.alerts[0].button != "OK" ||
-        ui_.alerts[0].informativeText !=
-            "Access was denied even after selecting the folder. Make sure the folder exists (launching Xcode once "
-            "creates it) and that you have read & write permissions to it. Resetting the app container may also "
-            "help: delete ~/Library/Containers/dev.tidewell.Tidewell and restart the app.") {
+    if (ui_.panels.size() != 1) problems += "panels differ\n";
+    if (ui_.alerts !=
+        Alerts{{"Can't get access to " + folder_.string() + " folder",
+                "Access was denied even after selecting the folder. Make sure the folder exists (launching Xcode once "
+                "creates it) and that you have read & write permissions to it. Resetting the app container may also "
+                "help: delete ~/Library/Containers/dev.tidewell.Tidewell and restart the app.",
+                "OK"}}) {
       problems += "alert differs\n";
     }
     const Lines expected = {
         kWarning + "Access denied after using bookmark but bookmark is not stale!",
-        kWarning + "Failed to resolve bookmark: The operation couldn\u2019t be completed. "
-                   "(Tidewell.SandboxFolderAccessError error 1.)",
+        kWarning +
+            "Failed to resolve bookmark: The operation couldn\u2019t be completed. "
+            "(Tidewell.SandboxFolderAccessError error 1.)",
         "\u274C URL+AcquireAccessFromSandbox: Can't access folder after selecting it from Open panel, no access: " +
             folder_.string()};
     if (log_.lines() != expected) {

@@ -1,9 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "app/Logger.h"
 #include "support/TempDir.h"
@@ -11,43 +9,42 @@
 namespace tw {
 namespace {
 
+namespace fs = std::filesystem;
 using test::readFile;
-using test::TempDir;
 using Level = Logger::Level;
 
 constexpr const char* kPrefix = "dev.tidewell.Tidewell";
 
-// A logger writing to a file in `dir` and not to the console.
-std::unique_ptr<Logger> fileLogger(const TempDir& dir, Level level = Level::info, const char* prefix = kPrefix) {
-  auto logger = std::make_unique<Logger>("MainLog", level, Logger::FileLogging::on, dir.path(), prefix);
+// A logger writing to a file in `folder` and not to the console.
+std::unique_ptr<Logger> fileLogger(const fs::path& folder, Level level = Level::info, const char* prefix = kPrefix,
+                                   Logger::FileLogging logging = Logger::FileLogging::on) {
+  auto logger = std::make_unique<Logger>("MainLog", level, logging, folder, prefix);
   logger->setConsoleLogging(false);
   return logger;
 }
 
 TEST(Logger, RotatesLatestToPreviousOverThreeStarts) {
-  TempDir dir;
+  test::TempDir dir;
   const auto latest = dir / "dev.tidewell.Tidewell-MainLog-LogFile-latest.log";
   const auto previous = dir / "dev.tidewell.Tidewell-MainLog-LogFile-previous.log";
-  {
-    auto first = fileLogger(dir);
-    first->info("first run");
-    EXPECT_FALSE(first->oldLogFilePath().has_value());
-    EXPECT_EQ(first->logFilePath(), latest);
-  }
-  {
-    auto second = fileLogger(dir);
-    second->warning("second run");
-    EXPECT_EQ(second->oldLogFilePath(), previous);
-    EXPECT_EQ(readFile(previous), "\u2755 first run\n");
-  }
-  fileLogger(dir)->error("third run");
+  auto first = fileLogger(dir.path());
+  first->info("first run");
+  EXPECT_FALSE(first->oldLogFilePath().has_value());
+  EXPECT_EQ(first->logFilePath(), latest);
+  first.reset();
+  auto second = fileLogger(dir.path());
+  second->warning("second run");
+  EXPECT_EQ(second->oldLogFilePath(), previous);
+  EXPECT_EQ(readFile(previous), "\u2755 first run\n");
+  second.reset();
+  fileLogger(dir.path())->error("third run");
   EXPECT_EQ(readFile(previous), "\u26A0\uFE0F second run\n");
   EXPECT_EQ(readFile(latest), "\u274C third run\n");
 }
 
 TEST(Logger, LevelFiltersFormatCharactersPassAndTheObserverSeesEveryWrittenLine) {
-  TempDir dir;
-  auto logger = fileLogger(dir, Level::warning, "");
+  test::TempDir dir;
+  auto logger = fileLogger(dir.path(), Level::warning, "");
   std::vector<std::string> seen;
   logger->setLineObserver([&](Level, const std::string& line) { seen.push_back(line); });
   logger->info("dropped");
@@ -58,25 +55,22 @@ TEST(Logger, LevelFiltersFormatCharactersPassAndTheObserverSeesEveryWrittenLine)
 }
 
 TEST(Logger, WithoutFileLoggingOrAFolderThatCanBeMadeNoFileIsWritten) {
-  TempDir dir;
-  Logger off("MainLog", Level::info, Logger::FileLogging::off, dir.path(), kPrefix);
-  off.setConsoleLogging(false);
-  off.info("nowhere");
-  EXPECT_FALSE(off.logFilePath().has_value());
-  EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+  test::TempDir dir;
+  auto off = fileLogger(dir.path(), Level::info, kPrefix, Logger::FileLogging::off);
+  off->info("nowhere");
+  EXPECT_FALSE(off->logFilePath().has_value());
+  EXPECT_TRUE(fs::is_empty(dir.path()));
   // A missing folder is made, for this user alone; one that cannot be made means no file.
-  Logger made("MainLog", Level::info, Logger::FileLogging::on, dir / "state/tidewell", kPrefix);
-  EXPECT_TRUE(made.isLoggingToFile());
+  EXPECT_TRUE(fileLogger(dir / "state/tidewell")->isLoggingToFile());
   for (const char* folder : {"state", "state/tidewell"})
-    EXPECT_EQ(std::filesystem::status(dir / folder).permissions(), std::filesystem::perms::owner_all) << folder;
+    EXPECT_EQ(fs::status(dir / folder).permissions(), fs::perms::owner_all) << folder;
   test::writeFile(dir / "file", "not a folder");
-  Logger blocked("MainLog", Level::info, Logger::FileLogging::on, dir / "file/tidewell", kPrefix);
-  EXPECT_FALSE(blocked.isLoggingToFile());
+  EXPECT_FALSE(fileLogger(dir / "file/tidewell")->isLoggingToFile());
 }
 
 TEST(Logger, ConcurrentLinesStayWhole) {
-  TempDir dir;
-  auto logger = fileLogger(dir);
+  test::TempDir dir;
+  auto logger = fileLogger(dir.path());
   const std::string payload(300, 'p');
   std::vector<std::thread> threads;
   for (int t = 0; t < 8; ++t) {
@@ -85,15 +79,15 @@ TEST(Logger, ConcurrentLinesStayWhole) {
     });
   }
   for (auto& thread : threads) thread.join();
-
-  std::istringstream contents(readFile(*logger->logFilePath()));
+  const std::string written = readFile(*logger->logFilePath());
+  std::istringstream contents(written);
   size_t lines = 0;
   for (std::string line; std::getline(contents, line); ++lines) {
     EXPECT_EQ(line.rfind("\u2755 thread ", 0), 0u) << line;
     EXPECT_EQ(line.substr(line.size() - payload.size()), payload);
   }
   EXPECT_EQ(lines, 8u * 200u);
-  EXPECT_EQ(readFile(*logger->logFilePath()).back(), '\n');
+  EXPECT_EQ(written.back(), '\n');
 }
 
 }  // namespace

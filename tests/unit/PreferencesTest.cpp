@@ -2,11 +2,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <functional>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "app/Preferences.h"
 #include "platform/Host.h"
@@ -18,57 +15,22 @@ namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
-using test::TempDir;
 using Period = Preferences::Period;
 using Keys = Preferences::Keys;
 using Value = UserDefaults::Value;
+using Strings = std::vector<std::string>;
 
 struct RecordingObserver : PreferencesObserver {
   void preferenceDidChange(const std::string& key) override {
     keys.push_back(key);
     if (onChange) onChange();
   }
-  std::vector<std::string> keys;
+  Strings keys;
   std::function<void()> onChange;
 };
 
-// Each write syncs the file and its folder, which makes thousands of writes take minutes on a
-// real disk; the lock under test works the same on a memory file system.
-struct ScratchFolder {
-  ScratchFolder() {
-    std::string pattern = "/dev/shm/tidewell-test-XXXXXX";
-    path = ::mkdtemp(pattern.data()) ? fs::path(pattern) : fallback.path();
-  }
-  ~ScratchFolder() {
-    std::error_code error;
-    if (path != fallback.path()) fs::remove_all(path, error);
-  }
-  TempDir fallback;
-  fs::path path;
-};
-
-// Runs `body` in a child process that exits with the body's result (2 when it throws).
-pid_t spawn(const std::function<int()>& body) {
-  pid_t child = ::fork();
-  if (child == 0) {
-    int status = 2;
-    try {
-      status = body();
-    } catch (...) {
-    }
-    ::_exit(status);
-  }
-  return child;
-}
-
-int waitForExit(pid_t child) {
-  int status = 0;
-  if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
-  return WEXITSTATUS(status);
-}
-
 struct PreferencesTest : ::testing::Test {
-  TempDir dir;
+  test::TempDir dir;
   fs::path store = dir / "config/tidewell/test.plist";
   Preferences preferences{store};
   UserDefaults raw{store};
@@ -95,19 +57,26 @@ TEST_F(PreferencesTest, DefaultsThenWrittenValuesUnderTheirStoredKeys) {
   preferences.setAppFolder(fs::path("/Apps/T.app"));
   preferences.setData("TWFolderBookmark_X", {1, 0, 2});
   // The stored forms other readers of the file expect.
-  EXPECT_EQ(raw.object("TWNotificationsEnabledKey"), Value(false));
-  EXPECT_EQ(raw.object("TWNotificationsPeriodKey"), Value(int64_t{3}));
-  EXPECT_EQ(raw.object("TWDryRunEnabledKey"), Value(true));
-  EXPECT_EQ(raw.object("TWTotalBytesCleaned"), Value(int64_t{5'000'000'000'000}));
-  EXPECT_EQ(raw.object("TWCustomArchivesFolderKey"), Value(std::string("/Volumes/Big/Archives")));
-  EXPECT_EQ(raw.object("TWCustomDerivedDataFolderKey"), Value(std::string("/Volumes/Big/DerivedData")));
-  EXPECT_EQ(raw.object("TWAppFolder"), Value(std::string("/Apps/T.app")));
+  for (const auto& [key, value] : std::vector<std::pair<const char*, Value>>{
+           {"TWNotificationsEnabledKey", false},
+           {"TWNotificationsPeriodKey", int64_t{3}},
+           {"TWDryRunEnabledKey", true},
+           {"TWTotalBytesCleaned", int64_t{5'000'000'000'000}},
+           {"TWCustomArchivesFolderKey", std::string("/Volumes/Big/Archives")},
+           {"TWCustomDerivedDataFolderKey", std::string("/Volumes/Big/DerivedData")},
+           {"TWAppFolder", std::string("/Apps/T.app")}})
+    EXPECT_EQ(raw.object(key), value) << key;
   EXPECT_FALSE(preferences.notificationsEnabled());  // a stored false, although the default is true
   EXPECT_EQ(preferences.customDerivedDataFolder(), fs::path("/Volumes/Big/DerivedData"));
   EXPECT_EQ(preferences.data("TWFolderBookmark_X"), (std::vector<uint8_t>{1, 0, 2}));
-
   preferences.setCustomArchivesFolder(std::nullopt);
   EXPECT_FALSE(raw.object("TWCustomArchivesFolderKey").has_value());
+  // Bookmark keys: the prefix and the upper-case SHA-256 of the path (from `printf %s <path> | sha256sum`).
+  EXPECT_EQ(Preferences::bookmarkKey("/tmp"),
+            "TWFolderBookmark_E9671ACD244849C57167C658FA2F969752048F7AB184A3DCF5C46CB4D56AE124");
+  EXPECT_EQ(Preferences::bookmarkKey("/tmp/Dévéloper ☃"),
+            "TWFolderBookmark_A55C5A774640CC7B36C87487FC981943AA4C14388ACDC932BEABC2EF6EC9C92F");
+  EXPECT_EQ(Preferences::bookmarkKey("/tmp/"), Preferences::bookmarkKey("/tmp"));
 }
 
 TEST_F(PreferencesTest, ForeignValuesReadAsTheyMeanAndWrongKindsAsDefaults) {
@@ -131,35 +100,41 @@ TEST_F(PreferencesTest, ForeignValuesReadAsTheyMeanAndWrongKindsAsDefaults) {
   EXPECT_TRUE(preferences.notificationsEnabled());
   EXPECT_FALSE(preferences.dryRunEnabled());
   EXPECT_FALSE(preferences.data("TWFolderBookmark_Y").has_value());
+
+  // Numbers, as text or reals: anything but zero is on.
+  raw.setString(Keys::dryRunEnabled, " 2");
+  raw.setString(Keys::notificationsEnabled, "0");
+  EXPECT_TRUE(preferences.dryRunEnabled());
+  EXPECT_FALSE(preferences.notificationsEnabled());
+  test::writeFile(store, std::string("<plist version=\"1.0\"><dict><key>") + Keys::dryRunEnabled +
+                             "</key><real>0.5</real><key>" + Keys::notificationsEnabled +
+                             "</key><real>0.0</real></dict></plist>");
+  EXPECT_TRUE(preferences.dryRunEnabled());
+  EXPECT_FALSE(preferences.notificationsEnabled());
 }
 
 TEST_F(PreferencesTest, ObserversAreNotifiedOfEveryWriteInOrderAndRegisteredOnce) {
-  std::vector<std::string> journal;
-  auto first = std::make_shared<RecordingObserver>();
-  auto second = std::make_shared<RecordingObserver>();
-  auto doomed = std::make_shared<RecordingObserver>();
+  Strings journal;
+  auto first = std::make_shared<RecordingObserver>(), second = std::make_shared<RecordingObserver>(),
+       doomed = std::make_shared<RecordingObserver>();
   first->onChange = [&] { journal.push_back("first"); };
   second->onChange = [&] { journal.push_back("second"); };
-  preferences.addObserver(first);
-  preferences.addObserver(doomed);
-  preferences.addObserver(second);
-  preferences.addObserver(first);  // already there: still one box
-  doomed.reset();                  // a gone observer is skipped; its box stays until a removal
+  for (const auto& observer : {first, doomed, second, first}) preferences.addObserver(observer);  // first once
+  doomed.reset();  // a gone observer is skipped; its box stays until a removal
   ASSERT_EQ(preferences.observers().size(), 3u);
 
   preferences.setDryRunEnabled(true);
   preferences.setDryRunEnabled(true);  // unchanged, still a write
-  EXPECT_EQ(journal, (std::vector<std::string>{"first", "second", "first", "second"}));
+  EXPECT_EQ(journal, (Strings{"first", "second", "first", "second"}));
   preferences.addToTotalBytesCleaned(2);
   preferences.setCustomDerivedDataFolder(std::nullopt);
   preferences.removeObject("TWFolderBookmark_Z");
-  EXPECT_EQ(first->keys, (std::vector<std::string>{"TWDryRunEnabledKey", "TWDryRunEnabledKey", "TWTotalBytesCleaned",
-                                                   "TWCustomDerivedDataFolderKey", "TWFolderBookmark_Z"}));
+  EXPECT_EQ(first->keys, (Strings{"TWDryRunEnabledKey", "TWDryRunEnabledKey", "TWTotalBytesCleaned",
+                                  "TWCustomDerivedDataFolderKey", "TWFolderBookmark_Z"}));
 
   preferences.removeObserver(first);
   ASSERT_EQ(preferences.observers().size(), 2u);
-  // What a destroyed observer's own unregistration looks like: its reference already reads empty.
-  preferences.removeObserver(nullptr);
+  preferences.removeObserver(nullptr);  // a destroyed observer's own unregistration: its reference reads empty
   ASSERT_EQ(preferences.observers().size(), 1u);
   EXPECT_EQ(preferences.observers()[0].lock(), second);
   preferences.setDryRunEnabled(false);
@@ -174,7 +149,6 @@ TEST_F(PreferencesTest, ObserversMayChangeTheListWhileBeingNotifiedAndFromOtherT
   preferences.notifyObservers("k");
   preferences.notifyObservers("k");
   EXPECT_EQ(leaving->keys.size(), 1u);
-
   // One thread keeps notifying while another adds and removes observers.
   auto steady = std::make_shared<RecordingObserver>();
   preferences.addObserver(steady);
@@ -191,25 +165,14 @@ TEST_F(PreferencesTest, ObserversMayChangeTheListWhileBeingNotifiedAndFromOtherT
   EXPECT_EQ(preferences.observers().size(), 1u);
 }
 
-TEST(PreferencesBookmarkKey, IsThePrefixAndTheUpperCaseSha256OfThePath) {
-  // Digests from `printf %s <path> | sha256sum`.
-  EXPECT_EQ(Preferences::bookmarkKey("/tmp"),
-            "TWFolderBookmark_E9671ACD244849C57167C658FA2F969752048F7AB184A3DCF5C46CB4D56AE124");
-  EXPECT_EQ(Preferences::bookmarkKey("/tmp/Dévéloper ☃"),
-            "TWFolderBookmark_A55C5A774640CC7B36C87487FC981943AA4C14388ACDC932BEABC2EF6EC9C92F");
-  EXPECT_EQ(Preferences::bookmarkKey("/tmp/"), Preferences::bookmarkKey("/tmp"));
-}
-
 TEST_F(PreferencesTest, ACorruptFileIsSetAsideLoggedOnceAndTheNextWriteSucceeds) {
   test::writeFile(store, std::string("\x00\x01 definitely not a plist", 25));
   test::LogCapture log;
   EXPECT_TRUE(preferences.notificationsEnabled());
   EXPECT_EQ(preferences.totalBytesCleaned(), 0);
-  auto lines = log.lines();
-  ASSERT_EQ(lines.size(), 1u);
-  EXPECT_EQ(lines[0].rfind("\u26A0\uFE0F Preferences: ", 0), 0u) << lines[0];
+  ASSERT_EQ(log.lines().size(), 1u);
+  EXPECT_EQ(log.lines()[0].rfind("\u26A0\uFE0F Preferences: ", 0), 0u) << log.lines()[0];
   EXPECT_FALSE(fs::exists(store));  // set aside, as the store's own tests check in detail
-
   EXPECT_EQ(preferences.addToTotalBytesCleaned(10).total, 10);
   EXPECT_EQ(preferences.totalBytesCleaned(), 10);
   EXPECT_EQ(log.lines().size(), 1u);
@@ -227,14 +190,13 @@ TEST_F(PreferencesTest, AFailedWriteIsLoggedAndStillNotifies) {
   ASSERT_TRUE(failed.saveFailure.has_value());  // for the caller to show, not only the log
   EXPECT_NE(failed.saveFailure->find("blocked"), std::string::npos) << *failed.saveFailure;
   EXPECT_FALSE(blocked.dryRunEnabled());
-  EXPECT_EQ(observer->keys, (std::vector<std::string>{"TWDryRunEnabledKey", "TWTotalBytesCleaned"}));
-  auto lines = log.lines();
-  ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0].rfind("\u274C Preferences: Cannot save TWDryRunEnabledKey: ", 0), 0u) << lines[0];
+  EXPECT_EQ(observer->keys, (Strings{"TWDryRunEnabledKey", "TWTotalBytesCleaned"}));
+  ASSERT_EQ(log.lines().size(), 2u);
+  EXPECT_EQ(log.lines()[0].rfind("\u274C Preferences: Cannot save TWDryRunEnabledKey: ", 0), 0u) << log.lines()[0];
 }
 
 TEST(PreferencesShared, KeepsItsStoreInTheCurrentHostsConfigFolder) {
-  TempDir dir;
+  test::TempDir dir;
   Host host;
   host.configDirectory = dir / "xdg";
   ScopedHost scoped(host);
@@ -244,73 +206,65 @@ TEST(PreferencesShared, KeepsItsStoreInTheCurrentHostsConfigFolder) {
   EXPECT_EQ(UserDefaults(shared.storePath()).object(Keys::appFolder), Value((dir / "Tidewell.app").string()));
 }
 
-TEST_F(PreferencesTest, AnotherProcessReadsWhatThisOneWrote) {
-  preferences.setTotalBytesCleaned(1234);
-  pid_t child = spawn([&] {
-    Preferences mine(store);
-    mine.setCustomDerivedDataFolder(fs::path("/Volumes/Work/DD"));
-    return mine.totalBytesCleaned() == 1234 ? 0 : 1;
-  });
-  EXPECT_EQ(waitForExit(child), 0);
-  EXPECT_EQ(preferences.customDerivedDataFolder(), fs::path("/Volumes/Work/DD"));
-  EXPECT_EQ(preferences.totalBytesCleaned(), 1234);
-}
-
-TEST(PreferencesConcurrency, ProcessesAddingAtTheSameMomentNeverLoseBytes) {
-  ScratchFolder scratch;
-  auto store = scratch.path / "tidewell/test.plist";
+// Processes and threads adding at the same moment, while this process changes other settings
+// through the same lock: no byte is lost and every process sees what the others wrote. The
+// store is on a memory file system where there is one, as each write syncs file and folder.
+TEST(PreferencesConcurrency, ProcessesAndThreadsAddingAtTheSameMomentNeverLoseBytes) {
+  test::TempDir fallback;
+  std::string pattern = "/dev/shm/tidewell-test-XXXXXX";
+  const fs::path folder = ::mkdtemp(pattern.data()) ? fs::path(pattern) : fallback.path();
+  const auto store = folder / "tidewell/test.plist";
   Preferences preferences(store);
-  constexpr int kProcesses = 16;
-  constexpr int kAdditions = 500;
+  constexpr int kProcesses = 16, kAdditions = 500;
   preferences.setTotalBytesCleaned(1'000'000);
   preferences.setDryRunEnabled(true);
 
-  // All children wait at the gate so that they really run at the same time.
-  int gate[2];
+  int gate[2];  // all children wait at the gate so that they really run at the same time
   ASSERT_EQ(::pipe(gate), 0);
   std::vector<pid_t> children;
   for (int i = 0; i < kProcesses; ++i) {
-    children.push_back(spawn([&, i] {
+    if ((children.emplace_back(::fork())) != 0) continue;
+    int status = 2;
+    try {
       ::close(gate[1]);
       char byte;
       while (::read(gate[0], &byte, 1) < 0) {
       }
       Preferences mine(store);
       int64_t previous = -1;
-      for (int n = 0; n < kAdditions; ++n) {
+      status = 0;
+      for (int n = 0; n < kAdditions && status == 0; ++n) {
         int64_t total = mine.addToTotalBytesCleaned(i + 1).total;  // a different amount per process
-        if (total <= previous) return 1;                           // a lost or repeated update
+        if (total <= previous) status = 1;                         // a lost or repeated update
         previous = total;
       }
-      return 0;
-    }));
+      if (i == 0) mine.setCustomDerivedDataFolder(fs::path("/Volumes/Work/DD"));
+    } catch (...) {
+    }
+    ::_exit(status);
   }
   ::close(gate[0]);
   ::close(gate[1]);  // opens the gate
-
-  // Meanwhile this process keeps changing another setting through the same lock.
-  for (int n = 0; n < 50; ++n) preferences.setNotificationsPeriod(n % 2 ? Period::everyWeek : Period::every2Months);
-  for (pid_t child : children) EXPECT_EQ(waitForExit(child), 0);
-  // 1 + 2 + ... + 16 = 136 bytes per round.
-  EXPECT_EQ(preferences.totalBytesCleaned(), 1'000'000 + 136 * kAdditions);
-  EXPECT_TRUE(preferences.dryRunEnabled());
-  EXPECT_EQ(preferences.notificationsPeriod(), Period::everyWeek);
-}
-
-TEST(PreferencesConcurrency, ThreadsAddingAtTheSameMomentNeverLoseBytes) {
-  ScratchFolder scratch;
-  auto store = scratch.path / "tidewell/test.plist";
-  Preferences preferences(store);
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
       Preferences mine(store);
-      for (int n = 0; n < 100; ++n) mine.addToTotalBytesCleaned(3);
+      for (int n = 0; n < 100; ++n) mine.addToTotalBytesCleaned(1000);
     });
   }
-  for (int n = 0; n < 100; ++n) preferences.addToTotalBytesCleaned(1);
+  for (int n = 0; n < 50; ++n) preferences.setNotificationsPeriod(n % 2 ? Period::everyWeek : Period::every2Months);
   for (auto& thread : threads) thread.join();
-  EXPECT_EQ(preferences.totalBytesCleaned(), 4 * 100 * 3 + 100);
+  for (pid_t child : children) {
+    int status = 0;
+    EXPECT_TRUE(child > 0 && ::waitpid(child, &status, 0) == child && WIFEXITED(status) && !WEXITSTATUS(status));
+  }
+  // 1 + 2 + ... + 16 = 136 bytes per round from the processes, 4 * 100 * 1000 from the threads.
+  EXPECT_EQ(preferences.totalBytesCleaned(), 1'000'000 + 136 * kAdditions + 400'000);
+  EXPECT_TRUE(preferences.dryRunEnabled());
+  EXPECT_EQ(preferences.notificationsPeriod(), Period::everyWeek);
+  EXPECT_EQ(preferences.customDerivedDataFolder(), fs::path("/Volumes/Work/DD"));
+  std::error_code error;
+  if (folder != fallback.path()) fs::remove_all(folder, error);
 }
 
 TEST_F(PreferencesTest, ATotalBeyondSixtyFourBitsStaysAtTheLargestAndNeverReadsNegative) {
@@ -323,7 +277,6 @@ TEST_F(PreferencesTest, ATotalBeyondSixtyFourBitsStaysAtTheLargestAndNeverReadsN
   EXPECT_EQ(preferences.totalBytesCleaned(), INT64_MAX);
   ASSERT_EQ(log.lines().size(), 1u);
   EXPECT_EQ(log.lines()[0].rfind("\u26A0\uFE0F Preferences: The lifetime total of bytes cleaned cannot grow", 0), 0u);
-
   // Written as unsigned numbers by another tool: -1 and 2^64 - 1 share their bits.
   for (const auto& [stored, expected] : std::vector<std::pair<std::string, int64_t>>{
            {"18446744073709551615", INT64_MAX}, {"9223372036854775808", INT64_MAX}, {"-1", -1}, {"0", 0}}) {

@@ -1,14 +1,9 @@
-// The privileged remover's rules: which paths it accepts from an unprivileged caller, and that
-// a removal refused for safety never reaches the administrator runner.
+// Which paths the privileged remover accepts, and that a safety refusal never reaches the administrator.
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <filesystem>
-#include <string>
-#include <variant>
 
 #include "fs/RemoveItem.h"
 #include "fs/Shell.h"
@@ -54,11 +49,8 @@ class PrivilegedRemovalCheck : public ::testing::Test {
 
 TEST_F(PrivilegedRemovalCheck, AcceptsOnlyListedItemsReachedWithoutLinks) {
   const std::string root = fixture.root().string();
-  struct Case {
-    std::string path;
-    std::string expected;  // "accepted" or a part of the refusal
-  };
-  const Case cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
+      // "accepted" or a part of the refusal
       {root + "/Library/Updates/041-12345", "accepted"},
       {root + "/Applications/Install macOS Sonoma.app", "accepted"},
       {"Library/Updates/041-12345", "not an absolute path"},
@@ -76,9 +68,9 @@ TEST_F(PrivilegedRemovalCheck, AcceptsOnlyListedItemsReachedWithoutLinks) {
       {root + "/Library/Updates/041-link", "symbolic link"},
       {root + "/Library/Updates/041-missing", "No such file"},
   };
-  for (const Case& test : cases) {
-    const std::string result = verdict(test.path);
-    EXPECT_NE(result.find(test.expected), std::string::npos) << test.path << ": " << result;
+  for (const auto& [path, expected] : cases) {
+    const std::string result = verdict(path);
+    EXPECT_NE(result.find(expected), std::string::npos) << path << ": " << result;
   }
 
   // A link anywhere on the way: the location folder itself, or a folder above it.
@@ -99,8 +91,7 @@ TEST_F(PrivilegedRemovalCheck, AcceptsOnlyListedItemsReachedWithoutLinks) {
 TEST_F(PrivilegedRemovalCheck, RemovesTheCheckedItemEvenWhenItsFolderIsSwappedForALinkAfterwards) {
   auto checked = PrivilegedRemoval::check((updates / "041-12345").string());
   ASSERT_TRUE(std::holds_alternative<PrivilegedRemoval::Target>(checked));
-  // After the check, the location folder is moved away and a link to an outside copy takes
-  // its place: the removal still happens in the folder that was checked.
+  // The checked folder is moved and a link to an outside copy put in its place: the checked one is used.
   fs::rename(updates, fixture.at("/Library/Moved"));
   fs::create_directory_symlink(fixture.at("/elsewhere/Updates"), updates);
   const fs::path workingFolder = fs::current_path();
@@ -112,9 +103,7 @@ TEST_F(PrivilegedRemovalCheck, RemovesTheCheckedItemEvenWhenItsFolderIsSwappedFo
 }
 
 #if defined(__linux__)
-// Runs `body` in a child process with a private mount namespace in which `source` is mounted
-// at `mountPoint` (a bind mount, or a fresh tmpfs for an empty source). Returns the child's
-// exit status, or 77 when this user cannot have a mount namespace.
+// Runs `body` in a child whose private namespace mounts `source` (tmpfs when empty) at `mountPoint`; 77: no namespace.
 template <typename Body>
 int withMount(const fs::path& source, const fs::path& mountPoint, Body body) {
   const pid_t child = ::fork();
@@ -130,8 +119,7 @@ int withMount(const fs::path& source, const fs::path& mountPoint, Body body) {
   return WEXITSTATUS(status);
 }
 
-// A volume mounted at the item or inside it (a bind mount of the same file system included)
-// is refused.
+// A volume mounted at the item or inside it (a same-device bind mount included) is refused.
 TEST_F(PrivilegedRemovalCheck, RefusesItemsThatAreOrHoldMountPoints) {
   const fs::path item = updates / "041-12345";
   fs::create_directories(item / "Payload" / "mnt");
@@ -144,14 +132,12 @@ TEST_F(PrivilegedRemovalCheck, RefusesItemsThatAreOrHoldMountPoints) {
   EXPECT_EQ(verdict(item.string()), "accepted");
 }
 
-// Another volume inside an installer: plain removal refuses to enter it, and that refusal is
-// final. The stand-in pkexec would really run what it is given, so a fallback would empty it.
+// A volume inside an installer is refused for safety and never handed to pkexec (which would empty it).
 TEST(PrivilegedFallback, AnotherVolumeInsideTheItemIsNeverHandedToTheAdministrator) {
   test::CatalogueFixture fixture;
   ScopedAdministratorRunner polkit{AdministratorRunner::polkit};
-  const fs::path item = fixture.at("/Applications/Install macOS Sonoma.app");
+  const fs::path item = fixture.at("/Applications/Install macOS Sonoma.app"), calls = fixture.root() / "pkexec-calls";
   const fs::path volume = item / "Contents" / "SharedSupport" / "Volume";
-  const fs::path calls = fixture.root() / "pkexec-calls";
   writeFile(item / "Contents" / "Info.plist", "i");
   fs::create_directories(volume);
   test::writeStandInTool(fixture.root(), "/usr/bin/pkexec",
@@ -176,13 +162,10 @@ TEST(PrivilegedFallback, AnotherVolumeInsideTheItemIsNeverHandedToTheAdministrat
 TEST(PrivilegedFallback, OnlyALackOfRightsReachesTheAdministratorRunner) {
   test::CatalogueFixture fixture;
   ScopedAdministratorRunner polkit{AdministratorRunner::polkit};
-  const fs::path updates = fixture.at("/Library/Updates");
-  const fs::path item = updates / "041-12345";
-  const fs::path calls = fixture.root() / "pkexec-calls";
-  const fs::path remover = fixture.at(kPrivilegedRemoverPath);
+  const fs::path updates = fixture.at("/Library/Updates"), item = updates / "041-12345";
+  const fs::path calls = fixture.root() / "pkexec-calls", remover = fixture.at(kPrivilegedRemoverPath);
 
-  // A folder inside the item is replaced by a fresh one each time the remover is about to open
-  // it: the removal gives up for safety. With rights or without, nothing more may be tried.
+  // A folder inside keeps being replaced just before it is opened: a safety refusal, tried no further.
   static fs::path changing;
   removeItemBeforeOpeningFolderHook = [](const char* name) {
     if (changing.filename() != name) return;
@@ -204,8 +187,7 @@ TEST(PrivilegedFallback, OnlyALackOfRightsReachesTheAdministratorRunner) {
   EXPECT_THROW(entry.deleteItem(updates / "041-gone"), RemovalError);
   EXPECT_FALSE(fs::exists(calls)) << readFile(calls);
 
-  // A lack of rights goes to the installed privileged remover when there is one, and to the
-  // one-file-system rm otherwise.
+  // A lack of rights goes to the installed privileged remover, else to the one-file-system rm.
   fs::remove_all(item);
   for (bool installed : {true, false}) {
     writeFile(item / "Payload" / "data", "d");

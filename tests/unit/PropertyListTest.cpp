@@ -1,7 +1,5 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -111,13 +109,7 @@ TEST(PropertyList, FilesAreRefusedByKindAndSizeBeforeTheyAreRead) {
 
   // A sparse file of 3 GiB: refused from its size alone, without reading it.
   const fs::path huge = dir / "huge" / "Info.plist";
-  fs::create_directories(huge.parent_path());
-  {
-    int fd = ::open(huge.c_str(), O_WRONLY | O_CREAT, 0644);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(::ftruncate(fd, off_t{3} << 30), 0);
-    ::close(fd);
-  }
+  test::writeSparseFile(huge, uint64_t{3} << 30);
   test::writeFile(dir / "array.plist", "<plist><array/></plist>");
   ASSERT_EQ(::mkfifo((dir / "fifo.plist").c_str(), 0600), 0);  // opening it must not hang
   const std::string backupSized(PropertyList::largestFile(PropertyList::Kind::metadata) + 1, ' ');

@@ -1,16 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <cerrno>
-#include <filesystem>
-#include <functional>
-#include <map>
-#include <string>
-#include <thread>
 
 #include "fs/RemoveItem.h"
 #include "platform/Error.h"
@@ -21,27 +11,11 @@ namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
-using test::readFile;
-using test::TempDir;
-using test::writeFile;
+using namespace test;
 
 bool present(const fs::path& path) {
   struct stat status {};
   return ::lstat(path.c_str(), &status) == 0;
-}
-
-// Everything below `root` (without following links): relative path -> kind, mode and contents.
-std::map<std::string, std::string> snapshot(const fs::path& root) {
-  std::map<std::string, std::string> result;
-  for (auto it = fs::recursive_directory_iterator(root); it != fs::recursive_directory_iterator(); ++it) {
-    const auto status = it->symlink_status();
-    std::string description = std::to_string(static_cast<int>(status.type())) + ":" +
-                              std::to_string(static_cast<int>(status.permissions())) + ":";
-    if (fs::is_regular_file(status)) description += readFile(it->path());
-    if (fs::is_symlink(status)) description += fs::read_symlink(it->path()).string();
-    result[fs::relative(it->path(), root).string()] = description;
-  }
-  return result;
 }
 
 // A folder outside the removed tree, with its snapshot taken.
@@ -87,16 +61,23 @@ TEST(RemoveItem, RemovesTreesOfOddNamesAndLinksButNeverTheirTargets) {
   EXPECT_TRUE(fs::is_symlink(dir / "via"));
 }
 
+// Describes a FileSystemError as "code path: text", or says that none came.
+std::string removalError(const fs::path& path) {
+  try {
+    removeItem(path);
+  } catch (const FileSystemError& error) {
+    return std::to_string(error.code()) + " " + error.path().string() + ": " + error.what();
+  }
+  return "no error";
+}
+
 TEST(RemoveItem, MissingPathOrMeaninglessNameIsAReadableError) {
   TempDir dir;
-  try {
-    removeItem(dir / "missing parent" / "child");
-    FAIL() << "no error";
-  } catch (const FileSystemError& error) {
-    EXPECT_STREQ(error.what(), "The file \u201C" "child" "\u201D doesn\u2019t exist.");
-    EXPECT_EQ(error.code(), ENOENT);
-    EXPECT_EQ(error.path(), dir / "missing parent" / "child");
-  }
+  const fs::path missing = dir / "missing parent" / "child";
+  EXPECT_EQ(removalError(missing), std::to_string(ENOENT) + " " + missing.string() +
+                                       ": The file \u201C"
+                                       "child"
+                                       "\u201D doesn\u2019t exist.");
   writeFile(dir / "keep", "k");
   for (const std::string& path : {(dir / ".").string(), dir.path().string() + "/..", std::string()}) {
     EXPECT_THROW(removeItem(path), FileSystemError) << path;
@@ -106,34 +87,27 @@ TEST(RemoveItem, MissingPathOrMeaninglessNameIsAReadableError) {
 
 TEST(RemoveItem, UnremovableItemIsTheErrorAndTheRestIsRemoved) {
   TempDir dir;
-  const fs::path victim = dir / "victim";
-  auto result = test::runUnprivileged(dir.path(), [&]() -> std::string {
+  const fs::path victim = dir / "victim", readOnly = victim / "read-only folder";
+  auto result = runUnprivileged(dir.path(), [&]() -> std::string {
     writeFile(victim / "a", "a");
     writeFile(victim / "nested" / "deeper" / "b", "b");
-    writeFile(victim / "read-only folder" / "locked", "locked");
+    writeFile(readOnly / "locked", "locked");
     fs::create_directories(victim / "unreadable but empty");
-    ::chmod((victim / "read-only folder").c_str(), 0555);
+    ::chmod(readOnly.c_str(), 0555);
     ::chmod((victim / "unreadable but empty").c_str(), 0);
-    try {
-      removeItem(victim);
-      return "no error";
-    } catch (const FileSystemError& error) {
-      std::string problems;
-      if (std::string(error.what()) !=
-          "\u201Clocked\u201D couldn\u2019t be removed because you don\u2019t have permission to access it.") {
-        problems += std::string("description: ") + error.what() + "\n";
-      }
-      if (error.code() != EACCES) problems += "code " + std::to_string(error.code()) + "\n";
-      if (error.path() != victim / "read-only folder" / "locked") problems += "path " + error.path().string() + "\n";
-      if (!present(victim / "read-only folder" / "locked")) problems += "the locked file went\n";
-      for (const char* gone : {"a", "nested", "unreadable but empty"}) {
-        if (present(victim / gone)) problems += std::string(gone) + " is still there\n";
-      }
-      struct stat status {};  // nothing was made writable behind the user's back
-      ::stat((victim / "read-only folder").c_str(), &status);
-      if ((status.st_mode & 07777) != 0555) problems += "mode changed\n";
-      return problems;
+    std::string problems = removalError(victim);
+    if (problems == std::to_string(EACCES) + " " + (readOnly / "locked").string() +
+                        ": \u201Clocked\u201D couldn\u2019t be removed because you don\u2019t have permission to "
+                        "access it.")
+      problems.clear();
+    if (!present(readOnly / "locked")) problems += "the locked file went\n";
+    for (const char* gone : {"a", "nested", "unreadable but empty"}) {
+      if (present(victim / gone)) problems += std::string(gone) + " is still there\n";
     }
+    struct stat status {};  // nothing was made writable behind the user's back
+    ::stat(readOnly.c_str(), &status);
+    if ((status.st_mode & 07777) != 0555) problems += "mode changed\n";
+    return problems;
   });
   if (!result) GTEST_SKIP() << "no unprivileged user to run as";
   EXPECT_EQ(*result, "");
@@ -153,25 +127,14 @@ TEST(RemoveItem, RemovesVeryDeepTreeWithFewDescriptors) {
   }
   ::close(current);
 
-  rlimit original{};
-  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &original), 0);
-  rlimit reduced = original;
-  reduced.rlim_cur = 256;
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &reduced), 0);
-  std::string failure;
-  try {
-    removeItem(dir / "deep");
-  } catch (const std::exception& error) {
-    failure = error.what();
-  }
-  ::setrlimit(RLIMIT_NOFILE, &original);
+  std::string failure = "not run";
+  withDescriptorLimit(256, [&] { failure = failureOf([&] { removeItem(dir / "deep"); }); });
   EXPECT_EQ(failure, "");
   EXPECT_FALSE(present(dir / "deep"));
 }
 
 #if defined(TIDEWELL_TEST_HOOKS)
-// Replaces a folder with a link to `target` exactly between the removal's look at it and its
-// opening of it: the window no scheduler can be trusted to hit.
+// A folder swapped for a link exactly between the removal's look and its opening: never entered.
 TEST(RemoveItem, FolderSwappedForLinkBeforeOpeningIsNeverEntered) {
   static fs::path swapped, target;
   static int swaps;
@@ -200,41 +163,21 @@ TEST(RemoveItem, FolderSwappedForLinkBeforeOpeningIsNeverEntered) {
 }
 #endif
 
-// While the removal runs, another thread keeps replacing a folder inside the tree with a link
-// to a folder outside it and back. Whatever the removal manages, the outside stays untouched.
+// Another thread keeps swapping a folder inside the tree for a link outside: the outside stays untouched.
 TEST(RemoveItem, SwappingAFolderForALinkNeverReachesOutside) {
   TempDir dir;
   const fs::path outside = dir / "outside";
   const auto before = makeOutsideFolder(outside);
   for (int round = 0; round < 150; ++round) {
-    const fs::path victim = dir / "victim";
-    const fs::path parent = victim / "a";
-    const fs::path sub = parent / "sub";
+    const fs::path victim = dir / "victim", sub = victim / "a" / "sub";
     for (int i = 0; i < 30; ++i) writeFile(sub / ("f" + std::to_string(i)), "x");
     for (int i = 0; i < 10; ++i) writeFile(sub / "many" / std::to_string(i), "y");
     writeFile(victim / "b" / "c", "z");
 
-    std::atomic<bool> stop{false};
-    std::thread swapper([&] {
-      const std::string subName = sub.string(), realName = (parent / "sub.real").string(),
-                        linkName = (parent / "link.new").string();
-      while (!stop.load()) {
-        (void)::symlink(outside.c_str(), linkName.c_str());
-        (void)::rename(subName.c_str(), realName.c_str());
-        (void)::rename(linkName.c_str(), subName.c_str());
-        std::this_thread::yield();
-        (void)::rename(subName.c_str(), linkName.c_str());
-        (void)::rename(realName.c_str(), subName.c_str());
-      }
-    });
-    try {
-      removeItem(victim);
-    } catch (const FileSystemError&) {
-      // a tree that keeps changing may win a round; it must never reach outside
+    {
+      LinkSwapper swapper(sub, outside);
+      (void)failureOf([&] { removeItem(victim); });  // a changing tree may win a round, never reach outside
     }
-    stop = true;
-    swapper.join();
-
     ASSERT_EQ(snapshot(outside), before) << "round " << round;
     if (present(victim)) removeItem(victim);
     ASSERT_FALSE(present(victim));

@@ -1,16 +1,10 @@
-// The driver's thread rules: a scan on a worker never touches the tree its owner shows, a
-// stopped scan or deletion ends early and leaves no half-filled location behind.
+// Thread rules: a worker scan leaves the shown tree to its owner; a stopped scan or deletion ends cleanly.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <condition_variable>
 #include <deque>
-#include <filesystem>
-#include <functional>
 #include <mutex>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "clean/DeletionEngine.h"
 #include "fs/DirectorySize.h"
@@ -61,51 +55,6 @@ int64_t readWholeTree(const DevFiles& devFiles) {
   return checksum + devFiles.totalSize() % 1000 + static_cast<int64_t>(devFiles.state());
 }
 
-// A second thread standing in for a window's event loop: it runs the posted tasks and, in
-// between, keeps reading the whole tree.
-class OwnerThread {
- public:
-  DevFiles::Executor executor() {
-    return [this](std::function<void()> task) {
-      {
-        std::lock_guard lock(mutex_);
-        tasks_.push_back(std::move(task));
-      }
-      wake_.notify_one();
-    };
-  }
-  // Runs until `done` holds after a task.
-  void start(const DevFiles& devFiles, const std::function<bool()>& done) {
-    thread_ = std::thread([this, &devFiles, done] {
-      for (;;) {
-        std::function<void()> task;
-        {
-          std::unique_lock lock(mutex_);
-          wake_.wait_for(lock, std::chrono::milliseconds(1), [&] { return !tasks_.empty(); });
-          if (!tasks_.empty()) {
-            task = std::move(tasks_.front());
-            tasks_.pop_front();
-          }
-        }
-        if (task) {
-          task();
-          if (done()) return;
-        }
-        reads_ += readWholeTree(devFiles) != 0 ? 1 : 0;
-      }
-    });
-  }
-  void join() { thread_.join(); }
-  int reads() const { return reads_; }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable wake_;
-  std::deque<std::function<void()>> tasks_;
-  std::thread thread_;
-  int reads_ = 0;
-};
-
 class ScanThreads : public ::testing::Test {
  protected:
   void SetUp() override { home = test::FixtureHome::write(temp / "home"); }
@@ -123,15 +72,32 @@ TEST_F(ScanThreads, AScanOnAWorkerLeavesTheShownTreeToItsOwner) {
   auto inPlace = create();
   inPlace->scan({DevFiles::allLocations().begin(), DevFiles::allLocations().end()});
 
-  OwnerThread owner;
-  auto devFiles = create(owner.executor());
+  // A second thread stands in for a window's event loop: it runs the posted tasks and, in
+  // between, keeps reading the whole tree.
+  std::mutex mutex;
+  std::deque<std::function<void()>> tasks;
+  auto devFiles = create([&](std::function<void()> task) {
+    std::lock_guard lock(mutex);
+    tasks.push_back(std::move(task));
+  });
   auto delegate = std::make_shared<RecordingScanDelegate>();
   devFiles->setScanDelegate(delegate);
-  owner.start(*devFiles, [&] { return delegate->finished; });
+  int reads = 0;
+  std::thread owner([&] {
+    while (!delegate->finished) {
+      std::function<void()> task;
+      {
+        std::lock_guard lock(mutex);
+        if (!tasks.empty()) task = std::move(tasks.front()), tasks.pop_front();
+      }
+      if (task) task();
+      reads += readWholeTree(*devFiles) != 0 ? 1 : 0;
+    }
+  });
   devFiles->scan({DevFiles::allLocations().begin(), DevFiles::allLocations().end()});
   owner.join();
 
-  EXPECT_GT(owner.reads(), 0);
+  EXPECT_GT(reads, 0);
   ASSERT_EQ(delegate->events.size(), DevFiles::kLocationCount + 2);
   EXPECT_EQ(delegate->events.front(), "started");
   EXPECT_EQ(devFiles->state(), DevFiles::State::scanComplete);

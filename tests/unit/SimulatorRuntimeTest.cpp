@@ -11,6 +11,7 @@
 #include "clean/DeletionEngine.h"
 #include "scan/DevFiles.h"
 #include "scan/SimulatorScanners.h"
+#include "support/DeveloperFolderFixture.h"
 #include "support/StandInEnvironment.h"
 #include "support/StandInTools.h"
 #include "support/TempDir.h"
@@ -155,9 +156,7 @@ struct RecordingDeleteDelegate : DevFilesDeleteDelegate {
 };
 
 TEST_F(SimulatorRuntimes, DeletingSelectedRuntimesRunsOneSimctlDeletePerUnit) {
-  const auto developer = root / "home/Library/Developer";
-  std::filesystem::create_directories(developer / "Xcode");
-  std::filesystem::create_directories(developer / "CoreSimulator");
+  const test::DeveloperFolderFixture developer{root / "home/Library/Developer"};
   std::filesystem::create_directories(root / "Library/Developer/CoreSimulator/Volumes/iOS_21E213");
   test::writeStandInXcrun(root.path(), callLog, {.listOutput = R"({
     "WITH-PATH": {"runtimeIdentifier": "com.apple.CoreSimulator.SimRuntime.iOS-17-4", "version": "17.4",
@@ -167,7 +166,7 @@ TEST_F(SimulatorRuntimes, DeletingSelectedRuntimesRunsOneSimctlDeletePerUnit) {
     "NOT-TICKED": {"sizeBytes": 500}
   })"});
 
-  auto devFiles = DevFiles::create(developer, std::nullopt, std::nullopt).value_or(nullptr);
+  auto devFiles = DevFiles::create(developer.developerFolder(), std::nullopt, std::nullopt).value_or(nullptr);
   devFiles->scan({DevFiles::Location::simulatorRuntimes});
   const auto& location = devFiles->entry(DevFiles::Location::simulatorRuntimes);
   ASSERT_EQ(location->items().size(), 3u);

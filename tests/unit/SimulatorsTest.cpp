@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <plist/plist.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -10,6 +9,7 @@
 #include "model/XcodeEntries.h"
 #include "platform/Host.h"
 #include "scan/SimulatorScanners.h"
+#include "support/FixtureHome.h"
 #include "support/StandInEnvironment.h"
 #include "support/TempDir.h"
 #include "support/Unprivileged.h"
@@ -23,15 +23,6 @@ using test::writeFile;
 constexpr const char* kIOS17 = "com.apple.CoreSimulator.SimRuntime.iOS-17-4";
 constexpr const char* kIOS16 = "com.apple.CoreSimulator.SimRuntime.iOS-16-4";
 constexpr const char* kWatch10 = "com.apple.CoreSimulator.SimRuntime.watchOS-10-2";
-
-void writePlist(const std::filesystem::path& path, plist_t dictionary, bool binary) {
-  char* data = nullptr;
-  uint32_t length = 0;
-  binary ? plist_to_bin(dictionary, &data, &length) : plist_to_xml(dictionary, &data, &length);
-  writeFile(path, std::string(data, length));
-  free(data);
-  plist_free(dictionary);
-}
 
 struct Device {
   std::optional<std::string> name;
@@ -50,9 +41,9 @@ class SimulatorScan : public ::testing::Test {
   void installRuntime(const std::string& volume, const std::string& identifier, bool binary = false) {
     plist_t info = plist_new_dict();
     plist_dict_set_item(info, "CFBundleIdentifier", plist_new_string(identifier.c_str()));
-    writePlist(volumes / volume / "Library/Developer/CoreSimulator/Profiles/Runtimes" /
-                   (identifier + ".simruntime/Contents/Info.plist"),
-               info, binary);
+    test::writePlist(volumes / volume / "Library/Developer/CoreSimulator/Profiles/Runtimes" /
+                         (identifier + ".simruntime/Contents/Info.plist"),
+                     info, binary ? test::PlistFormat::binary : test::PlistFormat::xml);
   }
   void writeDevice(const std::string& set, const std::string& udid, const Device& device) {
     plist_t record = plist_new_dict();
@@ -60,7 +51,8 @@ class SimulatorScan : public ::testing::Test {
     plist_dict_set_item(record, "UDID", plist_new_string(udid.c_str()));
     if (device.runtime) plist_dict_set_item(record, "runtime", plist_new_string(device.runtime->c_str()));
     if (device.isDeleted) plist_dict_set_item(record, "isDeleted", plist_new_bool(*device.isDeleted));
-    writePlist(developer / set / udid / "device.plist", record, device.binary);
+    test::writePlist(developer / set / udid / "device.plist", record,
+                     device.binary ? test::PlistFormat::binary : test::PlistFormat::xml);
     writeFile(developer / set / udid / "data/file", "contents");
   }
 };

@@ -1,6 +1,4 @@
-// The entry kinds of the system items and cloud folders: snapshot deletion through tmutil,
-// removal that falls back to administrator rights, and cloud folders that are shown but never
-// counted, ticked or deleted.
+// System-item entry kinds: tmutil snapshots, removal with administrator fallback, cloud folders.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -38,26 +36,19 @@ TEST(TimeMachineSnapshotEntry, IsASizelessItemThatAlwaysHasSomethingToDelete) {
   EXPECT_EQ(group->updateSelection(), CleanupEntry::Selection::on);
 }
 
-class SnapshotDeletion : public ::testing::Test {
- protected:
+TEST(SnapshotDeletion, RunsTmutilWithTheDateAndRaisesWithItsMessageWhenMissingOrFailing) {
   CatalogueFixture fixture;
   TimeMachineSnapshotFileEntry snapshot{"2024-03-04-094100", true};
-};
-
-TEST_F(SnapshotDeletion, RunsTmutilWithTheDate) {
-  const fs::path calls = fixture.root() / "tmutil-calls";
-  writeStandInTool(fixture.root(), "/usr/bin/tmutil", "printf '%s|' \"$@\" >> " + shellQuoted(calls.string()));
-  EXPECT_NO_THROW(snapshot.deleteItem(std::nullopt));
-  EXPECT_EQ(test::readFile(calls), "deletelocalsnapshots|2024-03-04-094100|");
-}
-
-TEST_F(SnapshotDeletion, MissingOrFailingTmutilRaisesWithTheCommandAndTheToolsMessage) {
   {
     test::LogCapture log;
     EXPECT_THROW(snapshot.deleteItem(std::nullopt), Shell::CommandError);
     ASSERT_EQ(log.lines().size(), 1u);
     EXPECT_TRUE(log.lines()[0].starts_with("❌ Shell: Cannot run /usr/bin/tmutil")) << log.lines()[0];
   }
+  const fs::path calls = fixture.root() / "tmutil-calls";
+  writeStandInTool(fixture.root(), "/usr/bin/tmutil", "printf '%s|' \"$@\" >> " + shellQuoted(calls.string()));
+  EXPECT_NO_THROW(snapshot.deleteItem(std::nullopt));
+  EXPECT_EQ(test::readFile(calls), "deletelocalsnapshots|2024-03-04-094100|");
   writeStandInTool(fixture.root(), "/usr/bin/tmutil", "echo 'Failed to delete local snapshot' >&2\nexit 1");
   try {
     snapshot.deleteItem(std::nullopt);

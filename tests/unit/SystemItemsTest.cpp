@@ -1,5 +1,4 @@
-// The system items on a fixture home and system root: Time Machine snapshots through a
-// stand-in tmutil, the Trash, OS updates and installers, device backups and user logs.
+// System items on a fixture home and root: snapshots via a stand-in tmutil, Trash, updates, backups, logs.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -10,6 +9,7 @@
 #include "scan/Scanners.h"
 #include "scan/SystemItems.h"
 #include "support/CatalogueFixture.h"
+#include "support/DeveloperFolderFixture.h"
 #include "support/FixtureHome.h"
 #include "support/LogCapture.h"
 #include "support/StandInTools.h"
@@ -20,17 +20,12 @@ namespace {
 
 namespace fs = std::filesystem;
 using test::CatalogueFixture;
+using test::labelsOf;
 using test::shellQuoted;
 using test::writeStandInTool;
 
 constexpr size_t kMiB = 1'048'576;
 constexpr size_t kKiB = 1024;
-
-std::vector<std::string> labelsOf(const std::vector<CleanupEntryPtr>& entries) {
-  std::vector<std::string> labels;
-  for (const auto& entry : entries) labels.push_back(entry->label());
-  return labels;
-}
 
 void writeBackupInfo(const fs::path& file, const std::vector<std::pair<std::string, std::string>>& strings,
                      test::PlistFormat format) {
@@ -40,34 +35,22 @@ void writeBackupInfo(const fs::path& file, const std::vector<std::pair<std::stri
   test::writePlist(file, dictionary, format);
 }
 
-TEST(LocalSnapshotListing, TakesTheDatesOfSnapshotLinesOnly) {
-  const std::string listing =
-      "Snapshots for disk /:\n"
-      "  com.apple.TimeMachine.2024-03-04-094100.local\n"
-      "\n"
-      "\tcom.apple.TimeMachine.2024-03-05-101500.local \t\n"
-      "com.apple.os.update-ABCDEF\n"
-      "no com.apple.TimeMachine.2024-01-01-000000.local\n"
-      "com.apple.TimeMachine.2024-03-06-080000.local";
-  EXPECT_EQ(SystemItems::parseLocalSnapshots(listing),
-            (std::vector<std::string>{"2024-03-04-094100", "2024-03-05-101500", "2024-03-06-080000"}));
+// The stamp goes back to "tmutil deletelocalsnapshots": "/" there deletes every snapshot.
+TEST(LocalSnapshotListing, TakesTheDatesOfSnapshotLinesOnlyAndRejectsOtherStamps) {
+  EXPECT_EQ(
+      SystemItems::parseLocalSnapshots("Snapshots for disk /:\n  com.apple.TimeMachine.2024-03-04-094100.local\n"
+                                       "\n\tcom.apple.TimeMachine.2024-03-05-101500.local \t\n"
+                                       "com.apple.os.update-ABCDEF\nno com.apple.TimeMachine.2024-01-01-000000.local\n"
+                                       "com.apple.TimeMachine.2024-03-06-080000.local"),
+      (std::vector<std::string>{"2024-03-04-094100", "2024-03-05-101500", "2024-03-06-080000"}));
   EXPECT_TRUE(SystemItems::parseLocalSnapshots("\n\n  \n").empty());
-}
-
-// The stamp goes back to "tmutil deletelocalsnapshots" as an argument: "/" there deletes every
-// local snapshot, so only the snapshot's own date form may pass.
-TEST(LocalSnapshotListing, RejectsNamesWhoseStampIsNotASnapshotDate) {
   test::LogCapture log;
-  const std::string listing =
-      "com.apple.TimeMachine./.local\n"
-      "com.apple.TimeMachine.--help.local\n"
-      "com.apple.TimeMachine..local\n"
-      "com.apple.TimeMachine.2024-03-04-094100\n"
-      "com.apple.TimeMachine.2024-03-04-094100.local.local\n"
-      "com.apple.TimeMachine.2024-3-04-0941000.local\n"
-      "com.apple.TimeMachine.2024-03-04-09410a.local\n"
-      "com.apple.TimeMachine.2024-03-04-094100.local\n";
-  EXPECT_EQ(SystemItems::parseLocalSnapshots(listing), (std::vector<std::string>{"2024-03-04-094100"}));
+  EXPECT_EQ(SystemItems::parseLocalSnapshots(
+                "com.apple.TimeMachine./.local\ncom.apple.TimeMachine.--help.local\ncom.apple.TimeMachine..local\n"
+                "com.apple.TimeMachine.2024-03-04-094100\ncom.apple.TimeMachine.2024-03-04-094100.local.local\n"
+                "com.apple.TimeMachine.2024-3-04-0941000.local\ncom.apple.TimeMachine.2024-03-04-09410a.local\n"
+                "com.apple.TimeMachine.2024-03-04-094100.local\n"),
+            (std::vector<std::string>{"2024-03-04-094100"}));
   EXPECT_EQ(log.lines().size(), 7u);
   EXPECT_EQ(log.lines().front(),
             "\u26A0\uFE0F SystemItems: Ignoring a snapshot name of unknown form: com.apple.TimeMachine./.local");
@@ -107,10 +90,8 @@ TEST_F(SystemItemsScan, SnapshotsListedByTmutilFormOneGroup) {
   EXPECT_EQ(test::readFile(tmutilCalls), "listlocalsnapshots|/|");
   ASSERT_EQ(labelsOf(group->items()),
             (std::vector<std::string>{"Snapshot 2024-03-04-094100", "Snapshot 2024-03-05-101500"}));
-  for (const auto& item : group->items()) {
-    EXPECT_TRUE(dynamic_cast<TimeMachineSnapshotFileEntry*>(item.get()));
-    EXPECT_TRUE(item->size().isUnknown());
-  }
+  for (const auto& item : group->items())
+    EXPECT_TRUE(dynamic_cast<TimeMachineSnapshotFileEntry*>(item.get()) && item->size().isUnknown());
 }
 
 TEST_F(SystemItemsScan, TrashIsShownFromOneMebibyteWithItsVisibleTopLevelItems) {

@@ -73,8 +73,7 @@ TEST(ThreadPoolTest, ErrorsReachTheCallerAfterEveryTaskRanAndThePoolKeepsWorking
   EXPECT_EQ(ran.load(), 201);
 }
 
-// A parallel tree walk: every task adds its children as further tasks of the same group, while
-// outside threads share the pool.
+// A parallel tree walk whose tasks add tasks, while outside threads share the pool.
 TEST(ThreadPoolTest, TasksThatAddTasksAndOutsideCallersShareOnePool) {
   ThreadPool pool(3);
   std::atomic<int> visited{0}, total{0};

@@ -29,12 +29,6 @@ using ::testing::IsEmpty;
 using ::testing::StartsWith;
 using Status = ArchiveFileEntry::SubmissionStatus;
 
-std::vector<std::string> labels(const std::vector<CleanupEntryPtr>& entries) {
-  std::vector<std::string> result;
-  for (const auto& entry : entries) result.push_back(entry->label());
-  return result;
-}
-
 const CleanupEntryPtr& group(const std::vector<CleanupEntryPtr>& groups, const std::string& label) {
   auto found = std::find_if(groups.begin(), groups.end(), [&](const auto& entry) { return entry->label() == label; });
   EXPECT_NE(found, groups.end()) << label;
@@ -110,7 +104,7 @@ TEST_F(XcodeScanners, DeviceSupportSkipsUnversionedNamesAndMissingFoldersWithALi
   LogCapture log;
 
   const auto groups = scanDeviceSupport(*devFiles());
-  EXPECT_THAT(labels(groups), ElementsAre("iOS", "watchOS", "tvOS", "visionOS", "macOS"));
+  EXPECT_THAT(test::labelsOf(groups), ElementsAre("iOS", "watchOS", "tvOS", "visionOS", "macOS"));
   EXPECT_THAT(linesStartingWith(log, "DevFiles: No version for device support: "),
               ElementsAre("\u26A0\uFE0F DevFiles: No version for device support: Latest, skipping"));
   EXPECT_THAT(linesStartingWith(log, "DevFiles: Cannot check contents of '"),
@@ -151,26 +145,22 @@ TEST_F(XcodeScanners, ArchivesReadEverySubmissionStateFromXmlAndBinaryLists) {
 }
 
 TEST_F(XcodeScanners, ArchivesWithIncompleteOrCorruptInfoAreSkippedWithTheirOwnLine) {
-  const std::string warning = "\u26A0\uFE0F ", notice = "\u2755 ";
+  const std::string warning = "\u26A0\uFE0F DevFiles: Cannot get ";
   struct Case {
     std::string name;
     void (*change)(ArchiveInfo&);
     std::string line;
   };
   const std::vector<Case> cases{
-      {"NoName", [](ArchiveInfo& a) { a.name.reset(); }, warning + "DevFiles: Cannot get project name from archive: "},
-      {"NumberName", [](ArchiveInfo& a) { a.nameAsNumber = true; },
-       warning + "DevFiles: Cannot get project name from archive: "},
-      {"NoDate", [](ArchiveInfo& a) { a.creationDate.reset(); },
-       warning + "DevFiles: Cannot get archive date from archive: "},
+      {"NoName", [](ArchiveInfo& a) { a.name.reset(); }, warning + "project name from archive: "},
+      {"NumberName", [](ArchiveInfo& a) { a.nameAsNumber = true; }, warning + "project name from archive: "},
+      {"NoDate", [](ArchiveInfo& a) { a.creationDate.reset(); }, warning + "archive date from archive: "},
       {"NoProperties", [](ArchiveInfo& a) { a.applicationProperties = false; },
-       warning + "DevFiles: Cannot get 'ApplicationProperties' from archive Info.plist file: "},
-      {"NoBundle", [](ArchiveInfo& a) { a.bundleIdentifier.reset(); },
-       warning + "DevFiles: Cannot get bundle name from archive: "},
+       warning + "'ApplicationProperties' from archive Info.plist file: "},
+      {"NoBundle", [](ArchiveInfo& a) { a.bundleIdentifier.reset(); }, warning + "bundle name from archive: "},
       {"NoVersion", [](ArchiveInfo& a) { a.shortVersion.reset(); },
-       notice + "DevFiles: Cannot get bundle version from archive: "},
-      {"NoBuild", [](ArchiveInfo& a) { a.bundleVersion.reset(); },
-       warning + "DevFiles: Cannot get bundle build from archive: "},
+       "\u2755 DevFiles: Cannot get bundle version from archive: "},
+      {"NoBuild", [](ArchiveInfo& a) { a.bundleVersion.reset(); }, warning + "bundle build from archive: "},
   };
   std::vector<fs::path> paths;
   for (const auto& broken : cases) {
@@ -188,7 +178,7 @@ TEST_F(XcodeScanners, ArchivesWithIncompleteOrCorruptInfoAreSkippedWithTheirOwnL
   fixture.addArchive("2024-02-02", "Good", archive("Fine", "1.0", "1"));
   LogCapture log;
 
-  EXPECT_THAT(labels(scanArchives(*devFiles())), ElementsAre("Fine"));
+  EXPECT_THAT(test::labelsOf(scanArchives(*devFiles())), ElementsAre("Fine"));
   for (size_t index = 0; index < cases.size(); ++index) {
     EXPECT_THAT(log.lines(), ::testing::Contains(StartsWith(cases[index].line + paths[index].string())))
         << cases[index].name;
@@ -215,7 +205,7 @@ TEST_F(XcodeScanners, ArchivesAreGroupedByProjectSortedNewestFirstAndReadFromACu
   fixture.addArchive("2024-05-05", "Own", archive("Custom", "3.0", "3"), PropertyListFormat::binary, custom.path());
 
   const auto groups = scanArchives(*devFiles(std::nullopt, custom.path()));
-  ASSERT_THAT(labels(groups), ElementsAre("Alpha", "Beta", "Custom"));
+  ASSERT_THAT(test::labelsOf(groups), ElementsAre("Alpha", "Beta", "Custom"));
   std::vector<std::string> alpha, beta;
   for (const auto& entry : groups[0]->items()) alpha.push_back(as<ArchiveFileEntry>(entry)->build());
   for (const auto& entry : groups[1]->items()) beta.push_back(as<ArchiveFileEntry>(entry)->versionString());
@@ -224,7 +214,7 @@ TEST_F(XcodeScanners, ArchivesAreGroupedByProjectSortedNewestFirstAndReadFromACu
   EXPECT_THAT(beta, ElementsAre("2.0 rc 10", "2.0 rc 9", "2.0 beta"));
   // The standard folder named again (with a trailing separator) is not scanned twice.
   const auto again = scanArchives(*devFiles(std::nullopt, fixture.xcode() / "Archives" / ""));
-  ASSERT_THAT(labels(again), ElementsAre("Alpha", "Beta"));
+  ASSERT_THAT(test::labelsOf(again), ElementsAre("Alpha", "Beta"));
   EXPECT_EQ(again[0]->items().size(), 4u);
 }
 
@@ -241,7 +231,7 @@ TEST_F(XcodeScanners, DerivedDataNamesProjectsFromXmlAndBinaryInfoAndReadsACusto
 
   const auto entries = scanDerivedData(*devFiles(custom.path()));
   // Measured while scanning, larger first.
-  ASSERT_THAT(labels(entries), ElementsAre("Sea Lion", "Own", "my-great-app", "Caf\u00e9 \u00dcber\nZweite"));
+  ASSERT_THAT(test::labelsOf(entries), ElementsAre("Sea Lion", "Own", "my-great-app", "Caf\u00e9 \u00dcber\nZweite"));
   auto first = as<DerivedDataFileEntry>(entries[0]);
   EXPECT_EQ(first->pathUrl(), fs::path("/Users/dev/Sea Lion/Sea Lion.xcodeproj"));
   EXPECT_THAT(first->paths(), ElementsAre(xml));
@@ -261,7 +251,7 @@ TEST_F(XcodeScanners, DerivedDataWithoutAReadableWorkspaceGoesUnderOther) {
   fixture.addDerivedData("Known-hash", "/w/Known.xcodeproj", 4096);
 
   const auto entries = scanDerivedData(*devFiles());
-  ASSERT_THAT(labels(entries), ElementsAre("Known", "Other"));
+  ASSERT_THAT(test::labelsOf(entries), ElementsAre("Known", "Other"));
   EXPECT_FALSE(entries[1]->size().isUnknown());
   std::vector<std::string> names;
   for (const auto& entry : entries[1]->items()) {
@@ -296,11 +286,12 @@ TEST_F(XcodeScanners, DocumentationCachesUserDataAndDeviceLogs) {
       1u);
   // Largest first; equal sizes fall back to the labels.
   const auto userData = scanUserDataCache(*devFiles());
-  EXPECT_THAT(labels(userData), ElementsAre("Capabilities Cache", "IB Support Simulator Devices", "SwiftUI Previews"));
+  EXPECT_THAT(test::labelsOf(userData),
+              ElementsAre("Capabilities Cache", "IB Support Simulator Devices", "SwiftUI Previews"));
   EXPECT_THAT(userData[0]->paths(), ElementsAre(fixture.xcode() / "UserData/Capabilities"));
 
   const auto logs = scanDeviceLogs(*devFiles());
-  ASSERT_THAT(labels(logs), ElementsAre("Logs from Xcode 17.2.0", "Logs from Xcode 16.4"));
+  ASSERT_THAT(test::labelsOf(logs), ElementsAre("Logs from Xcode 17.2.0", "Logs from Xcode 16.4"));
   EXPECT_THAT(logs[0]->paths(), ElementsAre(logB, logA));
   EXPECT_EQ(logs[0]->selection(), CleanupEntry::Selection::off);
   EXPECT_THAT(logs[1]->paths(), ElementsAre(logC));
@@ -340,19 +331,17 @@ TEST_F(XcodeScanners, UnreadableFoldersAndFilesAreSkippedWithALine) {
     const auto archives = scanArchives(*devFiles());
     const auto derivedData = scanDerivedData(*devFiles());
     std::string problems;
-    auto check = [&](bool ok, const char* what) {
-      if (!ok) problems += std::string(what) + "\n";
-    };
-    check(group(groups, "iOS")->items().empty(), "the unreadable iOS folder gave items");
-    check(group(groups, "tvOS")->items().size() == 1, "tvOS lost its item");
-    check(linesStartingWith(log, "DevFiles: Cannot check contents of '" + locked.string() + "', skipping").size() == 1,
-          "no line for the unreadable folder");
-    check(archives.empty(), "an archive with an unreadable Info.plist was listed");
-    check(linesStartingWith(log, "DevFiles: Cannot open Info.plist file from archive: " + lockedArchive.string())
-                  .size() == 1,
-          "no line for the unreadable archive");
+    if (!group(groups, "iOS")->items().empty() || group(groups, "tvOS")->items().size() != 1)
+      problems += "device support items\n";
+    if (linesStartingWith(log, "DevFiles: Cannot check contents of '" + locked.string() + "', skipping").size() != 1)
+      problems += "no line for the unreadable folder\n";
+    if (!archives.empty() ||
+        linesStartingWith(log, "DevFiles: Cannot open Info.plist file from archive: " + lockedArchive.string())
+                .size() != 1)
+      problems += "an unreadable archive listed or not logged\n";
     // A project whose info.plist cannot be read is still listed, under "Other".
-    check(derivedData.size() == 1 && derivedData[0]->label() == "Other", "the unreadable project is not under Other");
+    if (test::labelsOf(derivedData) != std::vector<std::string>{"Other"})
+      problems += "the project is not under Other\n";
     return problems;
   });
   fs::permissions(locked, fs::perms::owner_all);

@@ -1,0 +1,53 @@
+// The real executable started as through its launcher, confined to one test's home, system
+// root, temporary and configuration folders.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/Host.h"
+#include "platform/UserDefaults.h"
+#include "support/RunProcess.h"
+#include "support/TempDir.h"
+
+namespace tw::test {
+
+using Environment = std::map<std::string, std::optional<std::string>>;
+
+struct Sandbox {
+  Sandbox() {
+    for (const auto& folder : {home, root, tmp, config}) std::filesystem::create_directories(folder);
+  }
+  // Without `fromCommandLine` the launcher's marker is removed, as for a start from the desktop.
+  ProcessOptions options(bool fromCommandLine = true, const Environment& extra = {}) const {
+    ProcessOptions result;
+    result.environment = {
+        {"TIDEWELL_TEST_HOME", home.string()},
+        {"TIDEWELL_TEST_ROOT", root.string()},
+        {"TMPDIR", tmp.string()},
+        {"XDG_CONFIG_HOME", config.string()},
+        {"TIDEWELL_FROM_COMMAND_LINE", fromCommandLine ? std::optional<std::string>("1") : std::nullopt}};
+    for (const auto& [name, value] : extra) result.environment[name] = value;
+    return result;
+  }
+  ProcessResult run(const std::vector<std::string>& arguments, const Environment& extra = {}) const {
+    return runProcess(TIDEWELL_EXECUTABLE, arguments, options(true, extra));
+  }
+  std::filesystem::path logFile() const { return tmp / "dev.tidewell.Tidewell-MainLog-LogFile-latest.log"; }
+  std::string log() const { return readFile(logFile()); }
+  std::string logLine() const { return "You can check full log here: " + logFile().string() + "\n\n"; }
+  UserDefaults preferences() const {
+    Host host;
+    host.configDirectory = config;
+    return UserDefaults(UserDefaults::standardStorePath(host));
+  }
+
+  TempDir scratch;
+  std::filesystem::path home = scratch / "home", root = scratch / "root", tmp = scratch / "tmp",
+                        config = scratch / "config";
+};
+
+}  // namespace tw::test

@@ -1,0 +1,399 @@
+// Scan reminders: the dates of a series, scheduling against an in-memory centre, the Linux
+// centre that times them with a user timer, the preferences window and the launch services.
+#include <gtest/gtest.h>
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QTest>
+#include <fstream>
+#include <regex>
+#include <thread>
+
+#include "app/ScanReminders.h"
+#include "fs/Shell.h"
+#include "platform/TextLocale.h"
+#include "platform/UserTimerNotificationCenter.h"
+#include "support/LogCapture.h"
+#include "support/StandInEnvironment.h"
+#include "support/StandInTools.h"
+#include "support/TempDir.h"
+#include "ui/ApplicationServices.h"
+#include "ui/PreferencesWindow.h"
+
+namespace tw {
+namespace {
+
+namespace fs = std::filesystem;
+using Period = Preferences::Period;
+using Strings = std::vector<std::string>;
+using namespace std::chrono_literals;
+
+// A notification centre in memory that records what the reminders did to it.
+struct MemoryCenter : NotificationCenter {
+  bool grantOnRequest = true;
+  int authorizationRequests = 0;
+  std::chrono::milliseconds answerDelay{0};
+  std::mutex mutex;
+  std::vector<NotificationRequest> pending;
+  std::vector<NotificationCategory> categories;
+
+  AuthorizationStatus authorizationStatus() override { return AuthorizationStatus::authorized; }
+  bool requestAuthorization() override { return ++authorizationRequests, grantOnRequest; }
+  std::vector<NotificationRequest> pendingRequests() override {
+    std::this_thread::sleep_for(answerDelay);
+    std::lock_guard lock(mutex);
+    return pending;
+  }
+  void removePendingRequests(const Strings& ids) override {
+    std::lock_guard lock(mutex);
+    std::erase_if(pending, [&](const auto& request) { return std::ranges::count(ids, request.identifier) > 0; });
+  }
+  void setNotificationCategories(const std::vector<NotificationCategory>& all) override { categories = all; }
+  void addRequests(const std::vector<NotificationRequest>& requests) override {
+    std::lock_guard lock(mutex);
+    pending.insert(pending.end(), requests.begin(), requests.end());
+  }
+};
+
+DateComponents firstTrigger(const MemoryCenter& center) {
+  return std::get<CalendarTrigger>(center.pending.at(0).trigger).components;
+}
+
+class ScanRemindersTest : public ::testing::Test {
+ protected:
+  // A zone with summer time, so that a week step across the change must keep the time of day.
+  ScopedTextLocale locale{"en_US", "Europe/Zurich"};
+  std::shared_ptr<MemoryCenter> center = std::make_shared<MemoryCenter>();
+  CalendarTime now = *dateFromComponents({2026, 3, 2, 10, 15, 30});  // a Monday
+  ScanReminders reminders{center, "dev.tidewell.Tidewell", [this] { return now; }};
+};
+
+TEST_F(ScanRemindersTest, SeriesStepsFromThePreviousReminderInTheLocalCalendarAndFollowsTheAuthorisation) {
+  using Day = std::array<int, 3>;
+  struct Case {
+    Period period;
+    DateComponents start;
+    std::vector<Day> first;
+    Day last;
+  };
+  const Case cases[] = {
+      // Weekly across the summer-time change (29 March) keeps the time of day.
+      {Period::everyWeek,
+       {2026, 3, 2, 10, 15, 30},
+       {{2026, 3, 9}, {2026, 3, 16}, {2026, 3, 23}, {2026, 3, 30}},
+       {2027, 3, 1}},
+      {Period::every2weeks, {2026, 3, 2, 8, 0, 0}, {{2026, 3, 16}}, {2028, 2, 28}},
+      // From 31 January: end of February, then the 28th (the 29th until the next short February).
+      {Period::everyMonth, {2027, 1, 31, 9, 0, 0}, {{2027, 2, 28}, {2027, 3, 28}, {2027, 4, 28}}, {2031, 5, 28}},
+      {Period::everyMonth, {2028, 1, 31, 23, 59, 59}, {{2028, 2, 29}, {2028, 3, 29}}, {2032, 5, 28}},
+      {Period::every2Months, {2026, 12, 31, 7, 30, 0}, {{2027, 2, 28}, {2027, 4, 28}}, {2035, 8, 28}},
+  };
+  for (const auto& c : cases) {
+    now = *dateFromComponents(c.start);
+    auto dates = reminders.reminderDates(c.period, 52);
+    ASSERT_EQ(dates.size(), 52u);
+    auto at = [&](Day day) {
+      return DateComponents{day[0], day[1], day[2], c.start.hour, c.start.minute, c.start.second};
+    };
+    for (size_t i = 0; i < c.first.size(); ++i) EXPECT_EQ(dateComponents(dates[i]), at(c.first[i])) << i;
+    EXPECT_EQ(dateComponents(dates.back()), at(c.last));
+    for (auto date : dates) EXPECT_EQ(dateComponents(date).hour, c.start.hour);
+  }
+  EXPECT_TRUE(reminders.reminderDates(Period::everyWeek, 0).empty());
+
+  using enum AuthorizationStatus;
+  const std::tuple<AuthorizationStatus, bool, size_t, int> authorisations[] = {{authorized, false, 52, 0},
+                                                                               {provisional, false, 52, 0},
+                                                                               {notDetermined, true, 52, 1},
+                                                                               {notDetermined, false, 0, 1},
+                                                                               {denied, true, 0, 0}};
+  for (const auto& [status, grant, scheduled, asked] : authorisations) {
+    center->pending.clear();
+    center->authorizationRequests = 0;
+    center->grantOnRequest = grant;
+    reminders.scheduleReminders(status, Period::everyWeek);
+    EXPECT_EQ(center->pending.size(), scheduled) << static_cast<int>(status);
+    EXPECT_EQ(center->authorizationRequests, asked) << static_cast<int>(status);
+  }
+}
+
+TEST_F(ScanRemindersTest, SchedulingReplacesTheSeriesAndKeepsOtherRequests) {
+  center->pending.push_back({"org.example.Other.0", {"Other", "", false, ""}, TimeIntervalTrigger{60, false}});
+  reminders.scheduleReminders(AuthorizationStatus::authorized, Period::everyMonth);
+  now += 24h;
+  reminders.scheduleReminders(AuthorizationStatus::authorized, Period::everyWeek);
+
+  ASSERT_EQ(center->pending.size(), 53u);
+  EXPECT_EQ(center->pending[0].identifier, "org.example.Other.0");
+  auto dates = reminders.reminderDates(Period::everyWeek, 52);
+  const std::string prefix = "dev.tidewell.Tidewell.scanReminder.";
+  const NotificationContent content{"Scan Xcode cache?",
+                                    "It's been a while since your last scan, check if you can reclaim some storage.",
+                                    true, prefix + "category"};
+  for (size_t i = 0; i < 52; ++i) {
+    EXPECT_EQ(center->pending[i + 1], (NotificationRequest{prefix + std::to_string(i), content,
+                                                           CalendarTrigger{dateComponents(dates[i]), false}}));
+  }
+  EXPECT_EQ(center->categories,
+            (std::vector<NotificationCategory>{
+                {prefix + "category", {{prefix + "scan", "Scan", true}, {prefix + "dismiss", "Close", false}}}}));
+
+  reminders.applySettings(false, Period::everyWeek);
+  ASSERT_EQ(center->pending.size(), 1u);
+  EXPECT_EQ(center->pending[0].identifier, "org.example.Other.0");
+}
+
+TEST_F(ScanRemindersTest, NextReminderIsTheEarliestOfTheApplicationsOwn) {
+  test::LogCapture log;
+  reminders.logNextReminder();
+  auto at = [](std::string identifier, DateComponents when) {
+    return NotificationRequest{std::move(identifier), {}, CalendarTrigger{when, false}};
+  };
+  center->pending = {at("org.example.Other.0", {2026, 3, 3, 0, 0, 0}),                   // not ours
+                     at("dev.tidewell.Tidewell.scanReminder.0", {2026, 3, 1, 0, 0, 0}),  // past
+                     at("dev.tidewell.Tidewell.scanReminder.2", {2026, 4, 1, 12, 0, 0}),
+                     at("dev.tidewell.Tidewell.scanReminder.1", {2026, 3, 20, 12, 0, 0})};
+  EXPECT_EQ(dateComponents(*reminders.nextReminderDate()), (DateComponents{2026, 3, 20, 12, 0, 0}));
+  center->pending.push_back({"dev.tidewell.Tidewell.scanReminder.9", {}, TimeIntervalTrigger{3600, false}});
+  EXPECT_EQ(reminders.nextReminderDate(), now + 1h);
+  reminders.logNextReminder();
+  EXPECT_EQ(log.lines(),
+            (Strings{"❕ No reminder scheduled!", "❕ Next reminder: Monday, March 2, 2026 at 11:15:30\u202fAM GMT+1"}));
+
+  // A centre that does not answer within the second counts as having nothing pending.
+  center->answerDelay = 1500ms;
+  auto started = std::chrono::steady_clock::now();
+  EXPECT_EQ(reminders.nextReminderDate(), std::nullopt);
+  EXPECT_LT(std::chrono::steady_clock::now() - started, 1400ms);
+}
+
+TEST_F(ScanRemindersTest, BackgroundChangesApplyInOrder) {
+  reminders.applySettingsInBackground(true, Period::everyMonth);
+  reminders.applySettingsInBackground(false, Period::everyMonth);
+  reminders.applySettingsInBackground(true, Period::every2weeks);
+  reminders.waitUntilIdle();
+  ASSERT_EQ(center->pending.size(), 52u);
+  EXPECT_EQ(firstTrigger(*center), (DateComponents{2026, 3, 16, 10, 15, 30}));
+}
+
+Strings onCalendarDates(const fs::path& timer) {
+  Strings dates;
+  std::ifstream in(timer);
+  for (std::string line; std::getline(in, line);) {
+    if (line.starts_with("OnCalendar=")) dates.push_back(line.substr(11));
+  }
+  return dates;
+}
+
+// The Linux centre on a machine of its own whose stand-in systemctl logs each call's arguments.
+class UserTimerCenterTest : public ::testing::Test {
+ protected:
+  void SetUp() override { useSystemctl("exit 0"); }
+  void useSystemctl(const std::string& behaviour) {
+    test::writeStandInTool(root.path(), "/usr/bin/systemctl",
+                           "echo \"$*\" >> " + test::shellQuoted(calls.string()) + "\n" + behaviour);
+  }
+  Strings lastCalls(size_t count) {
+    auto all = test::readCallLog(calls);
+    return all.size() < count ? all : Strings(all.end() - static_cast<long>(count), all.end());
+  }
+
+  test::TempDir root;
+  Host host = test::hostWithRoot(root.path());
+  ScopedHost scopedHost{host};
+  fs::path calls = root / "systemctl-calls";
+  const std::string helper = "/opt/My Apps/Tidewell.app/Contents/MacOS/tidewell-remind";
+  bool serverPresent = true;
+  std::shared_ptr<UserTimerNotificationCenter> center = std::static_pointer_cast<UserTimerNotificationCenter>(
+      makeDesktopNotificationCenter(host, helper, [this] { return serverPresent; }));
+  ScanReminders reminders{center, "dev.tidewell.Tidewell"};
+  NotificationRequest other{"org.example.Other.0", {"Other", "Body", false, ""}, TimeIntervalTrigger{86400, false}};
+};
+
+TEST_F(UserTimerCenterTest, ScheduledSeriesIsStoredAndTimedByAUserTimer) {
+  center->addRequests({other});
+  reminders.applySettings(true, Period::everyWeek);
+  reminders.applySettings(true, Period::everyMonth);
+
+  EXPECT_EQ(center->storePath(), root / "home/.local/state/tidewell/pending-notifications.json");
+  auto pending = center->pendingRequests();
+  ASSERT_EQ(pending.size(), 53u);
+  EXPECT_EQ(pending[0].identifier, "org.example.Other.0");
+  EXPECT_EQ(pending[52].identifier, "dev.tidewell.Tidewell.scanReminder.51");
+  EXPECT_EQ(center->notificationCategories().at(0).actions.at(1).title, "Close");
+  // A second reader sees the same requests: nothing lives only in memory.
+  EXPECT_EQ(makeDesktopNotificationCenter(host, "", {})->pendingRequests(), pending);
+
+  EXPECT_NE(test::readFile(center->servicePath()).find("ExecStart=\"" + helper + "\" --deliver"), std::string::npos);
+  EXPECT_NE(test::readFile(center->timerPath()).find("Persistent=true\n"), std::string::npos);
+  auto dates = onCalendarDates(center->timerPath());
+  ASSERT_EQ(dates.size(), 53u);  // the other request's date too: the centre delivers every request
+  EXPECT_TRUE(std::regex_match(dates[0], std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d UTC)"))) << dates[0];
+  EXPECT_EQ(lastCalls(3), (Strings{"--user daemon-reload", "--user enable tidewell-scan-reminder.timer",
+                                   "--user restart tidewell-scan-reminder.timer"}));
+  if (fs::exists("/usr/bin/systemd-analyze")) {
+    dates.insert(dates.begin(), "calendar");
+    ScopedHost realRoot{Host::fromProcess()};
+    auto checked = Shell::run("/usr/bin/systemd-analyze", dates);
+    EXPECT_EQ(checked.status, 0) << checked.output;
+  }
+}
+
+TEST_F(UserTimerCenterTest, WithdrawingRemovesOnlyTheApplicationsRequestsAndTheTimerWithTheLast) {
+  reminders.applySettings(true, Period::everyWeek);
+  center->addRequests({other});
+  reminders.applySettings(false, Period::everyWeek);
+  ASSERT_EQ(center->pendingRequests().size(), 1u);
+  EXPECT_EQ(onCalendarDates(center->timerPath()).size(), 1u);
+
+  center->removePendingRequests({"org.example.Other.0"});
+  EXPECT_FALSE(fs::exists(center->timerPath()));
+  EXPECT_FALSE(fs::exists(center->servicePath()));
+  EXPECT_EQ(lastCalls(2), (Strings{"--user disable --now tidewell-scan-reminder.timer", "--user daemon-reload"}));
+}
+
+TEST_F(UserTimerCenterTest, WithoutUserSystemdTheLogSaysSoAndLoginChecksTheDates) {
+  useSystemctl("echo 'Failed to connect to bus: No medium found' >&2; exit 1");
+  test::LogCapture log;
+  reminders.applySettings(true, Period::everyWeek);
+  EXPECT_EQ(center->pendingRequests().size(), 52u);
+  EXPECT_EQ(log.lines(),
+            (Strings{"⚠️ ScanReminders: No user systemd to time the reminders (Failed to connect to bus: "
+                     "No medium found); they are checked at every login instead"}));
+  EXPECT_NE(test::readFile(center->autostartPath()).find("Exec=\"" + helper + "\" --deliver"), std::string::npos);
+  reminders.applySettings(false, Period::everyWeek);
+  EXPECT_FALSE(fs::exists(center->autostartPath()));
+}
+
+TEST_F(UserTimerCenterTest, WithoutNotificationServerNothingIsScheduledAndItIsAskedAgain) {
+  serverPresent = false;
+  EXPECT_EQ(center->authorizationStatus(), AuthorizationStatus::notDetermined);
+  reminders.applySettings(true, Period::everyWeek);
+  EXPECT_TRUE(center->pendingRequests().empty());
+  serverPresent = true;
+  reminders.applySettings(true, Period::everyWeek);
+  EXPECT_EQ(center->pendingRequests().size(), 52u);
+}
+
+TEST_F(UserTimerCenterTest, DueRequestsAreTakenOnceAndAnUnreadableStoreIsSetAside) {
+  ScopedTextLocale locale{"en_US", "UTC"};
+  center->addRequests({{"a", {}, CalendarTrigger{{2020, 1, 1, 0, 0, 0}, false}},
+                       {"b", {}, CalendarTrigger{{2099, 1, 1, 0, 0, 0}, false}},
+                       {"c", {}, CalendarTrigger{{2019, 6, 1, 0, 0, 0}, false}}});
+  auto now = std::chrono::system_clock::now();
+  auto due = center->takeDueRequests(now);
+  ASSERT_EQ(due.size(), 2u);
+  EXPECT_EQ(due[0].identifier + due[1].identifier, "ca");
+  EXPECT_TRUE(center->takeDueRequests(now).empty());
+  EXPECT_EQ(onCalendarDates(center->timerPath()), (Strings{"2099-01-01 00:00:00 UTC"}));
+
+  test::writeFile(center->storePath(), "{\"requests\": [");
+  test::LogCapture log;
+  EXPECT_TRUE(center->pendingRequests().empty());
+  EXPECT_TRUE(fs::exists(center->storePath().string() + ".corrupt"));
+  ASSERT_EQ(log.lines().size(), 1u);
+  EXPECT_TRUE(log.lines()[0].starts_with("⚠️ ScanReminders: Pending reminders in "));
+}
+
+struct RecordingObserver : PreferencesObserver {
+  void preferenceDidChange(const std::string& key) override { keys.push_back(key); }
+  Strings keys;
+};
+
+class PreferencesWindowTest : public ScanRemindersTest {
+ protected:
+  void SetUp() override { preferences.addObserver(observer); }
+  std::unique_ptr<ui::PreferencesWindow> openWindow() {
+    auto window = std::make_unique<ui::PreferencesWindow>(
+        preferences, [this](bool enabled, Period period) { reminders.applySettings(enabled, period); });
+    window->show();
+    return window;
+  }
+  test::TempDir folder;
+  Preferences preferences{folder / "settings.plist"};
+  std::shared_ptr<RecordingObserver> observer = std::make_shared<RecordingObserver>();
+};
+
+TEST_F(PreferencesWindowTest, ControlsShowTheStoredSettingsAndStoreEveryChangeAtOnce) {
+  auto window = openWindow();
+  auto* periods = window->notificationsPeriodPopUpButton();
+  EXPECT_TRUE(window->notificationsEnabledButton()->isChecked());
+  EXPECT_TRUE(periods->isEnabled());
+  EXPECT_EQ(periods->currentText(), "Every month");
+  EXPECT_FALSE(window->dryRunEnabledButton()->isChecked());
+  EXPECT_EQ(periods->count(), 4);
+  const std::pair<Period, const char*> titles[] = {{Period::everyWeek, "Every week"},
+                                                   {Period::every2weeks, "Every 2 weeks"},
+                                                   {Period::everyMonth, "Every month"},
+                                                   {Period::every2Months, "Every 2 months"}};
+  for (int i = 0; const auto& [period, title] : titles) {
+    EXPECT_EQ(periods->itemText(i++), title);
+    preferences.setNotificationsPeriod(period);
+    window->loadSettings();
+    EXPECT_EQ(periods->currentText(), title);
+    EXPECT_EQ(ui::PreferencesWindow::periodOf(title), period);
+  }
+  EXPECT_EQ(ui::PreferencesWindow::periodOf("Every day"), std::nullopt);
+
+  preferences.setNotificationsEnabled(false);
+  preferences.setDryRunEnabled(true);
+  window = openWindow();
+  EXPECT_FALSE(window->notificationsEnabledButton()->isChecked());
+  EXPECT_FALSE(window->notificationsPeriodPopUpButton()->isEnabled());
+  EXPECT_TRUE(window->dryRunEnabledButton()->isChecked());
+
+  // Every change is stored at once and moves the reminders.
+  preferences.setDryRunEnabled(false);
+  preferences.setNotificationsPeriod(Period::everyMonth);
+  window = openWindow();
+  observer->keys.clear();
+  QTest::mouseClick(window->notificationsEnabledButton(), Qt::LeftButton);
+  EXPECT_TRUE(preferences.notificationsEnabled());
+  EXPECT_TRUE(window->notificationsPeriodPopUpButton()->isEnabled());
+  ASSERT_EQ(center->pending.size(), 52u);
+  EXPECT_EQ(firstTrigger(*center), dateComponents(reminders.reminderDates(Period::everyMonth, 1).at(0)));
+
+  // The keyboard picks the next period, as a user does in the pop-up.
+  window->notificationsPeriodPopUpButton()->setFocus();
+  QTest::keyClick(window->notificationsPeriodPopUpButton(), Qt::Key_Down);
+  EXPECT_EQ(preferences.notificationsPeriod(), Period::every2Months);
+  ASSERT_EQ(center->pending.size(), 52u);
+  EXPECT_EQ(firstTrigger(*center), dateComponents(reminders.reminderDates(Period::every2Months, 1).at(0)));
+
+  QTest::mouseClick(window->dryRunEnabledButton(), Qt::LeftButton);
+  EXPECT_TRUE(preferences.dryRunEnabled());
+  QTest::mouseClick(window->notificationsEnabledButton(), Qt::LeftButton);
+  EXPECT_FALSE(preferences.notificationsEnabled());
+  EXPECT_FALSE(window->notificationsPeriodPopUpButton()->isEnabled());
+  EXPECT_TRUE(center->pending.empty());
+  using Keys = Preferences::Keys;
+  EXPECT_EQ(observer->keys, (Strings{Keys::notificationsEnabled, Keys::notificationsPeriod, Keys::dryRunEnabled,
+                                     Keys::notificationsEnabled}));
+}
+
+TEST_F(UserTimerCenterTest, LaunchWithRemindersOffWithdrawsThemAfterLoggingWhatWasPending) {
+  ScanReminders(center, TIDEWELL_BUNDLE_IDENTIFIER).applySettings(true, Period::everyWeek);
+  ASSERT_EQ(center->pendingRequests().size(), 52u);  // a series left by an earlier run
+  Preferences::shared().setNotificationsEnabled(false);
+  test::LogCapture log;
+  {
+    ui::ApplicationServices services;
+    services.finishLaunching();
+    services.reminders().waitUntilIdle();
+  }
+  ASSERT_FALSE(log.lines().empty());
+  EXPECT_TRUE(log.lines()[0].starts_with("❕ Next reminder: ")) << log.lines()[0];
+  EXPECT_TRUE(center->pendingRequests().empty());
+  EXPECT_EQ(Preferences::shared().launchCount(), 1);
+
+  // Answered already, so the second start asks nothing (a modal question would stop the test).
+  Preferences::shared().setAutomaticUpdateChecks(false);
+  log.clear();
+  ui::ApplicationServices again;
+  again.finishLaunching();
+  again.reminders().waitUntilIdle();
+  EXPECT_EQ(log.lines().at(0), "❕ No reminder scheduled!");
+}
+
+}  // namespace
+}  // namespace tw

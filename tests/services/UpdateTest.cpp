@@ -1,0 +1,246 @@
+// The update feed and the update check against a feed server on 127.0.0.1, offscreen.
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTest>
+
+#include "app/Appcast.h"
+#include "platform/Error.h"
+#include "support/TempDir.h"
+#include "ui/UpdateController.h"
+
+namespace tw {
+namespace {
+
+using ui::UpdateController;
+using Outcome = UpdateController::Outcome;
+using namespace std::chrono_literals;
+
+TEST(AppcastVersions, CompareNumericallyWithPreReleasesBeforeTheirRelease) {
+  const std::pair<const char*, const char*> olderNewer[] = {
+      {"1.9", "1.10"}, {"1.0", "1.0.1"},    {"1.0b2", "1.0"}, {"1.0a1", "1.0b1"}, {"1.0b2", "1.0b10"},
+      {"2", "10"},     {"1.0rc1", "1.0.0"}, {"99", "100"},    {"1.2.3", "1.3"},   {"0009", "10"},
+  };
+  for (const auto& [older, newer] : olderNewer) {
+    EXPECT_LT(compareVersions(older, newer), 0) << older << " < " << newer;
+    EXPECT_GT(compareVersions(newer, older), 0) << newer << " > " << older;
+  }
+  EXPECT_EQ(compareVersions("1.10", "1.10"), 0);
+  EXPECT_EQ(compareVersions("010", "10"), 0);
+}
+
+TEST(AppcastParsing, ReadsItemsAndPicksTheNewestForThisPlatform) {
+  auto items = parseAppcast(R"(<?xml version="1.0" encoding="utf-8"?>
+<!-- published by the release script -->
+<rss version="2.0" xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle"><channel><title>Tidewell</title>
+  <item><title>Version 1.9</title><sparkle:releaseNotesLink>https://tidewell.dev/notes/1.9.html</sparkle:releaseNotesLink>
+    <enclosure url="https://tidewell.dev/download/Tidewell-1.9.zip" sparkle:version="19" sparkle:shortVersionString="1.9" length="1" type="application/octet-stream"/></item>
+  <item>
+    <title><![CDATA[Version 1.10 & more]]></title><sparkle:version>110</sparkle:version>
+    <sparkle:shortVersionString>1.10</sparkle:shortVersionString>
+    <sparkle:releaseNotesLink>https://tidewell.dev/notes/1.10.html?a=1&amp;b=2</sparkle:releaseNotesLink>
+    <link>https://tidewell.dev/download</link>
+    <enclosure url="https://tidewell.dev/download/Tidewell-1.10.tar.xz" sparkle:os="linux" length="1"/>
+  </item>
+  <item><title>Version 2.0 for Mac</title>
+    <enclosure url="https://tidewell.dev/download/Tidewell-2.0.dmg" sparkle:version="200" sparkle:os="macos"/></item>
+</channel></rss>)");
+  ASSERT_EQ(items.size(), 3u);
+  EXPECT_EQ(items[0].version + " " + items[0].shortVersion + " " + items[0].downloadLink,
+            "19 1.9 https://tidewell.dev/download/Tidewell-1.9.zip");
+  EXPECT_EQ(items[1].title, "Version 1.10 & more");
+  EXPECT_EQ(items[1].releaseNotesLink, "https://tidewell.dev/notes/1.10.html?a=1&b=2");
+  EXPECT_EQ(items[1].downloadLink, "https://tidewell.dev/download");
+  ASSERT_TRUE(newestItem(items));
+  EXPECT_EQ(newestItem(items)->shortVersion, "1.10");
+  EXPECT_EQ(newestItem(items, "macos")->version, "200");
+  EXPECT_EQ(newestItem({}), std::nullopt);
+}
+
+TEST(AppcastParsing, BadFeedsGiveAReadableError) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"", "The update feed is empty"},
+      {"  \n", "The update feed is empty"},
+      {"<html><body>Not found</body></html>", "The update feed is not an RSS feed (its root is <html>)"},
+      {"<rss><channel><item><title>x</title>", "The update feed is not valid XML (<item> is not closed at byte 36)"},
+      {"<rss><channel></item></channel></rss>",
+       "The update feed is not valid XML (</...> does not match <channel> at byte 20)"},
+      {"<rss version=2.0></rss>", "The update feed is not valid XML (an unquoted attribute at byte 13)"},
+      {"<rss></rss>", "The update feed has no channel"},
+      {"<rss><channel><item><title>Beta</title></item></channel></rss>",
+       "The update feed has an item without a version (Beta)"},
+      {"<rss><channel>&nbsp;</channel></rss>",
+       "The update feed is not valid XML (an unknown entity &nbsp; at byte 20)"},
+  };
+  for (const auto& [feed, message] : cases) {
+    try {
+      parseAppcast(feed);
+      ADD_FAILURE() << "accepted: " << feed;
+    } catch (const Error& error) {
+      EXPECT_STREQ(error.what(), message) << feed;
+    }
+  }
+  std::string deep;
+  for (int i = 0; i < 100000; ++i) deep += "<a>";
+  EXPECT_THROW(parseAppcast("<rss><channel>" + deep), Error);
+}
+
+// An HTTP server on the loopback address that answers every request with `response`, or never
+// answers when it is empty.
+class FeedServer : public QTcpServer {
+ public:
+  FeedServer() {
+    listen(QHostAddress::LocalHost);
+    connect(this, &QTcpServer::newConnection, this, [this] {
+      while (QTcpSocket* socket = nextPendingConnection()) {
+        connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
+          ++requests;
+          if (response.isEmpty()) return;  // a stuck server
+          socket->write(response);
+          socket->disconnectFromHost();
+        });
+      }
+    });
+  }
+  void serve(int status, const QByteArray& body) {
+    response = "HTTP/1.1 " + QByteArray::number(status) + (status == 200 ? " OK" : " Not Found") +
+               "\r\nContent-Type: application/rss+xml\r\nContent-Length: " + QByteArray::number(body.size()) +
+               "\r\nConnection: close\r\n\r\n" + body;
+  }
+  QUrl url() const { return QUrl(QStringLiteral("http://127.0.0.1:%1/appcast.xml").arg(serverPort())); }
+  QByteArray response;
+  int requests = 0;
+};
+
+struct RecordingDialogs : ui::UpdateDialogs {
+  void showUpToDate(const QString& version) override { shown << "up to date: " + version; }
+  void showUpdateAvailable(const AppcastItem& item, const QString& version) override {
+    shown << QString::fromStdString("available: " + item.shortVersion + " notes " + item.releaseNotesLink +
+                                    " download " + item.downloadLink + " over ") +
+                 version;
+  }
+  void showCheckFailed(const QString& reason) override { shown << "failed: " + reason; }
+  bool askForAutomaticChecks() override { return ++asked, true; }
+  QStringList shown;
+  int asked = 0;
+};
+
+QByteArray feedWithVersion(const char* version, const char* shortVersion) {
+  return QByteArray(R"(<?xml version="1.0"?>
+<rss version="2.0" xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle"><channel><item>
+<title>Tidewell</title><sparkle:releaseNotesLink>https://tidewell.dev/notes.html</sparkle:releaseNotesLink>
+<link>https://tidewell.dev/download</link>
+<enclosure url="https://tidewell.dev/Tidewell.tar.xz" sparkle:version=")") +
+         version + "\" sparkle:shortVersionString=\"" + shortVersion + "\"/></item></channel></rss>";
+}
+
+class UpdateControllerTest : public ::testing::Test {
+ protected:
+  // The outcome of a check that `start` begins on a controller of the bundle 1.10 (110).
+  std::optional<Outcome> check(void (UpdateController::*start)(), QUrl url = {}, std::chrono::milliseconds limit = {},
+                               int waitMs = 5000) {
+    UpdateController controller({url.isEmpty() ? server.url() : url, "110", "1.10"}, dialogs, preferences);
+    if (limit.count()) controller.setTimeout(limit);
+    std::optional<Outcome> outcome;
+    QObject::connect(&controller, &UpdateController::checkFinished, [&](Outcome o) { outcome = o; });
+    (controller.*start)();
+    (void)QTest::qWaitFor([&] { return outcome.has_value(); }, waitMs);
+    return outcome;
+  }
+
+  test::TempDir folder;
+  Preferences preferences{folder / "settings.plist"};
+  FeedServer server;
+  RecordingDialogs dialogs;
+};
+
+TEST_F(UpdateControllerTest, TellsTheUserWhatTheFeedSays) {
+  struct Case {
+    int status;  // 0: the server never answers
+    QByteArray body;
+    const char* url;  // null: the feed server
+    Outcome outcome;
+    QString shown;
+  };
+  const Case cases[] = {
+      {200, feedWithVersion("111", "1.11"), nullptr, Outcome::updateAvailable,
+       "available: 1.11 notes https://tidewell.dev/notes.html download https://tidewell.dev/download over 1.10"},
+      {200, feedWithVersion("110", "1.10"), nullptr, Outcome::upToDate, "up to date: 1.10"},
+      {200, feedWithVersion("19", "1.9"), nullptr, Outcome::upToDate, "up to date: 1.10"},  // 1.9 is below 1.10
+      {200, "<rss><channel><item>", nullptr, Outcome::failed,
+       "failed: The update feed is not valid XML (<item> is not closed at byte 20)."},
+      {200, "", nullptr, Outcome::failed, "failed: The update feed is empty."},
+      {404, "gone", nullptr, Outcome::failed, "failed: Error transferring %1 - server replied: Not Found"},
+      {0, "", nullptr, Outcome::failed, "failed: The update server did not answer within 0.3 seconds."},
+      {200, "", "http://tidewell.dev/appcast.xml", Outcome::failed,
+       "failed: The update feed address is not secure: http://tidewell.dev/appcast.xml"},
+      {200, "", "http://127.0.0.1:1/appcast.xml", Outcome::failed, "failed: Connection refused"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.shown.toStdString());
+    c.status ? server.serve(c.status, c.body) : server.response.clear();
+    dialogs.shown.clear();
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_EQ(check(&UpdateController::checkForUpdates, QUrl(c.url), c.status ? 0ms : 300ms), c.outcome);
+    EXPECT_LT(timer.elapsed(), 3000);
+    EXPECT_EQ(dialogs.shown, QStringList{QString(c.shown).replace("%1", server.url().toString())});
+  }
+}
+
+TEST_F(UpdateControllerTest, AutomaticChecksOnlyAfterConsentAskedOnTheSecondStart) {
+  const auto launch = &UpdateController::applicationDidFinishLaunching;
+  server.serve(200, feedWithVersion("19", "1.9"));
+  EXPECT_EQ(check(launch, {}, {}, 300), std::nullopt);  // the first start neither checks nor asks
+  EXPECT_EQ(server.requests, 0);
+  EXPECT_EQ(dialogs.asked, 0);
+  EXPECT_EQ(check(launch), Outcome::upToDate);
+  EXPECT_EQ(dialogs.asked, 1);
+  EXPECT_EQ(preferences.automaticUpdateChecks(), true);
+  EXPECT_TRUE(dialogs.shown.isEmpty());  // a quiet check says nothing when there is nothing new
+
+  // A quiet check that fails says nothing either; a newer version is announced.
+  server.serve(404, "gone");
+  EXPECT_EQ(check(launch), Outcome::failed);
+  server.serve(200, feedWithVersion("200", "2.0"));
+  EXPECT_EQ(check(launch), Outcome::updateAvailable);
+  EXPECT_EQ(dialogs.asked, 1);
+  EXPECT_EQ(dialogs.shown.size(), 1);
+
+  preferences.setAutomaticUpdateChecks(false);
+  const int requestsBefore = server.requests;
+  EXPECT_EQ(check(launch, {}, {}, 300), std::nullopt);
+  EXPECT_EQ(server.requests, requestsBefore);
+  EXPECT_EQ(preferences.launchCount(), 5);
+}
+
+TEST(UpdateAnnouncement, OffersTheDownloadAndALiveReleaseNotesLink) {
+  const AppcastItem item{"Tidewell 1.1", "110", "1.1.0", "https://tidewell.dev/notes/1.1.html?a=1&b=2",
+                         "https://tidewell.dev/download"};
+  auto box = ui::MessageBoxUpdateDialogs::updateAvailableBox(item, "1.0.0", nullptr);
+  EXPECT_EQ(box->defaultButton()->objectName(), "download");
+  QLabel* notes = nullptr;
+  for (auto* label : box->findChildren<QLabel*>()) {
+    if (label->text().contains("Release notes")) notes = label;
+  }
+  ASSERT_TRUE(notes);
+  EXPECT_TRUE(notes->openExternalLinks());
+  EXPECT_TRUE(notes->text().contains("Tidewell 1.1.0 is now available. You have 1.0.0."));
+  EXPECT_TRUE(notes->text().contains("href=\"https://tidewell.dev/notes/1.1.html?a=1&amp;b=2\""));
+}
+
+}  // namespace
+}  // namespace tw
+
+int main(int argc, char** argv) {
+  qputenv("QT_QPA_PLATFORM", "offscreen");
+  QApplication application(argc, argv);
+  ::testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}
