@@ -126,6 +126,13 @@ std::filesystem::path DeveloperFolderFixture::addDeviceLog(const std::string& fi
   return xcode() / "iOS Device Logs" / fileName;
 }
 
+std::shared_ptr<DevFiles> DeveloperFolderFixture::devFiles(std::optional<std::filesystem::path> derivedData,
+                                                           std::optional<std::filesystem::path> archives,
+                                                           DevFiles::Executor executor) const {
+  return DevFiles::create(developerFolder_, std::move(derivedData), std::move(archives), std::move(executor))
+      .value_or(nullptr);
+}
+
 void DeveloperFolderFixture::populate() {
   addDerivedData("Sea_Lion-abcdefghijklmnopqrstuvwxyz", "/Users/dev/Projects/Sea Lion/Sea Lion.xcodeproj",
                  3 * 1024 * 1024);

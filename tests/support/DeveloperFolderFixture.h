@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "model/CleanupEntry.h"
+#include "scan/DevFiles.h"
 #include "support/FixtureHome.h"
 #include "support/LogCapture.h"
 
@@ -65,6 +66,11 @@ class DeveloperFolderFixture {
 
   // One of everything in every Xcode location, plus old documentation sets.
   void populate();
+
+  // A scan driver on this folder; null when the driver refuses it.
+  std::shared_ptr<DevFiles> devFiles(std::optional<std::filesystem::path> derivedData = std::nullopt,
+                                     std::optional<std::filesystem::path> archives = std::nullopt,
+                                     DevFiles::Executor executor = nullptr) const;
 
  private:
   std::filesystem::path developerFolder_;

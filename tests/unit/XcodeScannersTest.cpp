@@ -52,12 +52,6 @@ ArchiveInfo archive(std::string name, std::string version, std::string build,
 
 class XcodeScanners : public ::testing::Test {
  protected:
-  std::shared_ptr<DevFiles> devFiles(std::optional<fs::path> derivedData = std::nullopt,
-                                     std::optional<fs::path> archives = std::nullopt) {
-    auto driver = DevFiles::create(fixture.developerFolder(), derivedData, archives).value_or(nullptr);
-    EXPECT_NE(driver, nullptr);
-    return driver;
-  }
   TempDir temp;
   test::DeveloperFolderFixture fixture{temp / "Library/Developer"};
 };
@@ -71,7 +65,7 @@ TEST_F(XcodeScanners, DeviceSupportReadsNamesMergesArchitecturesAndSortsNewestFi
   fixture.addDeviceSupport("iOS", "17.0.0");
   fixture.addDeviceSupport("watchOS", "Watch6,1 10.2");
 
-  const auto groups = scanDeviceSupport(*devFiles());
+  const auto groups = scanDeviceSupport(*fixture.devFiles());
   const auto& items = group(groups, "iOS")->items();
   std::vector<std::string> order;
   for (const auto& entry : items) order.push_back(entry->paths().front().filename().string());
@@ -103,7 +97,7 @@ TEST_F(XcodeScanners, DeviceSupportSkipsUnversionedNamesAndMissingFoldersWithALi
     fs::create_directories(fixture.xcode() / (std::string(os) + " DeviceSupport"));
   LogCapture log;
 
-  const auto groups = scanDeviceSupport(*devFiles());
+  const auto groups = scanDeviceSupport(*fixture.devFiles());
   EXPECT_THAT(test::labelsOf(groups), ElementsAre("iOS", "watchOS", "tvOS", "visionOS", "macOS"));
   EXPECT_THAT(linesStartingWith(log, "DevFiles: No version for device support: "),
               ElementsAre("\u26A0\uFE0F DevFiles: No version for device support: Latest, skipping"));
@@ -130,7 +124,7 @@ TEST_F(XcodeScanners, ArchivesReadEverySubmissionStateFromXmlAndBinaryLists) {
     }
   }
 
-  const auto groups = scanArchives(*devFiles());
+  const auto groups = scanArchives(*fixture.devFiles());
   ASSERT_EQ(groups.size(), 2 * cases.size());
   for (const auto& projectGroup : groups) {
     auto entry = as<ArchiveFileEntry>(projectGroup->items().at(0));
@@ -178,7 +172,7 @@ TEST_F(XcodeScanners, ArchivesWithIncompleteOrCorruptInfoAreSkippedWithTheirOwnL
   fixture.addArchive("2024-02-02", "Good", archive("Fine", "1.0", "1"));
   LogCapture log;
 
-  EXPECT_THAT(test::labelsOf(scanArchives(*devFiles())), ElementsAre("Fine"));
+  EXPECT_THAT(test::labelsOf(scanArchives(*fixture.devFiles())), ElementsAre("Fine"));
   for (size_t index = 0; index < cases.size(); ++index) {
     EXPECT_THAT(log.lines(), ::testing::Contains(StartsWith(cases[index].line + paths[index].string())))
         << cases[index].name;
@@ -204,7 +198,7 @@ TEST_F(XcodeScanners, ArchivesAreGroupedByProjectSortedNewestFirstAndReadFromACu
   fixture.addArchive(".", "Stray", archive("Stray", "1.0", "1"));
   fixture.addArchive("2024-05-05", "Own", archive("Custom", "3.0", "3"), PropertyListFormat::binary, custom.path());
 
-  const auto groups = scanArchives(*devFiles(std::nullopt, custom.path()));
+  const auto groups = scanArchives(*fixture.devFiles(std::nullopt, custom.path()));
   ASSERT_THAT(test::labelsOf(groups), ElementsAre("Alpha", "Beta", "Custom"));
   std::vector<std::string> alpha, beta;
   for (const auto& entry : groups[0]->items()) alpha.push_back(as<ArchiveFileEntry>(entry)->build());
@@ -213,7 +207,7 @@ TEST_F(XcodeScanners, ArchivesAreGroupedByProjectSortedNewestFirstAndReadFromACu
   EXPECT_THAT(alpha, ElementsAre("101", "100", "99", "90"));
   EXPECT_THAT(beta, ElementsAre("2.0 rc 10", "2.0 rc 9", "2.0 beta"));
   // The standard folder named again (with a trailing separator) is not scanned twice.
-  const auto again = scanArchives(*devFiles(std::nullopt, fixture.xcode() / "Archives" / ""));
+  const auto again = scanArchives(*fixture.devFiles(std::nullopt, fixture.xcode() / "Archives" / ""));
   ASSERT_THAT(test::labelsOf(again), ElementsAre("Alpha", "Beta"));
   EXPECT_EQ(again[0]->items().size(), 4u);
 }
@@ -229,7 +223,7 @@ TEST_F(XcodeScanners, DerivedDataNamesProjectsFromXmlAndBinaryInfoAndReadsACusto
                          PropertyListFormat::binary);
   fixture.addDerivedData("Own-hash", "/w/Own.xcodeproj", 2 * 1024 * 1024, PropertyListFormat::binary, custom.path());
 
-  const auto entries = scanDerivedData(*devFiles(custom.path()));
+  const auto entries = scanDerivedData(*fixture.devFiles(custom.path()));
   // Measured while scanning, larger first.
   ASSERT_THAT(test::labelsOf(entries), ElementsAre("Sea Lion", "Own", "my-great-app", "Caf\u00e9 \u00dcber\nZweite"));
   auto first = as<DerivedDataFileEntry>(entries[0]);
@@ -250,7 +244,7 @@ TEST_F(XcodeScanners, DerivedDataWithoutAReadableWorkspaceGoesUnderOther) {
   fixture.addDerivedData("-odd-", std::nullopt, 4096);
   fixture.addDerivedData("Known-hash", "/w/Known.xcodeproj", 4096);
 
-  const auto entries = scanDerivedData(*devFiles());
+  const auto entries = scanDerivedData(*fixture.devFiles());
   ASSERT_THAT(test::labelsOf(entries), ElementsAre("Known", "Other"));
   EXPECT_FALSE(entries[1]->size().isUnknown());
   std::vector<std::string> names;
@@ -277,7 +271,7 @@ TEST_F(XcodeScanners, DocumentationCachesUserDataAndDeviceLogs) {
   LogCapture log;
 
   // One entry per version; only the older ones are preselected.
-  const auto caches = scanDocumentationCache(*devFiles());
+  const auto caches = scanDocumentationCache(*fixture.devFiles());
   ASSERT_EQ(caches.size(), 2u);
   EXPECT_EQ(as<DocumentationCacheFileEntry>(caches[0])->version().toString(), "16.0");
   EXPECT_THAT(caches[1]->paths(), ElementsAre(cacheA, cacheB));
@@ -285,12 +279,12 @@ TEST_F(XcodeScanners, DocumentationCachesUserDataAndDeviceLogs) {
       linesStartingWith(log, "DevFiles: Invalid Xcode version while searching for documentation caches: latest").size(),
       1u);
   // Largest first; equal sizes fall back to the labels.
-  const auto userData = scanUserDataCache(*devFiles());
+  const auto userData = scanUserDataCache(*fixture.devFiles());
   EXPECT_THAT(test::labelsOf(userData),
               ElementsAre("Capabilities Cache", "IB Support Simulator Devices", "SwiftUI Previews"));
   EXPECT_THAT(userData[0]->paths(), ElementsAre(fixture.xcode() / "UserData/Capabilities"));
 
-  const auto logs = scanDeviceLogs(*devFiles());
+  const auto logs = scanDeviceLogs(*fixture.devFiles());
   ASSERT_THAT(test::labelsOf(logs), ElementsAre("Logs from Xcode 17.2.0", "Logs from Xcode 16.4"));
   EXPECT_THAT(logs[0]->paths(), ElementsAre(logB, logA));
   EXPECT_EQ(logs[0]->selection(), CleanupEntry::Selection::off);
@@ -301,15 +295,15 @@ TEST_F(XcodeScanners, DocumentationCachesUserDataAndDeviceLogs) {
 }
 
 TEST_F(XcodeScanners, MissingFoldersOrFilesInTheirPlaceGiveEmptyResults) {
-  EXPECT_THAT(scanArchives(*devFiles()), IsEmpty());
-  EXPECT_THAT(scanDocumentationCache(*devFiles()), IsEmpty());
-  EXPECT_THAT(scanUserDataCache(*devFiles()), IsEmpty());
+  EXPECT_THAT(scanArchives(*fixture.devFiles()), IsEmpty());
+  EXPECT_THAT(scanDocumentationCache(*fixture.devFiles()), IsEmpty());
+  EXPECT_THAT(scanUserDataCache(*fixture.devFiles()), IsEmpty());
   for (const char* folder : {"DerivedData", "Archives", "iOS Device Logs"})
     test::writeFile(fixture.xcode() / folder, "not a folder");
   LogCapture log;
-  EXPECT_THAT(scanDerivedData(*devFiles()), IsEmpty());
-  EXPECT_THAT(scanArchives(*devFiles()), IsEmpty());
-  EXPECT_THAT(scanDeviceLogs(*devFiles()), IsEmpty());
+  EXPECT_THAT(scanDerivedData(*fixture.devFiles()), IsEmpty());
+  EXPECT_THAT(scanArchives(*fixture.devFiles()), IsEmpty());
+  EXPECT_THAT(scanDeviceLogs(*fixture.devFiles()), IsEmpty());
   // Only the device-support folders have a line for a listing that fails.
   EXPECT_THAT(linesStartingWith(log, "DevFiles: Cannot check contents of '"), IsEmpty());
 }
@@ -327,9 +321,9 @@ TEST_F(XcodeScanners, UnreadableFoldersAndFilesAreSkippedWithALine) {
 
   auto failures = test::runUnprivileged(temp.path(), [&]() -> std::string {
     LogCapture log;
-    const auto groups = scanDeviceSupport(*devFiles());
-    const auto archives = scanArchives(*devFiles());
-    const auto derivedData = scanDerivedData(*devFiles());
+    const auto groups = scanDeviceSupport(*fixture.devFiles());
+    const auto archives = scanArchives(*fixture.devFiles());
+    const auto derivedData = scanDerivedData(*fixture.devFiles());
     std::string problems;
     if (!group(groups, "iOS")->items().empty() || group(groups, "tvOS")->items().size() != 1)
       problems += "device support items\n";
