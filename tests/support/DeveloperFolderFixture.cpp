@@ -50,6 +50,12 @@ std::vector<std::string> linesStartingWith(const LogCapture& log, const std::str
   return found;
 }
 
+plist_t textDictionary(const std::vector<std::pair<std::string, std::string>>& texts) {
+  plist_t dictionary = plist_new_dict();
+  for (const auto& [key, value] : texts) plist_dict_set_item(dictionary, key.c_str(), plist_new_string(value.c_str()));
+  return dictionary;
+}
+
 std::vector<std::string> labelsOf(const std::vector<CleanupEntryPtr>& entries) {
   std::vector<std::string> labels;
   for (const auto& entry : entries) labels.push_back(entry->label());

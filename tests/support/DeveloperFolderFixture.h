@@ -20,6 +20,9 @@ std::vector<std::string> linesStartingWith(const LogCapture& log, const std::str
 
 using PropertyListFormat = PlistFormat;
 
+// A dictionary of the given text values, for writePlist().
+plist_t textDictionary(const std::vector<std::pair<std::string, std::string>>& texts);
+
 // The labels of `entries`, in order.
 std::vector<std::string> labelsOf(const std::vector<CleanupEntryPtr>& entries);
 

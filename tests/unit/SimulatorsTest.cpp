@@ -52,11 +52,10 @@ class Simulators : public ::testing::Test {
   ScopedHost host{test::hostWithRoot(root.path())};
 
   void installRuntime(const std::string& volume, const std::string& identifier, bool binary = false) {
-    plist_t info = plist_new_dict();
-    plist_dict_set_item(info, "CFBundleIdentifier", plist_new_string(identifier.c_str()));
     test::writePlist(volumes / volume / "Library/Developer/CoreSimulator/Profiles/Runtimes" /
                          (identifier + ".simruntime/Contents/Info.plist"),
-                     info, binary ? test::PlistFormat::binary : test::PlistFormat::xml);
+                     test::textDictionary({{"CFBundleIdentifier", identifier}}),
+                     binary ? test::PlistFormat::binary : test::PlistFormat::xml);
   }
   void writeDevice(const std::string& set, const std::string& udid, const Device& device) {
     plist_t record = plist_new_dict();

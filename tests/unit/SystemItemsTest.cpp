@@ -33,14 +33,6 @@ const std::string kNote =
     "Synced cloud folder – shown for reference only, Tidewell never deletes anything here. Files kept online-only "
     "take no space on this Mac; to free space, make folders online-only in the cloud client itself.";
 
-void writeBackupInfo(const fs::path& file, const std::vector<std::pair<std::string, std::string>>& strings,
-                     test::PlistFormat format) {
-  plist_t dictionary = plist_new_dict();
-  for (const auto& [key, value] : strings)
-    plist_dict_set_item(dictionary, key.c_str(), plist_new_string(value.c_str()));
-  test::writePlist(file, dictionary, format);
-}
-
 class SystemScan : public ::testing::Test {
  protected:
   CatalogueFixture fixture;
@@ -174,20 +166,22 @@ TEST_F(SystemScan, UpdatesAndInstallersNeedAdministratorRightsToDelete) {
 TEST_F(SystemScan, DeviceBackupsAreNamedFromTheirInfo) {
   const fs::path backups = fixture.at("~/Library/Application Support/MobileSync/Backup");
   test::writeFileOfSize(backups / "00008101-A/Manifest.db", 4 * kMiB);
-  writeBackupInfo(backups / "00008101-A/Info.plist", {{"Display Name", "Ann's iPhone"}, {"Device Name", "iPhone"}},
-                  test::PlistFormat::xml);
+  test::writePlist(backups / "00008101-A/Info.plist",
+                   test::textDictionary({{"Display Name", "Ann's iPhone"}, {"Device Name", "iPhone"}}),
+                   test::PlistFormat::xml);
   test::writeFileOfSize(backups / "00008101-B/Manifest.db", 3 * kMiB);
-  writeBackupInfo(backups / "00008101-B/Info.plist", {{"Device Name", "Bob's iPad"}}, test::PlistFormat::binary);
+  test::writePlist(backups / "00008101-B/Info.plist", test::textDictionary({{"Device Name", "Bob's iPad"}}),
+                   test::PlistFormat::binary);
   test::writeFileOfSize(backups / "00008101-C/Manifest.db", 2 * kMiB);
   test::writeFile(backups / "00008101-C/Info.plist", "<?xml version=\"1.0\"?><plist><dict><key>Disp");
   test::writeFileOfSize(backups / "00008101-D/Manifest.db", 2 * kMiB);  // no Info.plist at all
   test::writeFileOfSize(backups / "00008101-E/Manifest.db", 100 * kKiB);
   test::writeFileOfSize(backups / "00008101-F/Manifest.db", 5 * kMiB / 2);  // an empty display name is a name
-  writeBackupInfo(backups / "00008101-F/Info.plist", {{"Display Name", ""}, {"Device Name", "iPhone"}},
-                  test::PlistFormat::binary);
+  test::writePlist(backups / "00008101-F/Info.plist",
+                   test::textDictionary({{"Display Name", ""}, {"Device Name", "iPhone"}}), test::PlistFormat::binary);
   // A backup moved elsewhere and linked back is a backup, but a link measures nothing.
-  writeBackupInfo(fixture.at("~/Moved/00008101-G/Info.plist"), {{"Display Name", "Moved iPad"}},
-                  test::PlistFormat::xml);
+  test::writePlist(fixture.at("~/Moved/00008101-G/Info.plist"), test::textDictionary({{"Display Name", "Moved iPad"}}),
+                   test::PlistFormat::xml);
   fs::create_directory_symlink(fixture.at("~/Moved/00008101-G"), backups / "00008101-G");
   test::writeFile(backups / "00008101-H", "a file, not a backup");
 
