@@ -33,14 +33,28 @@ using ::testing::UnorderedElementsAre;
 
 constexpr size_t kMiB = 1'048'576;
 
-class ExpandPattern : public ::testing::Test {
+class CatalogueHome : public ::testing::Test {
  protected:
   CatalogueFixture fixture;
   fs::path home = fixture.home();
   void makeFolders(std::initializer_list<std::string_view> patterns) const {
     for (auto pattern : patterns) fs::create_directories(fixture.at(pattern));
   }
+  // Writes a marker file, and makes the given folders next to it.
+  void project(const fs::path& marker, std::initializer_list<const char*> folders = {}) {
+    test::writeFile(home / marker, "x");
+    for (const char* folder : folders) fs::create_directories((home / marker).parent_path() / folder);
+  }
+
+  // Found folders of one kind, as paths relative to the home folder.
+  std::vector<std::string> relative(const ProjectBuildsScanner::FoundFolders& all, Kind kind) const {
+    std::vector<std::string> result;
+    if (auto it = all.find(kind); it != all.end())
+      for (const auto& path : it->second) result.push_back(path.lexically_relative(home).string());
+    return result;
+  }
 };
+using ExpandPattern = CatalogueHome;
 
 TEST_F(ExpandPattern, LiteralPathsMatchOnlyWhatExistsAndFollowLinks) {
   makeFolders({"~/.npm", "~/elsewhere/registry", "~/.cargo"});
@@ -125,10 +139,7 @@ TEST(ExpandPatternWithoutHome, SkipsHomePatternsButNotSystemOnes) {
   EXPECT_EQ(DevCaches::abbreviatedPath("/Users/ann/.npm"), "/Users/ann/.npm");
 }
 
-class MakeEntries : public ::testing::Test {
- protected:
-  CatalogueFixture fixture;
-};
+using MakeEntries = CatalogueHome;
 
 TEST_F(MakeEntries, OneMatchHoldsThePathSeveralMatchesOneChildEachInPatternOrder) {
   fixture.makeFolderWithData("~/Library/Caches/carthage", 2 * kMiB);
@@ -255,26 +266,7 @@ TEST(Catalogue, RowsPerLocationAreWellFormedAndUseTheirGroups) {
   EXPECT_EQ(DevCaches::devTools()[12].label, "React Native / Metro") << "rows keep their order";
 }
 
-class ProjectBuildsScannerTest : public ::testing::Test {
- protected:
-  // Writes a marker file, and makes the given folders next to it.
-  void project(const fs::path& marker, std::initializer_list<const char*> folders = {}) {
-    test::writeFile(home_ / marker, "x");
-    for (const char* folder : folders) fs::create_directories((home_ / marker).parent_path() / folder);
-  }
-
-  // Found folders of one kind, as paths relative to the home folder.
-  std::vector<std::string> relative(const ProjectBuildsScanner::FoundFolders& all, Kind kind) const {
-    std::vector<std::string> result;
-    if (auto it = all.find(kind); it != all.end())
-      for (const auto& path : it->second) result.push_back(path.lexically_relative(home_).string());
-    return result;
-  }
-
-  CatalogueFixture fixture_;
-  fs::path home_ = fixture_.home();
-  fs::path dir_ = home_.parent_path();
-};
+using ProjectBuildsScannerTest = CatalogueHome;
 
 TEST_F(ProjectBuildsScannerTest, RulesPickCacheFoldersAndNeverEnterThem) {
   project("site/package.json", {"node_modules/dep/target", ".next/cache"});
@@ -286,7 +278,7 @@ TEST_F(ProjectBuildsScannerTest, RulesPickCacheFoldersAndNeverEnterThem) {
   project("rails/Gemfile", {"vendor/bundle/ruby", "vendor/target"});
   project("rails/vendor/Cargo.toml");  // "vendor" is not entered once vendor/bundle is a cache path
   project("plain/Cargo.toml");
-  test::writeFile(home_ / "plain/target", "a file, not a build folder");
+  test::writeFile(home / "plain/target", "a file, not a build folder");
 
   auto found = ProjectBuildsScanner::findFolders({});
   EXPECT_THAT(relative(found, Kind::nodeModules), ElementsAre("site/node_modules"));
@@ -311,12 +303,12 @@ TEST_F(ProjectBuildsScannerTest, DepthLimitHiddenFoldersPackagesLinksAndHomeExcl
                               "Jam.band", "App.xcodeproj"})
     project(std::string("code/") + package + "/Contents/Cargo.toml", {"target"});
   project("code/Not.a.package/Cargo.toml", {"target"});
-  fs::create_directories(home_ / "code/ios/DerivedData/Build");
+  fs::create_directories(home / "code/ios/DerivedData/Build");
   // A link counts as a cache folder but is never entered, nor is a linked project.
   project("../outside/project/Cargo.toml", {"target", "../real-target"});
   project("code/engine/Cargo.toml");
-  fs::create_directory_symlink(dir_ / "outside/real-target", home_ / "code/engine/target");
-  fs::create_directory_symlink(dir_ / "outside/project", home_ / "code/linked-project");
+  fs::create_directory_symlink(home.parent_path() / "outside/real-target", home / "code/engine/target");
+  fs::create_directory_symlink(home.parent_path() / "outside/project", home / "code/linked-project");
 
   auto found = ProjectBuildsScanner::findFolders({});
   EXPECT_THAT(relative(found, Kind::rustTarget),
@@ -328,7 +320,7 @@ TEST_F(ProjectBuildsScannerTest, DepthLimitHiddenFoldersPackagesLinksAndHomeExcl
 TEST_F(ProjectBuildsScannerTest, CoveredFoldersAndFoldersReachableTwiceAreReportedOnce) {
   project("code/a/Cargo.toml", {"target", "DerivedData", "../b/DerivedData"});
   // The second root lies inside the first, so every folder below it is reachable twice.
-  auto found = ProjectBuildsScanner::findFolders({home_, home_ / "code"}, {home_ / "code/b/DerivedData/"}, {});
+  auto found = ProjectBuildsScanner::findFolders({home, home / "code"}, {home / "code/b/DerivedData/"}, {});
   EXPECT_THAT(relative(found, Kind::derivedData), ElementsAre("code/a/DerivedData"));
   EXPECT_THAT(relative(found, Kind::rustTarget), ElementsAre("code/a/target"));
 }
@@ -376,7 +368,7 @@ std::vector<std::pair<Kind, fs::path>> sequentialOrder(const fs::path& home) {
 TEST_F(ProjectBuildsScannerTest, SystemRootsAreWalkedWithoutTheirPackageManagerTrees) {
   // "/opt" and "/usr/local" are found below the host's root, and so are the Homebrew trees
   // that the walk must leave alone.
-  const fs::path root = fixture_.root();
+  const fs::path root = fixture.root();
   for (const char* marker : {"opt/tool/Cargo.toml", "opt/homebrew/lib/Cargo.toml", "usr/local/Cellar/x/Cargo.toml",
                              "usr/local/Homebrew/y/Cargo.toml", "usr/local/src/app/Cargo.toml"}) {
     test::writeFile(root / marker, "x");
@@ -396,28 +388,28 @@ TEST_F(ProjectBuildsScannerTest, ParallelWalkFindsFoldersInSequentialOrder) {
       const std::string path =
           "g" + std::to_string(group) + "/sub" + std::to_string(index % 3) + "/p" + std::to_string(index) + "/";
       project(path + markers[(group + index) % 5], {caches[(group + index) % 5]});
-      if (index % 4 == 0) fs::create_directories(home_ / path / "nested/DerivedData");
+      if (index % 4 == 0) fs::create_directories(home / path / "nested/DerivedData");
       if (index % 3 == 0) project(path + "package.json", {".turbo"});
     }
   }
-  auto expected = sequentialOrder(home_);
+  auto expected = sequentialOrder(home);
   ASSERT_GT(expected.size(), 100u);
   ProjectBuildsScanner::FoundFolders expectedByKind;
   for (auto& [kind, path] : expected) expectedByKind[kind].push_back(path);
-  for (int run = 0; run < 3; ++run) EXPECT_EQ(ProjectBuildsScanner::findFolders({home_}, {}, {}), expectedByKind);
+  for (int run = 0; run < 3; ++run) EXPECT_EQ(ProjectBuildsScanner::findFolders({home}, {}, {}), expectedByKind);
 }
 
 TEST_F(ProjectBuildsScannerTest, EntriesKeepFoldersOfAtLeastOneMebibyteLargestFirst) {
   project("code/big/Cargo.toml");
-  writeFileOfSize(home_ / "code/big/target/debug/blob", 3 * 1024 * 1024);
+  writeFileOfSize(home / "code/big/target/debug/blob", 3 * 1024 * 1024);
   project("code/medium/Cargo.toml");
-  writeFileOfSize(home_ / "code/medium/target/blob", 1024 * 1024);  // exactly 1 MiB allocated
+  writeFileOfSize(home / "code/medium/target/blob", 1024 * 1024);  // exactly 1 MiB allocated
   project("code/small/Cargo.toml");
-  writeFileOfSize(home_ / "code/small/target/blob", 1024 * 1024 - 4096);  // one block short
+  writeFileOfSize(home / "code/small/target/blob", 1024 * 1024 - 4096);  // one block short
   project("code/rails/Gemfile");
-  writeFileOfSize(home_ / "code/rails/vendor/bundle/gem", 2 * 1024 * 1024);
+  writeFileOfSize(home / "code/rails/vendor/bundle/gem", 2 * 1024 * 1024);
   project("code/tiny/package.json");
-  writeFileOfSize(home_ / "code/tiny/node_modules/x", 100);
+  writeFileOfSize(home / "code/tiny/node_modules/x", 100);
 
   auto entries = ProjectBuildsScanner::scan({});
   // label | extra info | ticked, per kind then per folder; node_modules is dropped whole.
@@ -431,18 +423,18 @@ TEST_F(ProjectBuildsScannerTest, EntriesKeepFoldersOfAtLeastOneMebibyteLargestFi
   EXPECT_THAT(rows,
               ElementsAre("Rust \u2013 target", "big/target | ~/code/big | 0", "medium/target | ~/code/medium | 0",
                           "Ruby \u2013 vendor/bundle", "vendor/bundle | ~/code/rails/vendor | 0"));
-  EXPECT_THAT(entries[0]->items()[0]->paths(), ElementsAre(home_ / "code/big/target"));
+  EXPECT_THAT(entries[0]->items()[0]->paths(), ElementsAre(home / "code/big/target"));
 }
 
 TEST_F(ProjectBuildsScannerTest, UnreadableFoldersAreSkippedSilently) {
   project("code/locked/app/Cargo.toml", {"target"});
   project("code/open/Cargo.toml", {"target"});
-  fs::permissions(home_ / "code/locked", fs::perms::none);
-  auto failures = test::runUnprivileged(dir_, [&]() -> std::string {
+  fs::permissions(home / "code/locked", fs::perms::none);
+  auto failures = test::runUnprivileged(home.parent_path(), [&]() -> std::string {
     auto targets = relative(ProjectBuildsScanner::findFolders({}), Kind::rustTarget);
     return targets == std::vector<std::string>{"code/open/target"} ? "" : "unexpected targets";
   });
-  fs::permissions(home_ / "code/locked", fs::perms::owner_all);
+  fs::permissions(home / "code/locked", fs::perms::owner_all);
   if (!failures) GTEST_SKIP() << "no unprivileged user to run as";
   EXPECT_EQ(*failures, "");
 }
