@@ -10,7 +10,6 @@
 
 #include "model/AppleBuild.h"
 #include "model/AppleDevices.h"
-#include "model/SystemImages.h"
 #include "model/Version.h"
 #include "model/XcodeEntries.h"
 #include "platform/CsvReader.h"
@@ -199,13 +198,9 @@ const EntryDate kMarch4 = sys_days{year{2024} / March / 4} + hours{9} + minutes{
 
 class XcodeEntries : public ::testing::Test {
  protected:
-  void SetUp() override {
-    test::writeFile(dir_ / "devices.csv", "identifier,name\n\"iPhone15,2\",iPhone 14 Pro\n");
-    devices_ = std::make_unique<ScopedAppleDevices>(AppleDevices::fromFile(dir_ / "devices.csv"));
-  }
   ScopedTextLocale locale_{"en_US", "UTC"};
   test::TempDir dir_;
-  std::unique_ptr<ScopedAppleDevices> devices_;
+  ScopedAppleDevices devices_{tableFrom(dir_, "identifier,name\n\"iPhone15,2\",iPhone 14 Pro\n")};
 };
 
 TEST_F(XcodeEntries, VersionedAndDerivedDataEntriesShowTheirFacts) {
