@@ -56,12 +56,9 @@ std::shared_ptr<Kind> as(const CleanupEntryPtr& entry) {
   return kind;
 }
 
-ArchiveInfo archive(std::string name, std::string version, std::string build,
+ArchiveInfo archive(const std::string& name, const std::string& version, const std::string& build,
                     ArchiveDistributions distributions = ArchiveDistributions::missing) {
-  return ArchiveInfo{.name = std::move(name),
-                     .distributions = distributions,
-                     .shortVersion = std::move(version),
-                     .bundleVersion = std::move(build)};
+  return {.name = name, .distributions = distributions, .shortVersion = version, .bundleVersion = build};
 }
 
 // A main queue that runs nothing until the test drains it, like an event loop not yet come round.
