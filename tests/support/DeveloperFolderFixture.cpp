@@ -50,6 +50,12 @@ std::vector<std::string> linesStartingWith(const LogCapture& log, const std::str
   return found;
 }
 
+plist_t textDictionary(const std::vector<std::pair<std::string, std::string>>& texts) {
+  plist_t dictionary = plist_new_dict();
+  for (const auto& [key, value] : texts) plist_dict_set_item(dictionary, key.c_str(), plist_new_string(value.c_str()));
+  return dictionary;
+}
+
 std::vector<std::string> labelsOf(const std::vector<CleanupEntryPtr>& entries) {
   std::vector<std::string> labels;
   for (const auto& entry : entries) labels.push_back(entry->label());
@@ -124,6 +130,13 @@ std::filesystem::path DeveloperFolderFixture::addUserData(const std::string& rel
 std::filesystem::path DeveloperFolderFixture::addDeviceLog(const std::string& fileName, size_t bytes) {
   writeFileOfSize(xcode() / "iOS Device Logs" / fileName, bytes);
   return xcode() / "iOS Device Logs" / fileName;
+}
+
+std::shared_ptr<DevFiles> DeveloperFolderFixture::devFiles(std::optional<std::filesystem::path> derivedData,
+                                                           std::optional<std::filesystem::path> archives,
+                                                           DevFiles::Executor executor) const {
+  return DevFiles::create(developerFolder_, std::move(derivedData), std::move(archives), std::move(executor))
+      .value_or(nullptr);
 }
 
 void DeveloperFolderFixture::populate() {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "model/CleanupEntry.h"
+#include "scan/DevFiles.h"
 #include "support/FixtureHome.h"
 #include "support/LogCapture.h"
 
@@ -18,6 +19,9 @@ namespace tw::test {
 std::vector<std::string> linesStartingWith(const LogCapture& log, const std::string& prefix);
 
 using PropertyListFormat = PlistFormat;
+
+// A dictionary of the given text values, for writePlist().
+plist_t textDictionary(const std::vector<std::pair<std::string, std::string>>& texts);
 
 // The labels of `entries`, in order.
 std::vector<std::string> labelsOf(const std::vector<CleanupEntryPtr>& entries);
@@ -65,6 +69,11 @@ class DeveloperFolderFixture {
 
   // One of everything in every Xcode location, plus old documentation sets.
   void populate();
+
+  // A scan driver on this folder; null when the driver refuses it.
+  std::shared_ptr<DevFiles> devFiles(std::optional<std::filesystem::path> derivedData = std::nullopt,
+                                     std::optional<std::filesystem::path> archives = std::nullopt,
+                                     DevFiles::Executor executor = nullptr) const;
 
  private:
   std::filesystem::path developerFolder_;

@@ -1,16 +1,25 @@
+// Simulator devices, XCTest clones, dyld caches and platform runtimes listed through a stand-in simctl.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "clean/DeletionEngine.h"
+#include "fs/DirectorySize.h"
+#include "fs/Shell.h"
+#include "model/SimulatorRuntimeFileEntry.h"
 #include "model/XcodeEntries.h"
 #include "platform/Host.h"
+#include "scan/DevFiles.h"
 #include "scan/SimulatorScanners.h"
+#include "support/DeveloperFolderFixture.h"
 #include "support/FixtureHome.h"
 #include "support/StandInEnvironment.h"
+#include "support/StandInTools.h"
 #include "support/TempDir.h"
 #include "support/Unprivileged.h"
 
@@ -18,11 +27,14 @@ namespace tw {
 namespace {
 
 using test::LogCapture;
+using test::readCallLog;
 using test::writeFile;
 
 constexpr const char* kIOS17 = "com.apple.CoreSimulator.SimRuntime.iOS-17-4";
 constexpr const char* kIOS16 = "com.apple.CoreSimulator.SimRuntime.iOS-16-4";
 constexpr const char* kWatch10 = "com.apple.CoreSimulator.SimRuntime.watchOS-10-2";
+
+constexpr const char* kUnexpectedOutput = "\u26A0\uFE0F \u26A0\uFE0F DevCaches: Unexpected simctl runtime list output";
 
 struct Device {
   std::optional<std::string> name;
@@ -31,19 +43,19 @@ struct Device {
   bool binary = false;
 };
 
-class SimulatorScan : public ::testing::Test {
+class Simulators : public ::testing::Test {
  protected:
   test::TempDir root;
   std::filesystem::path developer = root / "home/Library/Developer";
   std::filesystem::path volumes = root / "Library/Developer/CoreSimulator/Volumes";
+  std::filesystem::path callLog = root / "xcrun-calls";
   ScopedHost host{test::hostWithRoot(root.path())};
 
   void installRuntime(const std::string& volume, const std::string& identifier, bool binary = false) {
-    plist_t info = plist_new_dict();
-    plist_dict_set_item(info, "CFBundleIdentifier", plist_new_string(identifier.c_str()));
     test::writePlist(volumes / volume / "Library/Developer/CoreSimulator/Profiles/Runtimes" /
                          (identifier + ".simruntime/Contents/Info.plist"),
-                     info, binary ? test::PlistFormat::binary : test::PlistFormat::xml);
+                     test::textDictionary({{"CFBundleIdentifier", identifier}}),
+                     binary ? test::PlistFormat::binary : test::PlistFormat::xml);
   }
   void writeDevice(const std::string& set, const std::string& udid, const Device& device) {
     plist_t record = plist_new_dict();
@@ -54,6 +66,23 @@ class SimulatorScan : public ::testing::Test {
     test::writePlist(developer / set / udid / "device.plist", record,
                      device.binary ? test::PlistFormat::binary : test::PlistFormat::xml);
     writeFile(developer / set / udid / "data/file", "contents");
+  }
+  // identifier | label | extra info | known size | paths (below the test root), one line per entry.
+  std::vector<std::string> describeRuntimes(const std::vector<CleanupEntryPtr>& entries) {
+    std::vector<std::string> lines;
+    for (const auto& entry : entries) {
+      auto runtime = std::dynamic_pointer_cast<SimulatorRuntimeFileEntry>(entry);
+      if (!runtime) return {"not a runtime: " + entry->label()};
+      auto size = runtime->knownSizeInBytes();
+      std::string line = runtime->imageIdentifier() + " | " + runtime->label() + " | " + runtime->extraInfo() + " | " +
+                         (size ? std::to_string(*size) : "-") + " |";
+      for (const auto& path : runtime->paths()) {
+        const auto relative = path.lexically_relative(root.path());
+        line += relative.empty() || *relative.begin() == ".." ? " " + path.string() : " /" + relative.string();
+      }
+      lines.push_back(line);
+    }
+    return lines;
   }
 };
 
@@ -70,19 +99,20 @@ std::vector<std::string> describe(const std::vector<CleanupEntryPtr>& groups, co
   return lines;
 }
 
-TEST_F(SimulatorScan, WithoutAReadableVolumeNoDeviceIsUnavailableButClonesAndCachesStay) {
+TEST_F(Simulators, WithoutAReadableVolumeNoDeviceIsUnavailableButClonesAndCachesStay) {
   writeDevice("CoreSimulator/Devices", "AAAA", {.name = "iPhone 15", .runtime = kIOS16});
   writeDevice("XCTestDevices", "CLONE", {.name = "Clone 1 of iPhone 15", .runtime = kIOS16});
   writeFile(developer / "CoreSimulator/Caches/dyld/21E213/dyld_sim_shared_cache_arm64e", "cache");
   {
     LogCapture log;
     EXPECT_TRUE(simulators::unavailableSimulators(developer).empty());
-    EXPECT_EQ(log.lines(),
-              (std::vector<std::string>{
-                  "\u26A0\uFE0F DevFiles: Cannot list CoreSimulator Volumes (path: " + volumes.string() + ")",
-                  "\u2755 DevFiles: Found 0 installed simulator runtime(s)",
-                  "\u26A0\uFE0F \u26A0\uFE0F DevFiles: Cannot read CoreSimulator Volumes \u2013 skipping simulator scan",
-              }));
+    EXPECT_EQ(
+        log.lines(),
+        (std::vector<std::string>{
+            "\u26A0\uFE0F DevFiles: Cannot list CoreSimulator Volumes (path: " + volumes.string() + ")",
+            "\u2755 DevFiles: Found 0 installed simulator runtime(s)",
+            "\u26A0\uFE0F \u26A0\uFE0F DevFiles: Cannot read CoreSimulator Volumes \u2013 skipping simulator scan",
+        }));
   }
   std::filesystem::create_directories(volumes / "Empty");  // volumes without any runtime
   EXPECT_TRUE(simulators::unavailableSimulators(developer).empty());
@@ -99,7 +129,7 @@ TEST_F(SimulatorScan, WithoutAReadableVolumeNoDeviceIsUnavailableButClonesAndCac
   EXPECT_EQ(simulators::dyldCaches(developer).size(), 1u);
 }
 
-TEST_F(SimulatorScan, UnavailableDevicesAreThoseWhoseRuntimeIsGone) {
+TEST_F(Simulators, UnavailableDevicesAreThoseWhoseRuntimeIsGone) {
   installRuntime("iOS_21E213", kIOS17);
   installRuntime("watchOS_21S364", kWatch10, true);
   installRuntime(".Hidden", kIOS16);  // hidden volumes hold no runtime
@@ -118,8 +148,9 @@ TEST_F(SimulatorScan, UnavailableDevicesAreThoseWhoseRuntimeIsGone) {
   writeDevice(devices, "0002", {.name = "iPhone 14", .runtime = kIOS16});
   writeDevice(devices, "0004", {.name = "iPad mini", .runtime = kIOS16, .binary = true});
   writeDevice(devices, "0005", {.name = "Deleted iPhone", .runtime = kIOS16, .isDeleted = true});
-  writeDevice(devices, "0006",
-              {.name = "Apple Vision Pro", .runtime = "com.apple.CoreSimulator.SimRuntime.xrOS-1-2", .isDeleted = false});
+  writeDevice(
+      devices, "0006",
+      {.name = "Apple Vision Pro", .runtime = "com.apple.CoreSimulator.SimRuntime.xrOS-1-2", .isDeleted = false});
   writeDevice(devices, "0008", {.runtime = kIOS16});     // no name
   writeDevice(devices, "0009", {.name = "No runtime"});  // no runtime
   writeFile(developer / devices / "0011/device.plist", "bplist00 truncated");
@@ -140,7 +171,7 @@ TEST_F(SimulatorScan, UnavailableDevicesAreThoseWhoseRuntimeIsGone) {
                               " is unusable: it is not a property list");
 }
 
-TEST_F(SimulatorScan, ClonesAreListedWhateverTheirRuntime) {
+TEST_F(Simulators, ClonesAreListedWhateverTheirRuntime) {
   installRuntime("iOS_21E213", kIOS17);
   writeDevice("XCTestDevices", "C3", {.name = "Clone 2 of iPhone 15", .runtime = kIOS17});
   writeDevice("XCTestDevices", "C1", {.name = "Clone 1 of iPhone 15", .runtime = kIOS16, .binary = true});
@@ -151,7 +182,7 @@ TEST_F(SimulatorScan, ClonesAreListedWhateverTheirRuntime) {
                                       "Clone 2 of iPhone 15 | C3 | iOS 17.4 | C3"}));
 }
 
-TEST_F(SimulatorScan, DyldCachesAreListedInFinderOrder) {
+TEST_F(Simulators, DyldCachesAreListedInFinderOrder) {
   const auto dyld = developer / "CoreSimulator/Caches/dyld";
   for (const char* name : {"iOS 10", "iOS 9", "b-cache", "A-cache"}) writeFile(dyld / name / "cache", "x");
   writeFile(dyld / ".DS_Store", "x");
@@ -160,7 +191,151 @@ TEST_F(SimulatorScan, DyldCachesAreListedInFinderOrder) {
   ASSERT_EQ(result.size(), 1u);
   std::vector<std::filesystem::path> paths;
   for (const auto& item : result[0]->items()) paths.insert(paths.end(), item->paths().begin(), item->paths().end());
-  EXPECT_EQ(paths, (std::vector<std::filesystem::path>{dyld / "A-cache", dyld / "b-cache", dyld / "iOS 9", dyld / "iOS 10"}));
+  EXPECT_EQ(paths,
+            (std::vector<std::filesystem::path>{dyld / "A-cache", dyld / "b-cache", dyld / "iOS 9", dyld / "iOS 10"}));
+}
+
+TEST_F(Simulators, RuntimeListOutputVariants) {
+  struct Case {
+    std::string json;
+    std::vector<std::string> entries;
+    bool warned;
+  };
+  const std::vector<Case> cases = {
+      {"", {}, true},
+      {"[{\"deletable\": true}]", {}, true},
+      {R"({"A": {"version": "17.4"}, "B": 1})", {}, true},  // one bad record spoils the list
+      {R"({"A": {"version": "17.4"}} trailing)", {}, true},
+      {R"({"A": [{"version": "17.4"}]})", {}, true},
+      // Values nested inside a record are no fields, however deep.
+      {R"({"A": {"version": ["17"], "path": {"p": "/x"}, "more": {"deletable": false, "sizeBytes": 1}, "deep": )" +
+           std::string(100'000, '[') + std::string(100'000, ']') + "}}",
+       {"A | A  |  | - |"},
+       false},
+      {" { } \n", {}, false},
+      // The tool's order, whatever the sizes. A record without "runtimeIdentifier" uses its
+      // key; wrong types count as missing; sizes are signed 64-bit integers, fractions cut off.
+      {R"({
+        "IOS": {"build": "21E213", "deletable": true, "sizeBytes": 7318396928, "version": "17.4",
+                "path": "/Library/Developer/CoreSimulator/Volumes/iOS_21E213",
+                "runtimeIdentifier": "com.apple.CoreSimulator.SimRuntime.iOS-17-4"},
+        "PROTECTED": {"deletable": false, "runtimeIdentifier": "com.apple.CoreSimulator.SimRuntime.iOS-18-0",
+                      "version": "18.0", "sizeBytes": 99999999999},
+        "NO-DELETABLE-KEY": {"runtimeIdentifier": "com.apple.CoreSimulator.SimRuntime.xrOS-1-2", "version": "1.2",
+                             "build": "21O5565d"},
+        "STRANGE": {"deletable": "false", "runtimeIdentifier": "com.apple.CoreSimulator.SimRuntime.tvOS-17-0",
+                    "version": 17.0, "build": 21, "sizeBytes": -5},
+        "com.apple.CoreSimulator.SimRuntime.watchOS-10-2": {"version": "10.2", "sizeBytes": 3.5e9,
+                                                           "path": "relative/path"},
+        "HUGE": {"runtimeIdentifier": "--visionOS-2-0", "sizeBytes": 18446744073709551615, "path": ""},
+        "FRACTIONS": {"version": "1", "sizeBytes": 2.9}, "NEGATIVE-FRACTION": {"sizeBytes": -1.5}
+      })",
+       {"IOS | iOS 17.4 | 21E213 | 7318396928 | /Library/Developer/CoreSimulator/Volumes/iOS_21E213",
+        "NO-DELETABLE-KEY | xrOS 1.2 | 21O5565d | - |", "STRANGE | tvOS  |  | -5 |",
+        "com.apple.CoreSimulator.SimRuntime.watchOS-10-2 | watchOS 10.2 |  | 3500000000 | " +
+            (std::filesystem::current_path() / "relative/path").string(),
+        "HUGE | visionOS  |  | - |", "FRACTIONS | FRACTIONS 1 |  | 2 |", "NEGATIVE-FRACTION | NEGATIVE  |  | -1 |"},
+       false},
+      // A key given twice is one record, at its first place, with the value given last.
+      {R"({"B": {"version": "1"}, "A": {}, "B": {"version": "2"}})", {"B | B 2 |  | - |", "A | A  |  | - |"}, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.json);
+    LogCapture log;
+    EXPECT_EQ(describeRuntimes(simulators::runtimesFromList(c.json)), c.entries);
+    EXPECT_EQ(log.lines(), c.warned ? std::vector<std::string>{kUnexpectedOutput} : std::vector<std::string>{});
+  }
+}
+
+TEST_F(Simulators, RuntimeKnownSizeNeedsNoDiskWalkOtherwiseThePathIsMeasured) {
+  test::writeFileOfSize(root / "Volumes/iOS/Runtime.dmg", 3 * 1024 * 1024);
+  auto entries = simulators::runtimesFromList(
+      R"({"KNOWN": {"sizeBytes": 123, "path": "/Volumes/iOS"}, "MEASURED": {"path": "/Volumes/iOS"}, "NONE": {}})");
+  ASSERT_EQ(entries.size(), 3u);
+  HardLinkTracker tracker;
+  EXPECT_EQ(entries[0]->calculateSize(), CleanupEntry::Size::value(123));
+  EXPECT_EQ(entries[1]->calculateSize(), CleanupEntry::Size::value(measurePath(root / "Volumes/iOS", &tracker)));
+  EXPECT_EQ(entries[2]->calculateSize(), CleanupEntry::Size::value(0));
+}
+
+TEST_F(Simulators, RuntimeListComesFromSimctlAndFailuresAreWarnedAbout) {
+  test::writeStandInXcrun(root.path(), callLog,
+                          {.listOutput = R"({"A1": {"runtimeIdentifier": "com.apple.CoreSimulator.SimRuntime.iOS-17-4",
+                                                    "version": "17.4", "build": "21E213"}})"});
+  EXPECT_EQ(describeRuntimes(simulators::simulatorRuntimes()),
+            std::vector<std::string>{"A1 | iOS 17.4 | 21E213 | - |"});
+  EXPECT_EQ(readCallLog(callLog), std::vector<std::string>{"simctl runtime list -j"});
+
+  test::writeStandInXcrun(root.path(), callLog,
+                          {.listOutput = "xcrun: error: unable to find utility", .listStatus = 72});
+  LogCapture log;
+  EXPECT_TRUE(simulators::simulatorRuntimes().empty());
+  EXPECT_EQ(log.lines(),
+            std::vector<std::string>{"\u26A0\uFE0F \u26A0\uFE0F DevCaches: Cannot list simulator runtimes via simctl"});
+}
+
+TEST_F(Simulators, RuntimeDeletingLeavesTheFilesToTheToolAndReportsItsFailure) {
+  SimulatorRuntimeFileEntry entry("5A3B-IOS", 100, "iOS 17.4", "21E213");
+  test::writeFileOfSize(root / "volume/Runtime.dmg", 1000);
+  test::writeStandInXcrun(root.path(), callLog, {.deleteOutput = "Not found\n", .deleteStatus = 1});
+  try {
+    entry.deleteItem(root / "volume");
+    ADD_FAILURE() << "no error";
+  } catch (const Shell::CommandError& error) {
+    EXPECT_STREQ(error.what(), "Command failed: simctl runtime delete 5A3B-IOS\nNot found\n");
+  }
+  EXPECT_EQ(readCallLog(callLog), std::vector<std::string>{"simctl runtime delete 5A3B-IOS"});
+  EXPECT_TRUE(std::filesystem::exists(root / "volume/Runtime.dmg"));
+}
+
+struct RecordingDeleteDelegate : DevFilesDeleteDelegate {
+  void deleteStarted(DevFiles&) override {}
+  void deletingItem(DevFiles&, const std::string& location, const std::string& item,
+                    const std::optional<std::filesystem::path>& url, size_t index, size_t count) override {
+    units.push_back(location + ": " + item + " (" + (url ? url->filename().string() : "-") + ") " +
+                    std::to_string(index) + "/" + std::to_string(count));
+  }
+  void deleteFailed(DevFiles&, const std::exception& error, const std::string&, const std::string&,
+                    const std::optional<std::filesystem::path>&) override {
+    units.push_back(std::string("failed: ") + error.what());
+  }
+  void deleteFinished(DevFiles&) override {}
+  std::vector<std::string> units;
+};
+
+TEST_F(Simulators, RuntimeDeletingSelectedRuntimesRunsOneSimctlDeletePerUnit) {
+  const test::DeveloperFolderFixture folders{developer};
+  std::filesystem::create_directories(volumes / "iOS_21E213");
+  test::writeStandInXcrun(root.path(), callLog, {.listOutput = R"({
+    "WITH-PATH": {"runtimeIdentifier": "com.apple.CoreSimulator.SimRuntime.iOS-17-4", "version": "17.4",
+                  "sizeBytes": 2000, "path": "/Library/Developer/CoreSimulator/Volumes/iOS_21E213"},
+    "WITHOUT-PATH": {"runtimeIdentifier": "com.apple.CoreSimulator.SimRuntime.watchOS-10-2", "version": "10.2",
+                     "sizeBytes": 1000},
+    "NOT-TICKED": {"sizeBytes": 500}
+  })"});
+
+  auto devFiles = folders.devFiles();
+  devFiles->scan({DevFiles::Location::simulatorRuntimes});
+  const auto& location = devFiles->entry(DevFiles::Location::simulatorRuntimes);
+  ASSERT_EQ(location->items().size(), 3u);
+  location->items()[0]->select();
+  location->items()[1]->select();
+  for (const auto& top : devFiles->rootEntries()) top->updateSelection();
+  EXPECT_EQ(devFiles->selectedSize(), 2000);  // an entry's own size counts only when it holds a path
+
+  auto delegate = std::make_shared<RecordingDeleteDelegate>();
+  devFiles->setDeleteDelegate(delegate);
+  std::filesystem::remove(callLog);
+  deleteSelected(*devFiles, true);  // dry run: the tool is never asked
+  EXPECT_EQ(readCallLog(callLog), std::vector<std::string>{});
+
+  delegate->units.clear();
+  deleteSelected(*devFiles, false);
+  // One unit per path, one without a path for a runtime that has none; the last child first.
+  EXPECT_EQ(delegate->units, (std::vector<std::string>{"Platform Runtimes: watchOS 10.2  (-) 1/2",
+                                                       "Platform Runtimes: iOS 17.4  (iOS_21E213) 2/2"}));
+  EXPECT_EQ(readCallLog(callLog),
+            (std::vector<std::string>{"simctl runtime delete WITHOUT-PATH", "simctl runtime delete WITH-PATH"}));
 }
 
 }  // namespace

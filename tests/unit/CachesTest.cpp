@@ -1,0 +1,443 @@
+// Caches beyond Xcode on real trees: the catalogue, its patterns and entries, project build folders.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/Host.h"
+#include "scan/DevCaches.h"
+#include "scan/ProjectBuildsScanner.h"
+#include "support/CatalogueFixture.h"
+#include "support/DeveloperFolderFixture.h"
+#include "support/TempDir.h"
+#include "support/Unprivileged.h"
+
+namespace tw {
+namespace {
+
+namespace fs = std::filesystem;
+using DevCaches::expandPattern;
+using test::CatalogueFixture;
+using test::labelsOf;
+using Paths = std::vector<fs::path>;
+using Labels = std::vector<std::string>;
+using Kind = ProjectBuildsScanner::Kind;
+using test::writeFileOfSize;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
+
+constexpr size_t kMiB = 1'048'576;
+
+class CatalogueHome : public ::testing::Test {
+ protected:
+  CatalogueFixture fixture;
+  fs::path home = fixture.home();
+  void makeFolders(std::initializer_list<std::string_view> patterns) const {
+    for (auto pattern : patterns) fs::create_directories(fixture.at(pattern));
+  }
+  // Writes a marker file, and makes the given folders next to it.
+  void project(const fs::path& marker, std::initializer_list<const char*> folders = {}) {
+    test::writeFile(home / marker, "x");
+    for (const char* folder : folders) fs::create_directories((home / marker).parent_path() / folder);
+  }
+
+  // Found folders of one kind, as paths relative to the home folder.
+  std::vector<std::string> relative(const ProjectBuildsScanner::FoundFolders& all, Kind kind) const {
+    std::vector<std::string> result;
+    if (auto it = all.find(kind); it != all.end())
+      for (const auto& path : it->second) result.push_back(path.lexically_relative(home).string());
+    return result;
+  }
+};
+using ExpandPattern = CatalogueHome;
+
+TEST_F(ExpandPattern, LiteralPathsMatchOnlyWhatExistsAndFollowLinks) {
+  makeFolders({"~/.npm", "~/elsewhere/registry", "~/.cargo"});
+  EXPECT_EQ(expandPattern("~/.npm"), Paths{home / ".npm"});
+  EXPECT_EQ(expandPattern("~//.npm/"), Paths{home / ".npm"}) << "doubled and trailing slashes";
+  EXPECT_TRUE(expandPattern("~/.npm/missing").empty());
+
+  fs::create_directory_symlink(home / "elsewhere/registry", fixture.at("~/.cargo/registry"));
+  fs::create_symlink(home / "gone", fixture.at("~/.cargo/git"));
+  EXPECT_EQ(expandPattern("~/.cargo/registry"), Paths{home / ".cargo/registry"});
+  EXPECT_TRUE(expandPattern("~/.cargo/git").empty()) << "a dangling link names nothing";
+}
+
+TEST_F(ExpandPattern, StarAtTheEndMatchesByPrefixInNameOrderOutsideTheHome) {
+  // As on a Mac, where /tmp is a link to /private/tmp.
+  makeFolders({"/private/tmp/metro-b", "/private/tmp/metro-a", "/private/tmp/metro-", "/private/tmp/haste-map-1",
+               "/private/var/tmp/_bazel_ann", "~/private/var/tmp/_bazel_home"});
+  fs::create_directory_symlink("private/tmp", fixture.at("/tmp"));
+  test::writeFile(fixture.at("/tmp/metro-file"), "a file matches too");
+  const fs::path tmp = fixture.root() / "tmp";
+  EXPECT_EQ(expandPattern("/tmp/metro-*"),
+            (Paths{tmp / "metro-", tmp / "metro-a", tmp / "metro-b", tmp / "metro-file"}));
+  EXPECT_TRUE(expandPattern("/tmp/nothing-*").empty());
+  EXPECT_EQ(expandPattern("/private/var/tmp/_bazel_*"), Paths{fixture.root() / "private/var/tmp/_bazel_ann"});
+}
+
+TEST_F(ExpandPattern, StarInTheMiddleListsOneLevelAndKeepsOnlyFullMatches) {
+  makeFolders({"~/.gem/ruby/3.2.0/cache", "~/.gem/ruby/3.3.0"});
+  test::writeFile(fixture.at("~/.gem/ruby/README"), "not a folder");
+  EXPECT_EQ(expandPattern("~/.gem/ruby/*/cache"), Paths{home / ".gem/ruby/3.2.0/cache"});
+
+  // A blank belongs to the prefix.
+  makeFolders({"~/Dropbox/.dropbox.cache", "~/Dropbox (Team)/.dropbox.cache", "~/DropboxOld/.dropbox.cache"});
+  EXPECT_EQ(expandPattern("~/Dropbox */.dropbox.cache"), Paths{home / "Dropbox (Team)/.dropbox.cache"});
+
+  // Two wildcards in two components: every container, then every account of it.
+  const std::string app = "~/Library/Group Containers/6N38.ru.keepcoder.Telegram/appstore/";
+  makeFolders({app + "account-1/postbox/media", app + "account-2/postbox/media", app + "other-3/postbox/media",
+               "~/Library/Group Containers/AB12.ru.keepcoder.TelegramBeta/appstore/account-1/postbox/media"});
+  const fs::path container = fixture.at(app);
+  EXPECT_EQ(expandPattern("~/Library/Group Containers/*.ru.keepcoder.Telegram/appstore/account-*/postbox/media"),
+            (Paths{container / "account-1/postbox/media", container / "account-2/postbox/media"}));
+
+  // Within one component only the first star is a wildcard.
+  makeFolders({"~/x/ab*c", "~/x/abZc", "~/x/aQb*c"});
+  EXPECT_EQ(expandPattern("~/x/a*b*c"), (Paths{home / "x/aQb*c", home / "x/ab*c"}));
+}
+
+TEST_F(ExpandPattern, UnlistableFolderGivesNoMatchesAndNoMessage) {
+  makeFolders({"~/Library/Application Support/Google/DriveFS/acct/content_cache"});
+  // Anyone may pass through the folder, nobody may list it.
+  fs::permissions(fixture.at("~/Library/Application Support/Google/DriveFS"),
+                  fs::perms::owner_write | fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec);
+  auto failures = test::runUnprivileged(home.parent_path(), [] {
+    test::LogCapture log;
+    const std::string folder = "~/Library/Application Support/Google/DriveFS/";
+    std::string found = expandPattern(folder + "*/content_cache").empty() ? "" : "a wildcard matched unlisted\n";
+    // Existence needs search, not read permission.
+    if (expandPattern(folder + "acct/content_cache").size() != 1) found += "the literal path was not found\n";
+    for (const std::string& line : log.lines()) found += "logged: " + line + "\n";
+    return found;
+  });
+  if (!failures) GTEST_SKIP() << "no unprivileged user to run as";
+  EXPECT_EQ(*failures, "");
+}
+
+TEST_F(ExpandPattern, AbbreviatesOnlyWholeHomeComponents) {
+  EXPECT_EQ(DevCaches::abbreviatedPath(home / ".cargo/git"), "~/.cargo/git");
+  EXPECT_EQ(DevCaches::abbreviatedPath(home), "~");
+  const fs::path sibling = home.string() + "2/.cargo";
+  EXPECT_EQ(DevCaches::abbreviatedPath(sibling), sibling.string());
+}
+
+TEST(ExpandPatternWithoutHome, SkipsHomePatternsButNotSystemOnes) {
+  test::TempDir root;
+  fs::create_directories(root / "tmp/metro-1");
+  Host host;
+  host.root = root.path();
+  ScopedHost scoped(host);
+  EXPECT_TRUE(expandPattern("~/.npm").empty());
+  EXPECT_EQ(expandPattern("/tmp/metro-*").size(), 1u);
+  EXPECT_EQ(DevCaches::abbreviatedPath("/Users/ann/.npm"), "/Users/ann/.npm");
+}
+
+using MakeEntries = CatalogueHome;
+
+TEST_F(MakeEntries, OneMatchHoldsThePathSeveralMatchesOneChildEachInPatternOrder) {
+  fixture.makeFolderWithData("~/Library/Caches/carthage", 2 * kMiB);
+  auto packages = DevCaches::makeEntries(DevCaches::packageManagers());
+  ASSERT_EQ(labelsOf(packages), Labels{"Carthage"});
+  EXPECT_TRUE(packages[0]->items().empty());
+  EXPECT_EQ(packages[0]->paths(), Paths{fixture.at("~/Library/Caches/carthage")});
+
+  fixture.makeFolderWithData("~/.cache/bazel", 1 * kMiB);
+  fixture.makeFolderWithData("/private/var/tmp/_bazel_bob", 1 * kMiB);
+  fixture.makeFolderWithData("/private/var/tmp/_bazel_ann", 2 * kMiB);
+  auto tools = DevCaches::makeEntries(DevCaches::devTools());
+  ASSERT_EQ(labelsOf(tools), Labels{"Bazel"}) << "one group alone is not grouped";
+  const CleanupEntry& bazel = *tools[0];
+  EXPECT_TRUE(bazel.paths().empty());
+  const std::string bases = (fixture.root() / "private/var/tmp/_bazel_").string();
+  ASSERT_EQ(labelsOf(bazel.items()), (Labels{bases + "ann", bases + "bob", "~/.cache/bazel"}));
+  int64_t sum = 0;
+  for (const auto& child : bazel.items()) {
+    EXPECT_EQ(child->parent().get(), &bazel);
+    EXPECT_EQ(child->tooltipText(), "Bazel output bases & repository cache.");
+    EXPECT_FALSE(child->size().isUnknown()) << "children are measured with their row";
+    sum += child->size().bytesOrZero();
+  }
+  EXPECT_EQ(bazel.size().bytesOrZero(), sum);
+}
+
+TEST_F(MakeEntries, DropsEntriesBelowOneMebibyte) {
+  CleanupEntry entry("x", "");
+  for (auto [size, large] : {std::pair{CleanupEntry::Size::value(1'048'575), false},
+                             {CleanupEntry::Size::value(1'048'576), true},
+                             {CleanupEntry::Size::unknown(), false}}) {
+    entry.setSize(size);
+    EXPECT_EQ(DevCaches::isLargeEnough(entry), large);
+  }
+
+  fs::path probe = fixture.makeFolderWithData("~/probe", kMiB);
+  if (test::allocatedBytes(probe) != static_cast<int64_t>(kMiB)) GTEST_SKIP() << "1 MiB of data is not 1 MiB here";
+  fs::remove_all(probe.parent_path());
+  fixture.makeFolderWithData("~/Library/Caches/CocoaPods", kMiB);
+  fixture.makeFolderWithData("~/Library/Caches/org.swift.swiftpm",
+                             kMiB - static_cast<size_t>(test::blockSize(fixture.home())));
+  auto entries = DevCaches::makeEntries(DevCaches::packageManagers());
+  ASSERT_EQ(labelsOf(entries), Labels{"CocoaPods"});
+  EXPECT_EQ(entries[0]->size(), CleanupEntry::Size::value(1'048'576));
+}
+
+TEST_F(MakeEntries, OneGroupStaysFlatTwoGroupsAreGroupedBySummedSize) {
+  fixture.makeFolderWithData("~/.cargo/registry", 3 * kMiB);
+  fixture.makeFolderWithData("~/.rustup/toolchains", 2 * kMiB);
+  EXPECT_EQ(labelsOf(DevCaches::makeEntries(DevCaches::devTools())),
+            (Labels{"Cargo registry & git", "rustup toolchains"}));
+
+  // Python's single entry is larger than either Rust entry, but Rust is larger in sum.
+  fixture.makeFolderWithData("~/.cache/pip", 4 * kMiB);
+  auto grouped = DevCaches::makeEntries(DevCaches::devTools());
+  ASSERT_EQ(labelsOf(grouped), (Labels{"Rust", "Python"}));
+  const CleanupEntry& rust = *grouped[0];
+  EXPECT_EQ(labelsOf(rust.items()), (Labels{"Cargo registry & git", "rustup toolchains"}));
+  EXPECT_EQ(rust.size().bytesOrZero(), rust.items()[0]->size().bytesOrZero() + rust.items()[1]->size().bytesOrZero());
+  EXPECT_FALSE(rust.tooltip());
+
+  fixture.makeFolderWithData("~/.cache/uv", 4 * kMiB);
+  EXPECT_EQ(labelsOf(DevCaches::makeEntries(DevCaches::devTools())), (Labels{"Python", "Rust"}));
+
+  // Lists without groups: largest first.
+  fixture.makeFolderWithData("~/Library/Caches/Firefox", 2 * kMiB);
+  fixture.makeFolderWithData("~/Library/Caches/Google/Chrome", 5 * kMiB);
+  fixture.makeFolderWithData("~/Library/Caches/Chromium", 3 * kMiB);
+  EXPECT_EQ(labelsOf(DevCaches::makeEntries(DevCaches::browsers())), (Labels{"Google Chrome", "Chromium", "Firefox"}));
+}
+
+TEST_F(MakeEntries, HardLinksCountOncePerEntryButAgainInAnotherEntry) {
+  fs::path shared = fixture.makeFolderWithData("~/.cargo/registry", 2 * kMiB);
+  fs::create_directories(fixture.at("~/.cargo/git"));
+  fs::create_hard_link(shared, fixture.at("~/.cargo/git/linked.bin"));
+  fs::create_directories(fixture.at("~/.cache/pip"));
+  fs::create_hard_link(shared, fixture.at("~/.cache/pip/linked.bin"));
+  const auto once = CleanupEntry::Size::value(test::allocatedBytes(shared));
+
+  auto entries = DevCaches::makeEntries(DevCaches::devTools());
+  ASSERT_EQ(labelsOf(entries), (Labels{"Rust", "Python"}));
+  const CleanupEntry& cargo = *entries[0]->items().at(0);
+  EXPECT_EQ(cargo.items().size(), 2u);
+  EXPECT_EQ(cargo.size(), once);
+  EXPECT_EQ(entries[1]->items().at(0)->size(), once);
+}
+
+TEST(Catalogue, RowsPerLocationAreWellFormedAndUseTheirGroups) {
+  const std::set<std::string> none{""};
+  const struct {
+    CatalogueList list;
+    size_t rows;
+    std::set<std::string> groups;
+  } locations[] = {
+      {CatalogueList::packageManagers, 3, none},
+      {CatalogueList::devTools,
+       39,
+       {"Rust", "Zig", "JavaScript / Web", "Java / Android", "Flutter / Dart", "Build Tools", "VMs & Containers",
+        "Python", "Ruby", "Go", "PHP / .NET", "Apple"}},
+      {CatalogueList::ides, 2, {"IDEs & Editors"}},
+      {CatalogueList::aiTools, 6, {"AI & LLM"}},
+      {CatalogueList::browsers, 10, none},
+      {CatalogueList::apps, 6, none},
+      {CatalogueList::cloudClients, 12, none},
+  };
+  std::set<std::string> labels;
+  for (const auto& location : locations) {
+    const auto& specs = DevCaches::specs(location.list);
+    EXPECT_EQ(specs.size(), location.rows);
+    std::set<std::string> groups;
+    for (const DevCaches::CacheSpec& spec : specs) {
+      SCOPED_TRACE(spec.label);
+      groups.insert(spec.group);
+      EXPECT_TRUE(labels.insert(spec.label).second) << "duplicate label";
+      EXPECT_FALSE(spec.tooltip.empty() || spec.tooltip.front() == ' ' || spec.tooltip.back() == ' ');
+      ASSERT_FALSE(spec.paths.empty());
+      for (const std::string& pattern : spec.paths) {
+        EXPECT_TRUE((pattern.starts_with("~/") || pattern.starts_with("/")) && !pattern.ends_with("/")) << pattern;
+      }
+    }
+    EXPECT_EQ(groups, location.groups);
+  }
+  EXPECT_EQ(DevCaches::devTools()[12].label, "React Native / Metro") << "rows keep their order";
+}
+
+using ProjectBuildsScannerTest = CatalogueHome;
+
+TEST_F(ProjectBuildsScannerTest, RulesPickCacheFoldersAndNeverEnterThem) {
+  project("site/package.json", {"node_modules/dep/target", ".next/cache"});
+  project("site/node_modules/dep/Cargo.toml");  // inside a found folder: never examined
+  project("mixed/CMakeLists.txt", {"build", ".gradle"});
+  project("mixed/build.gradle");
+  project("cordova1/config.xml", {"platforms"});  // without the required "www"
+  project("cordova2/config.xml", {"www", "platforms"});
+  project("rails/Gemfile", {"vendor/bundle/ruby", "vendor/target"});
+  project("rails/vendor/Cargo.toml");  // "vendor" is not entered once vendor/bundle is a cache path
+  project("plain/Cargo.toml");
+  test::writeFile(home / "plain/target", "a file, not a build folder");
+
+  auto found = ProjectBuildsScanner::findFolders({});
+  EXPECT_THAT(relative(found, Kind::nodeModules), ElementsAre("site/node_modules"));
+  EXPECT_THAT(relative(found, Kind::webBundlerCache), ElementsAre("site/.next"));
+  EXPECT_THAT(relative(found, Kind::cmakeBuild), ElementsAre("mixed/build"));
+  EXPECT_THAT(relative(found, Kind::gradleBuild), ElementsAre("mixed/.gradle"));
+  EXPECT_THAT(relative(found, Kind::cordovaPlatforms), ElementsAre("cordova2/platforms"));
+  EXPECT_THAT(relative(found, Kind::rubyVendorBundle), ElementsAre("rails/vendor/bundle"));
+  EXPECT_THAT(relative(found, Kind::rustTarget), IsEmpty());
+}
+
+TEST_F(ProjectBuildsScannerTest, DepthLimitHiddenFoldersPackagesLinksAndHomeExclusions) {
+  std::string deep;
+  for (int depth = 1; depth <= 12; ++depth) deep += "d" + std::to_string(depth) + "/";
+  project(deep + "Cargo.toml", {"target"});      // a project at depth 12 is examined
+  project(deep + "d13/Cargo.toml", {"target"});  // depth 13 is not
+  project(".hidden/app/Cargo.toml", {"target"});
+  project("Library/app/Cargo.toml", {"target", "../Developer/Xcode/DerivedData/App-abc"});
+  project("code/Library/app/Cargo.toml", {"target"});  // "Library" is only excluded right in the home
+  // A package is never entered, whatever the case of its extension, document packages too.
+  for (const char* package : {"Tool.app", "Tool2.APP", "Film.fcpbundle", "Song.logicx", "Letter.Pages", "Talk.key",
+                              "Jam.band", "App.xcodeproj"})
+    project(std::string("code/") + package + "/Contents/Cargo.toml", {"target"});
+  project("code/Not.a.package/Cargo.toml", {"target"});
+  fs::create_directories(home / "code/ios/DerivedData/Build");
+  // A link counts as a cache folder but is never entered, nor is a linked project.
+  project("../outside/project/Cargo.toml", {"target", "../real-target"});
+  project("code/engine/Cargo.toml");
+  fs::create_directory_symlink(home.parent_path() / "outside/real-target", home / "code/engine/target");
+  fs::create_directory_symlink(home.parent_path() / "outside/project", home / "code/linked-project");
+
+  auto found = ProjectBuildsScanner::findFolders({});
+  EXPECT_THAT(relative(found, Kind::rustTarget),
+              UnorderedElementsAre(deep + "target", "code/Library/app/target", "code/engine/target",
+                                   "code/Not.a.package/target"));
+  EXPECT_THAT(relative(found, Kind::derivedData), ElementsAre("code/ios/DerivedData"));
+}
+
+TEST_F(ProjectBuildsScannerTest, CoveredFoldersAndFoldersReachableTwiceAreReportedOnce) {
+  project("code/a/Cargo.toml", {"target", "DerivedData", "../b/DerivedData"});
+  // The second root lies inside the first, so every folder below it is reachable twice.
+  auto found = ProjectBuildsScanner::findFolders({home, home / "code"}, {home / "code/b/DerivedData/"}, {});
+  EXPECT_THAT(relative(found, Kind::derivedData), ElementsAre("code/a/DerivedData"));
+  EXPECT_THAT(relative(found, Kind::rustTarget), ElementsAre("code/a/target"));
+}
+
+// The order a plain sequential depth-first walk finds folders in, written independently of the
+// scanner with std::filesystem: the parallel walk must reproduce it exactly.
+std::vector<std::pair<Kind, fs::path>> sequentialOrder(const fs::path& home) {
+  std::vector<std::pair<Kind, fs::path>> result;
+  std::set<std::string> reported;
+  std::vector<std::pair<fs::path, int>> stack{{home, 0}};
+  while (!stack.empty()) {
+    auto [folder, depth] = stack.back();
+    stack.pop_back();
+    if (depth >= 13) continue;
+    std::vector<fs::directory_entry> listed{fs::directory_iterator(folder), fs::directory_iterator()};
+    std::set<std::string> names, notToEnter;
+    for (auto& entry : listed) names.insert(entry.path().filename().string());
+    auto has = [&](auto marker) { return names.count(std::string(marker)) > 0; };
+    for (const auto& rule : ProjectBuildsScanner::rules()) {
+      if (!std::any_of(rule.markers.begin(), rule.markers.end(), has) ||
+          !std::all_of(rule.requiredMarkers.begin(), rule.requiredMarkers.end(), has))
+        continue;
+      for (auto cacheDir : rule.cacheDirs) {
+        auto candidate = folder / std::string(cacheDir);
+        if (fs::is_directory(candidate) && reported.insert(candidate.string()).second)
+          result.emplace_back(rule.kind, candidate);
+        notToEnter.insert(std::string(cacheDir).substr(0, std::string(cacheDir).find('/')));
+      }
+    }
+    for (auto& entry : listed) {
+      auto name = entry.path().filename().string();
+      if (entry.is_symlink() || !entry.is_directory() || name.ends_with(".app")) continue;
+      if (name == "DerivedData") {
+        if (reported.insert(entry.path().string()).second) result.emplace_back(Kind::derivedData, entry.path());
+      } else if (!notToEnter.count(name) && name != "node_modules" && name != "Pods" && name[0] != '.' &&
+                 !(depth == 0 && (name == "Library" || name == "Applications" || name == "Music" || name == "Movies" ||
+                                  name == "Pictures"))) {
+        stack.emplace_back(entry.path(), depth + 1);
+      }
+    }
+  }
+  return result;
+}
+
+TEST_F(ProjectBuildsScannerTest, SystemRootsAreWalkedWithoutTheirPackageManagerTrees) {
+  // "/opt" and "/usr/local" are found below the host's root, and so are the Homebrew trees
+  // that the walk must leave alone.
+  const fs::path root = fixture.root();
+  for (const char* marker : {"opt/tool/Cargo.toml", "opt/homebrew/lib/Cargo.toml", "usr/local/Cellar/x/Cargo.toml",
+                             "usr/local/Homebrew/y/Cargo.toml", "usr/local/src/app/Cargo.toml"}) {
+    test::writeFile(root / marker, "x");
+    fs::create_directories((root / marker).parent_path() / "target");
+  }
+  auto found = ProjectBuildsScanner::findFolders({});
+  EXPECT_THAT(found[Kind::rustTarget],
+              UnorderedElementsAre(root / "opt/tool/target", root / "usr/local/src/app/target"));
+}
+
+TEST_F(ProjectBuildsScannerTest, ParallelWalkFindsFoldersInSequentialOrder) {
+  // Many projects in a wide and deep tree, so the pool really interleaves the listings.
+  const char* markers[] = {"Cargo.toml", "package.json", "CMakeLists.txt", "Podfile", "pyproject.toml"};
+  const char* caches[] = {"target/x", "node_modules/x", "build/x", "Pods/x", ".venv/x"};
+  for (int group = 0; group < 12; ++group) {
+    for (int index = 0; index < 10; ++index) {
+      const std::string path =
+          "g" + std::to_string(group) + "/sub" + std::to_string(index % 3) + "/p" + std::to_string(index) + "/";
+      project(path + markers[(group + index) % 5], {caches[(group + index) % 5]});
+      if (index % 4 == 0) fs::create_directories(home / path / "nested/DerivedData");
+      if (index % 3 == 0) project(path + "package.json", {".turbo"});
+    }
+  }
+  auto expected = sequentialOrder(home);
+  ASSERT_GT(expected.size(), 100u);
+  ProjectBuildsScanner::FoundFolders expectedByKind;
+  for (auto& [kind, path] : expected) expectedByKind[kind].push_back(path);
+  for (int run = 0; run < 3; ++run) EXPECT_EQ(ProjectBuildsScanner::findFolders({home}, {}, {}), expectedByKind);
+}
+
+TEST_F(ProjectBuildsScannerTest, EntriesKeepFoldersOfAtLeastOneMebibyteLargestFirst) {
+  project("code/big/Cargo.toml");
+  writeFileOfSize(home / "code/big/target/debug/blob", 3 * 1024 * 1024);
+  project("code/medium/Cargo.toml");
+  writeFileOfSize(home / "code/medium/target/blob", 1024 * 1024);  // exactly 1 MiB allocated
+  project("code/small/Cargo.toml");
+  writeFileOfSize(home / "code/small/target/blob", 1024 * 1024 - 4096);  // one block short
+  project("code/rails/Gemfile");
+  writeFileOfSize(home / "code/rails/vendor/bundle/gem", 2 * 1024 * 1024);
+  project("code/tiny/package.json");
+  writeFileOfSize(home / "code/tiny/node_modules/x", 100);
+
+  auto entries = ProjectBuildsScanner::scan({});
+  // label | extra info | ticked, per kind then per folder; node_modules is dropped whole.
+  std::vector<std::string> rows;
+  for (const auto& kind : entries) {
+    rows.push_back(kind->label());
+    for (const auto& item : kind->items())
+      rows.push_back(item->label() + " | " + item->extraInfo() + " | " +
+                     std::to_string(item->selection() == CleanupEntry::Selection::on));
+  }
+  EXPECT_THAT(rows,
+              ElementsAre("Rust \u2013 target", "big/target | ~/code/big | 0", "medium/target | ~/code/medium | 0",
+                          "Ruby \u2013 vendor/bundle", "vendor/bundle | ~/code/rails/vendor | 0"));
+  EXPECT_THAT(entries[0]->items()[0]->paths(), ElementsAre(home / "code/big/target"));
+}
+
+TEST_F(ProjectBuildsScannerTest, UnreadableFoldersAreSkippedSilently) {
+  project("code/locked/app/Cargo.toml", {"target"});
+  project("code/open/Cargo.toml", {"target"});
+  fs::permissions(home / "code/locked", fs::perms::none);
+  auto failures = test::runUnprivileged(home.parent_path(), [&]() -> std::string {
+    auto targets = relative(ProjectBuildsScanner::findFolders({}), Kind::rustTarget);
+    return targets == std::vector<std::string>{"code/open/target"} ? "" : "unexpected targets";
+  });
+  fs::permissions(home / "code/locked", fs::perms::owner_all);
+  if (!failures) GTEST_SKIP() << "no unprivileged user to run as";
+  EXPECT_EQ(*failures, "");
+}
+
+}  // namespace
+}  // namespace tw

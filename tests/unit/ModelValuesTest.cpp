@@ -1,0 +1,333 @@
+// Model values and entry kinds: Apple build numbers, versions, the device table, Xcode entries' texts.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <limits>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "model/AppleBuild.h"
+#include "model/AppleDevices.h"
+#include "model/Version.h"
+#include "model/XcodeEntries.h"
+#include "platform/CsvReader.h"
+#include "platform/FileDates.h"
+#include "platform/TextLocale.h"
+#include "support/LogCapture.h"
+#include "support/TempDir.h"
+
+namespace tw {
+namespace {
+
+using namespace std::chrono;
+using test::LogCapture;
+using ::testing::HasSubstr;
+using OSType = DeviceSupportFileEntry::OSType;
+using Icon = CleanupEntry::Icon;
+
+Version version(std::string_view text) { return *Version::fromString(text); }
+
+TEST(AppleBuild, SplitsNumberLetterAndDailyPart) {
+  struct Case {
+    std::string text;
+    std::optional<int64_t> major;
+    std::optional<std::string> letter;
+    std::string daily;
+  };
+  const std::vector<Case> cases = {
+      {"21A5248p", 21, "A", "5248p"},
+      {"15", 15, std::nullopt, ""},
+      {"   ", std::nullopt, std::nullopt, ""},
+      {" 21 E219", 21, "E", "219"},          // white space before the number and the letter is skipped
+      {" 21 A \n 5248p", 21, "A", "5248p"},  // and before the daily part
+      {"(21E219)", std::nullopt, "(", "21E219)"},
+      {"-3A1", -3, "A", "1"},
+      {"99999999999999999999Z", std::numeric_limits<int64_t>::max(), "Z", ""},
+      {"20e\xCC\x81x", 20, "e\xCC\x81", "x"},  // e with a combining accent is one character
+  };
+  for (const auto& c : cases) {
+    AppleBuild build(c.text);
+    EXPECT_EQ(build.major, c.major) << c.text;
+    EXPECT_EQ(build.minor, c.letter) << c.text;
+    EXPECT_EQ(build.daily, c.daily) << c.text;
+    EXPECT_EQ(build.toString(), c.text);
+  }
+  EXPECT_EQ(AppleBuild("21E219"), AppleBuild(" 21 E219"));  // equality compares the parts
+  EXPECT_EQ(AppleBuild("21A5248p"), AppleBuild(" 21 A 5248p"));
+  EXPECT_NE(AppleBuild("A1"), AppleBuild("0A1"));  // an absent number differs from 0
+}
+
+TEST(AppleBuild, OrdersByNumberThenLetterThenDailyTextLiterally) {
+  // Each build comes strictly before the next one: a missing number counts as 0, no letter
+  // comes before a letter, upper case before lower case, daily parts compare as text.
+  const std::vector<std::string> ascending = {
+      "-2A",  "",       "A1",  "1A",   "9Z",   "21",     "21A5248p", "21A559",
+      "21B5", "21E999", "21F", "21a1", "22A1", "22A100", "22A99",
+  };
+  for (size_t i = 0; i + 1 < ascending.size(); ++i) {
+    AppleBuild earlier(ascending[i]);
+    AppleBuild later(ascending[i + 1]);
+    EXPECT_TRUE(earlier < later) << ascending[i] << " < " << ascending[i + 1];
+    EXPECT_FALSE(later < earlier) << ascending[i + 1] << " < " << ascending[i];
+  }
+  // A number decides as soon as one side has it.
+  EXPECT_FALSE(AppleBuild("0B") < AppleBuild("A"));
+  EXPECT_FALSE(AppleBuild("A") < AppleBuild("0B"));
+  EXPECT_TRUE(AppleBuild("(20E247)") < AppleBuild("(21E219)"));
+}
+
+std::optional<std::string> printed(const std::optional<Version>& version) {
+  return version ? std::optional<std::string>(version->toString()) : std::nullopt;
+}
+
+TEST(Version, ParsesTwoAndThreePartsAndPrintsThemBack) {
+  // Empty pieces are dropped, nothing is trimmed.
+  const std::vector<std::pair<std::string, std::optional<std::string>>> cases = {
+      {"15.2.0", "15.2.0"},
+      {".1..2.", "1.2"},
+      {"007.08", "7.8"},
+      {"18446744073709551615.1", "18446744073709551615.1"},
+      {"18446744073709551616.1", std::nullopt},
+      {"15", std::nullopt},
+      {"1.2.3.4", std::nullopt},
+      {"1.2.3..4", std::nullopt},
+      {" 15.2", std::nullopt},
+      {"-1.2", std::nullopt},
+      {"１.２", std::nullopt},
+  };
+  for (const auto& [text, expected] : cases) EXPECT_EQ(printed(Version::fromString(text)), expected) << text;
+}
+
+TEST(Version, OrdersByMajorMinorAndPatch) {
+  const std::vector<std::string> ascending = {"2.0", "9.9.9", "10.0", "16.0", "16.0.1", "16.1", "16.10", "17.0"};
+  for (size_t i = 0; i + 1 < ascending.size(); ++i) {
+    const Version earlier = version(ascending[i]), later = version(ascending[i + 1]);
+    EXPECT_TRUE(earlier < later && !(later < earlier)) << ascending[i];
+  }
+  // An absent patch equals a zero patch, though it prints differently.
+  EXPECT_EQ(version("15.2"), version("15.2.0"));
+  EXPECT_FALSE(version("15.2") < version("15.2.0"));
+  EXPECT_FALSE(version("15.2.0") < version("15.2"));
+}
+
+TEST(Version, ReadsTheOperatingSystemVersionRecord) {
+  const std::vector<std::pair<std::string, std::optional<std::string>>> cases = {
+      {"NSOperatingSystemVersion(majorVersion: 17, minorVersion: 4, patchVersion: 0)", "17.4"},
+      {"NSOperatingSystemVersion(majorVersion: 17, minorVersion: 4, patchVersion: 1)", "17.4.1"},
+      {"NSOperatingSystemVersion{majorVersion/9,minorVersion/3,patchVersion/00}", "9.3.0"},
+      {"NSOperatingSystemVersion(majorVersion: 17,\nminorVersion: 4, patchVersion: 1)", std::nullopt},
+      {"NSOperatingSystemVersion(MajorVersion: 17, minorVersion: 4, patchVersion: 1)", std::nullopt},
+      {"majorVersion: 17, minorVersion: 4, patchVersion: 1", std::nullopt},  // read as a dotted version
+      {"17.4", "17.4"},
+  };
+  for (const auto& [text, expected] : cases) EXPECT_EQ(printed(Version::parse(text)), expected) << text;
+  EXPECT_FALSE(Version::fromVersionRecordText("majorVersion: 99999999999999999999, minorVersion: 1, patchVersion: 1"));
+}
+
+AppleDevices tableFrom(const test::TempDir& dir, std::string_view csv) {
+  test::writeFile(dir / "device_identifiers.csv", csv);
+  return AppleDevices::fromFile(dir / "device_identifiers.csv");
+}
+
+TEST(AppleDevices, LooksUpNamesWithTheTableRules) {
+  test::TempDir dir;
+  LogCapture log;
+  auto table = tableFrom(dir,
+                         "model,identifier,name,year\r\n"
+                         "x,\"iPhone16,2\",iPhone 15 Pro Max,2023\r\n"
+                         "\r\n"                                              // empty lines are ignored
+                         "x,\"iPhone15,2\",\"  iPhone 14 Pro \t\",2022\r\n"  // trimmed
+                         "x,\"Watch7,1\",,2023\n"                            // empty name: the identifier
+                         "x,\"Watch7,2\",N/A,2023\n"                         // a "no value" word
+                         "x,NULL,Nobody,2023\n"                              // no identifier: skipped
+                         "x,\"AppleTV14,1\",Apple TV,2022\n"
+                         "x,\"AppleTV14,1\",Apple TV 4K (3rd generation),2022\n"  // last row wins
+                         "x,\"Odd,1\",\"Say \"\"hi\"\", C:\\dir\",2020\n"         // doubled quotes, no escapes
+                         "x,\"Multi,1\",\"Two\nLines\n\",2020\n");
+  EXPECT_TRUE(log.lines().empty());
+  const std::vector<std::pair<std::string, std::string>> names = {
+      {"iPhone16,2", "iPhone 15 Pro Max"},
+      {"iPhone15,2", "iPhone 14 Pro"},
+      {"Watch7,1", "Watch7,1"},
+      {"Watch7,2", "Watch7,2"},
+      {"NULL", "NULL"},
+      {"AppleTV14,1", "Apple TV 4K (3rd generation)"},
+      {"Odd,1", "Say \"hi\", C:\\dir"},
+      {"Multi,1", "Two\nLines"},
+      {"Unknown9,9", "Unknown9,9"},
+      {"", "Unknown Device"},
+  };
+  for (const auto& [identifier, name] : names) EXPECT_EQ(table.lookup(identifier), name);
+  EXPECT_EQ(table.size(), 7u);
+  // A column holding only numbers or booleans is read as such: its cells are no text.
+  EXPECT_EQ(tableFrom(dir, "identifier,name\nA1,1\nA2,2.5\n").lookup("A1"), "A1");
+  EXPECT_EQ(tableFrom(dir, "identifier,name\ntrue,Yes\nFALSE,No\n").size(), 0u);
+  EXPECT_EQ(CsvTable::parse("a\n1.5\nx\n").columnType(0), CsvTable::ColumnType::text);
+  EXPECT_TRUE(CsvTable::parse("\xEF\xBB\xBFidentifier,name\na,b\n").columnIndex("identifier"));  // no byte-order mark
+}
+
+TEST(AppleDevices, AMissingOrBrokenTableLogsOnceAndAnswersWithTheIdentifier) {
+  test::TempDir dir;
+  {
+    LogCapture log;
+    auto devices = AppleDevices::fromFile(dir / "device_identifiers.csv");
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_THAT(log.lines()[0], HasSubstr("AppleDevices: device_identifiers.csv missing in bundle."));
+    EXPECT_EQ(devices.lookup("iPhone16,2"), "iPhone16,2");
+  }
+  for (const auto& [contents, reason] : std::vector<std::pair<std::string, std::string>>{
+           {"identifier,name\n\"iPhone16,2,iPhone\n", "unterminated quoted field"},
+           {"identifier,name\niPh\"one,x\n", "misplaced quote"},
+           {"identifier,name\n\"a\"b,x\n", "after a closing quote"},
+           {"identifier,title\na,b\n", "\"name\" column"},
+           {"identifier,name\na,\xFF\xFE\n", "not UTF-8"},
+           {"identifier,name\nlonely\n", "line 2 has 1 field, the header has 2"},
+           {"identifier,name\n\"a,1\",b\nWatch7,1,Apple Watch\n", "line 3 has 3 fields"}}) {
+    LogCapture log;
+    auto devices = tableFrom(dir, contents);
+    ASSERT_EQ(log.lines().size(), 1u) << reason;
+    EXPECT_THAT(log.lines()[0], HasSubstr("AppleDevices: Unable to load device_identifiers.csv: "));
+    EXPECT_THAT(log.lines()[0], HasSubstr(reason));
+    EXPECT_EQ(devices.size(), 0u) << reason;
+  }
+}
+
+const EntryDate kMarch4 = sys_days{year{2024} / March / 4} + hours{9} + minutes{41};
+
+class XcodeEntries : public ::testing::Test {
+ protected:
+  ScopedTextLocale locale_{"en_US", "UTC"};
+  test::TempDir dir_;
+  ScopedAppleDevices devices_{tableFrom(dir_, "identifier,name\n\"iPhone15,2\",iPhone 14 Pro\n")};
+};
+
+TEST_F(XcodeEntries, VersionedAndDerivedDataEntriesShowTheirFacts) {
+  DeviceLogsFileEntry logs(version("17.2"), true);
+  EXPECT_EQ(logs.tooltipText(), "Old logs from Xcode 17.2");
+  EXPECT_EQ(logs.itemDescription(), "Logs from Xcode 17.2 ");
+  DocumentationCacheFileEntry cache(version("15.0.1"), false);
+  EXPECT_EQ(cache.tooltipText(), "Documentation cache files from Xcode 15.0.1");
+  DerivedDataFileEntry derived("My App", "/Users/me/My App/My App.xcworkspace", false);
+  EXPECT_EQ(derived.extraInfo(), "/Users/me/My App/My App.xcworkspace");
+  EXPECT_EQ(derived.itemDescription(), "My App /Users/me/My App/My App.xcworkspace");
+  SimulatorFileEntry simulator("iPhone 15", "5A1B-UDID", "iOS 17.4", false);
+  EXPECT_EQ(simulator.tooltipText(), "iPhone 15 iOS 17.4");
+  EXPECT_FALSE(simulator.tooltip());
+  // Entry kinds are leaves: they take paths but no children.
+  auto leaf = std::make_shared<DeviceLogsFileEntry>(version("16.4"), true);
+  leaf->addPath("/logs/a");
+  leaf->addItem(std::make_shared<DeviceLogsFileEntry>(version("16.3"), true));
+  EXPECT_EQ(leaf->paths().size(), 1u);
+  EXPECT_TRUE(leaf->items().empty());
+}
+
+TEST_F(XcodeEntries, DeviceSupportLabelsWithAndWithoutDevicesBuildsAndArchitectures) {
+  struct Case {
+    std::optional<std::string> device;
+    OSType type;
+    std::string version;
+    std::optional<std::string> build, architecture;
+    EntryDate date;
+    std::string label, tooltip;
+  };
+  const std::vector<Case> cases = {
+      {std::nullopt, OSType::iOS, "17.4", "(21E219)", std::nullopt, kMarch4, "iOS 17.4 (21E219)",
+       "iOS 17.4 (21E219) Mar 4, 2024"},
+      {"iPhone15,2", OSType::iOS, "17.4", "(21E219)", "arm64e", kMarch4, "iOS 17.4 (21E219) (iPhone 14 Pro)", ""},
+      {"iPhone99,9", OSType::watchOS, "10.1.1", std::nullopt, std::nullopt, kMarch4, "watchOS 10.1.1  (iPhone99,9)",
+       ""},
+      {std::nullopt, OSType::tvOS, "17.0", std::nullopt, std::nullopt, kMarch4, "tvOS 17.0 ", "tvOS 17.0  Mar 4, 2024"},
+      {std::nullopt, DeviceSupportFileEntry::osTypeFromName("ios"), "17.4", "21E219", std::nullopt, kMarch4,
+       " 17.4 21E219", "17.4 21E219 Mar 4, 2024"},
+      {std::nullopt, OSType::macOS, "14.4", std::nullopt, std::nullopt, distantPast(), "macOS 14.4 ",
+       "macOS 14.4  Jan 1, 1"},
+  };
+  for (const auto& c : cases) {
+    std::optional<AppleBuild> build;
+    if (c.build) build = AppleBuild(*c.build);
+    DeviceSupportFileEntry entry(c.device, c.type, version(c.version), build, c.date, c.architecture, false);
+    EXPECT_EQ(entry.label(), c.label);
+    if (!c.tooltip.empty()) {
+      EXPECT_EQ(entry.tooltipText(), c.tooltip) << c.label;
+    }
+  }
+}
+
+TEST_F(XcodeEntries, OSTypesComeFromExactNames) {
+  const std::vector<std::pair<std::string, OSType>> cases = {
+      {"iOS", OSType::iOS},           {"watchOS", OSType::watchOS}, {"tvOS", OSType::tvOS},  {"macOS", OSType::macOS},
+      {"visionOS", OSType::visionOS}, {"ios", OSType::other},       {"xrOS", OSType::other}, {"iOS ", OSType::other},
+  };
+  for (const auto& [name, type] : cases) EXPECT_EQ(DeviceSupportFileEntry::osTypeFromName(name), type) << name;
+}
+
+TEST_F(XcodeEntries, DeviceSupportIconsCoverTheVersionsWithTheirOwnPicture) {
+  const std::vector<std::tuple<OSType, std::string, std::string>> cases = {
+      {OSType::iOS, "2.0", "OS/iOS/2"},
+      {OSType::iOS, "1.0", "OS/iOS/Generic"},
+      {OSType::iOS, "19.0", "OS/iOS/Generic"},
+      {OSType::iOS, "26.0", "OS/iOS/26"},
+      {OSType::iOS, "27.0", "OS/iOS/Generic"},
+      {OSType::watchOS, "12.0", "OS/watchOS/Generic"},
+      {OSType::tvOS, "8.0", "OS/tvOS/Generic"},
+      {OSType::tvOS, "9.0", "OS/tvOS/9"},
+      {OSType::macOS, "11.7", "OS/macOS/Generic"},
+      {OSType::macOS, "15.4", "OS/macOS/15"},
+      {OSType::macOS, "16.0", "OS/macOS/Generic"},
+      {OSType::visionOS, "1.2", "OS/visionOS/Generic"},
+      {OSType::visionOS, "2.4", "OS/visionOS/2"},
+      {OSType::other, "26.0", "OS/iOS/Generic"},
+  };
+  for (const auto& [type, text, image] : cases) {
+    DeviceSupportFileEntry entry(std::nullopt, type, version(text), std::nullopt, kMarch4, std::nullopt, false);
+    EXPECT_EQ(entry.icon(), Icon::image(image)) << text << " " << DeviceSupportFileEntry::osTypeDisplayName(type);
+  }
+}
+
+TEST_F(XcodeEntries, DeviceSupportEntriesAreTheSameItemByTheirFacts) {
+  auto make = [](std::optional<std::string> device, std::string_view versionText, std::optional<AppleBuild> build,
+                 std::optional<std::string> architecture, EntryDate date = kMarch4) {
+    return DeviceSupportFileEntry(std::move(device), OSType::iOS, version(versionText), std::move(build), date,
+                                  std::move(architecture), false);
+  };
+  const auto base = make(std::nullopt, "17.4", AppleBuild("(21E219)"), std::nullopt);
+  EXPECT_TRUE(base == make(std::nullopt, "17.4.0", AppleBuild("(21E219)"), std::nullopt));
+  EXPECT_TRUE(base == make(std::nullopt, "17.4", AppleBuild("(21E219)"), std::nullopt, distantPast()));
+  EXPECT_FALSE(base == make(std::nullopt, "17.4.1", AppleBuild("(21E219)"), std::nullopt));
+  EXPECT_FALSE(base == make(std::nullopt, "17.4", std::nullopt, std::nullopt));
+  EXPECT_FALSE(base == make(std::nullopt, "17.4", AppleBuild("(21E219)"), "arm64e"));
+  EXPECT_FALSE(base == make("iPhone15,2", "17.4", AppleBuild("(21E219)"), std::nullopt));
+}
+
+TEST_F(XcodeEntries, ArchivesShowVersionBuildStatusAndDate) {
+  using Status = ArchiveFileEntry::SubmissionStatus;
+  ArchiveFileEntry shipped("Tidewell", "dev.tidewell.Tidewell", "2.1", "42", kMarch4, Status::success, false,
+                           "/archives/Tidewell.xcarchive");
+  EXPECT_EQ(shipped.label(), "2.1 (42) ✅");
+  const std::string date = shipped.extraInfo();
+  EXPECT_EQ(date.substr(0, 12), "3/4/24, 9:41") << date;
+  EXPECT_EQ(shipped.itemDescription(), "Tidewell 2.1 (42) (" + date + ")");
+  EXPECT_EQ(ArchiveFileEntry("App", "b", "1.0.1", "7", kMarch4, Status::failure, true, "/a").label(), "1.0.1 (7) ❌");
+  ArchiveFileEntry unsubmitted("App", "b", "1.0 beta", "7", kMarch4, Status::undefined, false, "/a.xcarchive");
+  EXPECT_EQ(unsubmitted.label(), "1.0 beta (7) ");  // ends with the space after the parenthesis
+  EXPECT_FALSE(unsubmitted.version().has_value());  // not a version
+}
+
+TEST(FileDates, CreationDateOfRealItemsAndMissingOnes) {
+  test::TempDir dir;
+  const auto before = system_clock::now() - seconds(5);
+  test::writeFile(dir / "folder/file", "x");
+  const auto created = fileCreationDate(dir / "folder");
+  ASSERT_TRUE(created.has_value());
+  EXPECT_GE(*created, before);
+  EXPECT_LE(*created, system_clock::now() + seconds(5));
+  // A link is examined itself, not its target: a dangling one still has a date.
+  std::filesystem::create_symlink(dir / "nowhere", dir / "dangling");
+  EXPECT_TRUE(fileCreationDate(dir / "dangling").has_value());
+  EXPECT_FALSE(fileCreationDate(dir / "missing").has_value());
+}
+
+}  // namespace
+}  // namespace tw
