@@ -367,13 +367,15 @@ std::vector<std::pair<Kind, fs::path>> sequentialOrder(const fs::path& home) {
 
 TEST_F(ProjectBuildsScannerTest, SystemRootsAreWalkedWithoutTheirPackageManagerTrees) {
   // "/opt" and "/usr/local" are found below the host's root, and so are the Homebrew trees
-  // that the walk must leave alone.
+  // that the walk must leave alone. "/opt" is a link here, as it sometimes is: a root is followed.
   const fs::path root = fixture.root();
-  for (const char* marker : {"opt/tool/Cargo.toml", "opt/homebrew/lib/Cargo.toml", "usr/local/Cellar/x/Cargo.toml",
-                             "usr/local/Homebrew/y/Cargo.toml", "usr/local/src/app/Cargo.toml"}) {
+  for (const char* marker : {"var/opt/tool/Cargo.toml", "var/opt/homebrew/lib/Cargo.toml",
+                             "usr/local/Cellar/x/Cargo.toml", "usr/local/Homebrew/y/Cargo.toml",
+                             "usr/local/src/app/Cargo.toml"}) {
     test::writeFile(root / marker, "x");
     fs::create_directories((root / marker).parent_path() / "target");
   }
+  fs::create_directory_symlink("var/opt", root / "opt");
   auto found = ProjectBuildsScanner::findFolders({});
   EXPECT_THAT(found[Kind::rustTarget],
               UnorderedElementsAre(root / "opt/tool/target", root / "usr/local/src/app/target"));
