@@ -177,9 +177,10 @@ TEST_F(Simulators, ClonesAreListedWhateverTheirRuntime) {
   writeDevice("XCTestDevices", "C1", {.name = "Clone 1 of iPhone 15", .runtime = kIOS16, .binary = true});
   writeDevice("XCTestDevices", "C4", {.name = "Deleted clone", .runtime = kIOS17, .isDeleted = true});
   writeFile(developer / "XCTestDevices/C6/device.plist", "not a property list");
-  EXPECT_EQ(describe(simulators::xctestClones(developer), "Clones"),
-            (std::vector<std::string>{"Clone 1 of iPhone 15 | C1 | iOS 16.4 | C1",
-                                      "Clone 2 of iPhone 15 | C3 | iOS 17.4 | C3"}));
+  const auto clones = simulators::xctestClones(developer);
+  EXPECT_EQ(describe(clones, "Clones"), (std::vector<std::string>{"Clone 1 of iPhone 15 | C1 | iOS 16.4 | C1",
+                                                                  "Clone 2 of iPhone 15 | C3 | iOS 17.4 | C3"}));
+  EXPECT_FALSE(clones.at(0)->tooltip());  // only the dyld caches' group explains itself
 }
 
 TEST_F(Simulators, DyldCachesAreListedInFinderOrder) {
@@ -189,6 +190,7 @@ TEST_F(Simulators, DyldCachesAreListedInFinderOrder) {
 
   auto result = simulators::dyldCaches(developer);
   ASSERT_EQ(result.size(), 1u);
+  EXPECT_TRUE(result[0]->tooltip());
   std::vector<std::filesystem::path> paths;
   for (const auto& item : result[0]->items()) paths.insert(paths.end(), item->paths().begin(), item->paths().end());
   EXPECT_EQ(paths,
