@@ -6,15 +6,10 @@
 #   bench/run-comb-bench.sh [work-folder]      (BUILD_DIR, RUNS override the defaults)
 set -euo pipefail
 
-source_dir="$(cd "$(dirname "$0")/.." && pwd)"
-build_dir="${BUILD_DIR:-$source_dir/build/measure-bench-release}"
-work="${1:-$(mktemp -d "${TMPDIR:-/tmp}/tidewell-comb-bench-XXXXXX")}"
+source "$(dirname "$0")/common.sh"
+bench_setup comb "${1:-}" comb_tree
 runs="${RUNS:-3}"
-mkdir -p "$work"
-
-cmake -S "$source_dir" -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTIDEWELL_BUILD_TESTS=OFF >/dev/null
-cmake --build "$build_dir" --target comb_tree >/dev/null
-comb="$build_dir/bench/comb_tree"
+comb="$bin/comb_tree"
 
 median() { sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
 

@@ -5,16 +5,10 @@
 #   bench/run-measure-bench.sh [work-folder]      (BUILD_DIR, RUNS, ENTRIES override the defaults)
 set -euo pipefail
 
-source_dir="$(cd "$(dirname "$0")/.." && pwd)"
-build_dir="${BUILD_DIR:-$source_dir/build/measure-bench-release}"
-work="${1:-$(mktemp -d "${TMPDIR:-/tmp}/tidewell-measure-bench-XXXXXX")}"
+source "$(dirname "$0")/common.sh"
+bench_setup measure "${1:-}" measure_tree reference_walker make_bench_tree
 runs="${RUNS:-5}"
 entries="${ENTRIES:-200000}"
-mkdir -p "$work"
-
-cmake -S "$source_dir" -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTIDEWELL_BUILD_TESTS=OFF >/dev/null
-cmake --build "$build_dir" --target measure_tree reference_walker make_bench_tree >/dev/null
-bin="$build_dir/bench"
 
 tree="$work/tree"
 [[ -d "$tree" ]] || "$bin/make_bench_tree" tree "$tree" "$entries"
