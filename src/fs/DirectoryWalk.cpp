@@ -38,7 +38,20 @@ constexpr int kFolderOpenFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC
 // descriptors the process may still open), a folder lets its descriptor go and its subfolders
 // reach it again by climbing from below (see Cursor). Depth-first order keeps the count near
 // the tree's depth, so the limit only bites in very deep, branching trees.
-int heldDescriptorLimit() { return static_cast<int>(std::clamp<size_t>(availableDescriptors() / 4, 2, 256)); }
+int heldDescriptorLimit(size_t available) { return static_cast<int>(std::clamp<size_t>(available / 4, 2, 256)); }
+
+// What one walking thread may have open at once besides the folders held for their subfolders:
+// its cursor, the folder it lists, two while it climbs or opens a subfolder and one for the
+// mount check. Each thread may also take the held count one past the limit before it sees it.
+constexpr size_t kDescriptorsPerThread = 6;
+
+// Whether the pool's threads and the calling one can all walk at once within the descriptors
+// the process may still open; otherwise the walk stays on the calling thread, whose needs a
+// quarter of them always covers.
+bool descriptorsAllowParallelWalk(size_t available, int heldLimit, const ThreadPool& pool) {
+  const size_t threads = size_t{pool.workerCount()} + 1;
+  return available >= static_cast<size_t>(heldLimit) + threads * kDescriptorsPerThread;
+}
 
 // One folder still to be listed, or listed with subfolders still to be opened. A node stays
 // alive while its stack slot or any child refers to it: the children need its descriptor or,
@@ -96,8 +109,11 @@ struct Cursor {
 
 class Walker {
  public:
-  Walker(std::filesystem::path folder, HardLinkTracker* tracker, ThreadPool* pool)
-      : folder_(std::move(folder)), tracker_(tracker), pool_(pool) {}
+  Walker(std::filesystem::path folder, HardLinkTracker* tracker, ThreadPool* pool, size_t availableDescriptors)
+      : folder_(std::move(folder)),
+        tracker_(tracker),
+        descriptorLimit_(heldDescriptorLimit(availableDescriptors)),
+        pool_(pool && descriptorsAllowParallelWalk(availableDescriptors, descriptorLimit_, *pool) ? pool : nullptr) {}
 
   int64_t run() {
     // Resolved from the folder the scan started at, like the removal: a cache folder reached
@@ -355,8 +371,8 @@ class Walker {
 
   const std::filesystem::path folder_;
   HardLinkTracker* const tracker_;
+  const int descriptorLimit_;
   ThreadPool* const pool_;
-  const int descriptorLimit_ = heldDescriptorLimit();
   ThreadPool::TaskGroup* group_ = nullptr;
   std::atomic<unsigned> handedOver_{0};
   std::atomic<int> heldDescriptors_{0};
@@ -384,7 +400,7 @@ int64_t allocatedSizeOfDirectory(const std::filesystem::path& folder, HardLinkTr
 #endif
   ThreadPool* walkPool = nullptr;
   if (mode == WalkMode::parallel) walkPool = pool ? pool : &ThreadPool::shared();
-  return Walker(folder, tracker, walkPool).run();
+  return Walker(folder, tracker, walkPool, availableDescriptors()).run();
 }
 
 }  // namespace tw

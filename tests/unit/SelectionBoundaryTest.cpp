@@ -36,9 +36,10 @@ std::string removalFailure(const fs::path& item) {
   return failureOf([&] { removeItem(item); });
 }
 
-// Failures of both walks (a pool of the child's own: it has none of the parent's workers).
+// Failures of both walks (a pool of the child's own, as many threads as a large Mac has: the
+// child has none of the parent's workers).
 std::string measuredWrongly(const fs::path& folder, int64_t expected) {
-  ThreadPool pool(4);
+  ThreadPool pool(12);
   const int64_t sequential = allocatedSizeOfDirectory(folder, nullptr, WalkMode::sequential);
   const int64_t parallel = allocatedSizeOfDirectory(folder, nullptr, WalkMode::parallel, &pool);
   if (sequential == expected && parallel == expected) return "";
@@ -179,7 +180,8 @@ TEST(SelectionBoundary, ParentFolderSwappedForALinkLosesNothingOutside) {
 // Under `ulimit -n 16`, a 30-folder chain and a tree branching at every level are measured and removed.
 TEST(SelectionBoundary, RemovalAndMeasurementWorkUnderSixteenDescriptors) {
   TempDir dir;
-  const fs::path chainRoot = dir / "DerivedData" / "Chain", combRoot = dir / "DerivedData" / "Comb";
+  const fs::path chainRoot = dir / "DerivedData" / "Chain", combRoot = dir / "DerivedData" / "Comb",
+                 wideRoot = dir / "DerivedData" / "Wide";
   fs::path chain = chainRoot, comb = combRoot;
   for (int level = 0; level < 30; ++level, chain /= "d") writeFileOfSize(chain / "file", 4096);
   int64_t combBytes = 0;
@@ -189,6 +191,15 @@ TEST(SelectionBoundary, RemovalAndMeasurementWorkUnderSixteenDescriptors) {
     combBytes += allocatedBytes(comb / "a" / "file") + allocatedBytes(comb / "c" / "file");
   }
   const int64_t chainBytes = 30 * allocatedBytes(chainRoot / "file");
+  // Many deep branches keep every thread of a parallel walk busy at once.
+  int64_t wideBytes = 0;
+  for (int branch = 0; branch < 12; ++branch) {
+    fs::path folder = wideRoot / ("branch" + std::to_string(branch));
+    for (int level = 0; level < 20; ++level, folder /= "d") {
+      writeFileOfSize(folder / "x" / "file", 4096);
+      wideBytes += allocatedBytes(folder / "x" / "file");
+    }
+  }
 
   const std::string failures = runInChild([&]() -> std::string {
     // The program itself holds a few descriptors (its log, the settings store) besides the
@@ -197,7 +208,8 @@ TEST(SelectionBoundary, RemovalAndMeasurementWorkUnderSixteenDescriptors) {
     const rlimit limit{16, 16};
     if (::setrlimit(RLIMIT_NOFILE, &limit) != 0) return "setrlimit failed";
     std::string result;
-    for (const auto& [folder, expected] : {std::pair{chainRoot, chainBytes}, std::pair{combRoot, combBytes}}) {
+    for (const auto& [folder, expected] :
+         {std::pair{chainRoot, chainBytes}, std::pair{combRoot, combBytes}, std::pair{wideRoot, wideBytes}}) {
       result += failureOf([&] { result += measuredWrongly(folder, expected); });
       result += removalFailure(folder);
     }
@@ -206,6 +218,7 @@ TEST(SelectionBoundary, RemovalAndMeasurementWorkUnderSixteenDescriptors) {
   EXPECT_EQ(failures, "");
   EXPECT_FALSE(fs::exists(chainRoot));
   EXPECT_FALSE(fs::exists(combRoot));
+  EXPECT_FALSE(fs::exists(wideRoot));
 }
 
 }  // namespace
