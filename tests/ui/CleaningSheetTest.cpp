@@ -1,12 +1,14 @@
-// The cleaning sheet's state machine and its relay from the deleting thread, the install
-// sheet's command and the application menu's fixed places.
+// The cleaning sheet's state machine and its relay from the deleting thread, the install sheet's
+// command, the application menu's fixed places and "Show in Files"; the window tests' main.
 #include <gtest/gtest.h>
 
+#include <QApplication>
 #include <QClipboard>
-#include <QGuiApplication>
+#include <QDBusConnection>
 #include <QMenu>
 #include <QMenuBar>
 #include <QSignalSpy>
+#include <QStandardPaths>
 #include <QTest>
 #include <thread>
 
@@ -14,6 +16,8 @@
 #include "support/DeveloperFolderFixture.h"
 #include "ui/AppDelegate.h"
 #include "ui/CleaningSheet.h"
+#include "ui/EntryIcons.h"
+#include "ui/FileManagerReveal.h"
 #include "ui/InstallSheet.h"
 #include "ui/MainWindow.h"
 
@@ -24,7 +28,6 @@ class CleaningSheetTest : public ::testing::Test {
  protected:
   std::unique_ptr<CleaningSheet> makeSheet(bool dryRun) {
     auto sheet = std::make_unique<CleaningSheet>(nullptr, alerts, sound, dryRun, std::chrono::milliseconds(30));
-    sheet->setState(CleaningState::idle("Initialization...", 0));
     sheet->show();
     return sheet;
   }
@@ -35,32 +38,30 @@ class CleaningSheetTest : public ::testing::Test {
 };
 
 TEST_F(CleaningSheetTest, NotificationsDriveTheStatesAndTheCloseComesAfterFinished) {
-  auto sheet = makeSheet(true);
+  CleaningSheet* sheet = makeSheet(true).release();  // deletes itself once closed
   EXPECT_EQ(sheet->headingText(), "(Dry run) Cleaning Xcode cache files...");
-  CleaningSheet* raw = sheet.get();
-  auto expectState = [raw](const QString& text, int progress) {
-    EXPECT_EQ(raw->currentText(), text);
-    EXPECT_EQ(raw->progressValue(), progress) << text.toStdString();
+  auto expectState = [sheet](const QString& text, int progress) {
+    EXPECT_EQ(sheet->currentText(), text);
+    EXPECT_EQ(sheet->progressValue(), progress) << text.toStdString();
   };
-  raw->deleteStarted();
+  sheet->deleteStarted();
   expectState("Initialization...", 0);
-  raw->deletingItem("derived data", "Sea Lion /p/Sea Lion.xcodeproj", 1, 3);
+  sheet->deletingItem("derived data", "Sea Lion /p/Sea Lion.xcodeproj", 1, 3);
   expectState("Derived Data: Sea Lion /p/Sea Lion.xcodeproj", 33);
-  raw->deletingItem("OLD LOGS", "Logs from Xcode 15", 3, 4);
+  sheet->deletingItem("OLD LOGS", "Logs from Xcode 15", 3, 4);
   expectState("Old Logs: Logs from Xcode 15", 75);
   // A failure shows an alert and leaves the state as it was.
-  raw->deleteFailed("Permission denied", "old logs", "");
+  sheet->deleteFailed("Permission denied", "old logs", "");
   expectState("Old Logs: Logs from Xcode 15", 75);
   ASSERT_EQ(alerts.shown.size(), 1u);
   EXPECT_EQ(QStringList({alerts.shown[0].message, alerts.shown[0].informativeText, alerts.shown[0].firstButton}),
             QStringList({"Failed to delete item",
                          "Following file couldn't be removed:\nOld Logs: -\n\n\nPermission denied", "OK"}));
 
-  QSignalSpy rescan(raw, &CleaningSheet::rescanRequested);
-  sheet.release();  // deletes itself once closed
-  raw->deleteFinished();
+  QSignalSpy rescan(sheet, &CleaningSheet::rescanRequested);
+  sheet->deleteFinished();
   expectState("Finished!", 100);
-  EXPECT_TRUE(raw->isVisible()) << "the sheet stays for the close delay";
+  EXPECT_TRUE(sheet->isVisible()) << "the sheet stays for the close delay";
   EXPECT_EQ(sound.plays, 0);
   ASSERT_TRUE(rescan.wait(2000));
   EXPECT_EQ(rescan.count(), 1);
@@ -83,9 +84,8 @@ TEST_F(CleaningSheetTest, StopClosesAtOnceCancelsAndRescansOnlyAfterTheEngineFin
   test::DeveloperFolderFixture folder(machine.developerFolder());
   auto devFiles = DevFiles::create(folder.developerFolder(), std::nullopt, std::nullopt);
   ASSERT_TRUE(devFiles.has_value());
-  auto relay = std::make_shared<CleaningRelay>(sheet.get());
+  auto relay = std::make_shared<CleaningRelay>(sheet.release());  // deletes itself once closed
   std::thread([&] { relay->deleteFinished(**devFiles); }).join();
-  sheet.release();  // deletes itself once closed
   ASSERT_TRUE(rescan.wait(2000));
   EXPECT_EQ(rescan.count(), 1);
   EXPECT_EQ(sound.plays, 1);
@@ -119,5 +119,50 @@ TEST_F(CleaningSheetTest, TheApplicationMenuHoldsTheUpdateItemAtIndexOneAndItsSe
   EXPECT_EQ(delegate.quitAction()->shortcut(), QKeySequence(QKeySequence::Quit));
 }
 
+class StandInFileManager : public QObject {
+  Q_OBJECT
+  Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
+ public slots:
+  void ShowItems(const QStringList& uris, const QString&) { shown = uris; }
+
+ public:
+  QStringList shown;
+};
+
+TEST(ShowInFiles, AsksTheFileManagerOnTheSessionBusForEveryPath) {
+  QDBusConnection bus = QDBusConnection::sessionBus();
+  if (!bus.isConnected()) GTEST_SKIP() << "no session bus: run through ctest (dbus-run-session)";
+  StandInFileManager fileManager;
+  ASSERT_TRUE(bus.registerObject("/org/freedesktop/FileManager1", &fileManager, QDBusConnection::ExportAllSlots));
+  ASSERT_TRUE(bus.registerService("org.freedesktop.FileManager1"));
+  revealInFileManager({"/Users/dev/Library/Developer/Xcode/DerivedData/Sea Lion-abc", "/tmp/other"});
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !fileManager.shown.isEmpty(); }, 5000));
+  EXPECT_EQ(fileManager.shown,
+            (QStringList{"file:///Users/dev/Library/Developer/Xcode/DerivedData/Sea%20Lion-abc", "file:///tmp/other"}));
+  bus.unregisterService("org.freedesktop.FileManager1");
+  bus.unregisterObject("/org/freedesktop/FileManager1");
+}
+
 }  // namespace
 }  // namespace tw
+
+// One offscreen QApplication; settings written through QSettings go to Qt's test locations, never the user's.
+int main(int argc, char** argv) {
+  if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+  QStandardPaths::setTestModeEnabled(true);
+  QApplication application(argc, argv);
+  QApplication::setOrganizationName(QStringLiteral("TidewellTests"));
+  tw::EntryIcons::loadResources();
+  ::testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+// Qt, fontconfig and the bus library keep caches for the process's life on purpose; ours are still reported.
+extern "C" const char* __lsan_default_suppressions() {
+  return "leak:libfontconfig\nleak:libQt6Core\nleak:libQt6Gui\nleak:libQt6Widgets\nleak:libQt6DBus\nleak:libdbus-1\n"
+         "leak:libglib-2.0\nleak:libcanberra\n";
+}
+#endif
+
+#include "CleaningSheetTest.moc"

@@ -4,11 +4,7 @@
 
 #include <QString>
 #include <deque>
-#include <filesystem>
-#include <optional>
-#include <vector>
 
-#include "platform/Host.h"
 #include "support/StandInEnvironment.h"
 #include "support/TempDir.h"
 #include "ui/Alerts.h"
@@ -18,10 +14,7 @@ namespace tw::test {
 
 struct ShownAlert {
   Alerts::Style style;
-  QString message;
-  QString informativeText;
-  QString firstButton;
-  QString secondButton;
+  QString message, informativeText, firstButton, secondButton;
 };
 
 class ScriptedAlerts : public Alerts {
@@ -45,8 +38,7 @@ class ScriptedAlerts : public Alerts {
   int panels = 0;
 };
 
-class CountingSound : public CompletionSound {
- public:
+struct CountingSound : CompletionSound {
   void play() override { ++plays; }
   int plays = 0;
 };

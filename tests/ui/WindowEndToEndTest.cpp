@@ -1,25 +1,15 @@
-// The real bundle started as from the desktop (no terminal, no launcher marker) on a generated
-// home, driven through the test-hook build's script driver under a virtual display: the title
-// shows the same total as `tidewell info`, a dry-run clean changes nothing on disk, a real
-// clean removes the ticked folders, raises the lifetime total and rescans. Reminders switched on
-// in its preferences window leave 52 pending requests and a user timer systemd accepts.
+// The real bundle started as from the desktop on a generated home under a virtual display and a private
+// session bus, driven through the test-hook build's script driver.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "app/Preferences.h"
 #include "platform/Host.h"
@@ -36,68 +26,59 @@ namespace {
 
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
+using Strings = std::vector<std::string>;
 
 class WindowEndToEnd : public ::testing::Test {
  protected:
   void SetUp() override {
     if (!std::getenv("DISPLAY")) GTEST_SKIP() << "needs a display: run through ctest (xvfb-run)";
     home = test::FixtureHome::write(scratch / "home");
-    fs::create_directories(scratch / "root");
-    fs::create_directories(scratch / "tmp");
-    fs::create_directories(scratch / "config");
-    fs::create_directories(scratch / "state");
-    // The window starts several times: answer the update check's question of the second start
-    // beforehand, as a user who declined it.
+    for (const char* folder : {"root", "tmp", "config", "state"}) fs::create_directories(scratch / folder);
+    // The window starts several times: the update check's question of the second start is declined beforehand.
+    setDefault(Preferences::Keys::automaticUpdateChecks, false);
+  }
+
+  void setDefault(const std::string& key, bool value) {
     Host host;
     host.home = scratch / "home";
     host.configDirectory = scratch / "config";
-    UserDefaults(UserDefaults::standardStorePath(host)).setBool(Preferences::Keys::automaticUpdateChecks, false);
+    UserDefaults(UserDefaults::standardStorePath(host)).setBool(key, value);
   }
 
-  test::ProcessOptions options(bool fromCommandLine) const {
-    test::ProcessOptions result;
-    result.environment = {{"TIDEWELL_TEST_HOME", (scratch / "home").string()},
-                          {"TIDEWELL_TEST_ROOT", (scratch / "root").string()},
-                          {"TMPDIR", (scratch / "tmp").string()},
-                          {"XDG_CONFIG_HOME", (scratch / "config").string()},
-                          {"XDG_STATE_HOME", (scratch / "state").string()},
-                          {"QT_QPA_PLATFORM", std::nullopt},
-                          {"TIDEWELL_FROM_COMMAND_LINE", std::nullopt}};
-    if (fromCommandLine) result.environment["TIDEWELL_FROM_COMMAND_LINE"] = "1";
-    return result;
+  test::ProcessResult run(std::vector<std::string> arguments, std::optional<std::string> fromCommandLine,
+                          std::optional<std::string> script = std::nullopt) const {
+    test::ProcessOptions options;
+    options.environment = {{"TIDEWELL_TEST_HOME", (scratch / "home").string()},
+                           {"TIDEWELL_TEST_ROOT", (scratch / "root").string()},
+                           {"TMPDIR", (scratch / "tmp").string()},
+                           {"XDG_CONFIG_HOME", (scratch / "config").string()},
+                           {"XDG_STATE_HOME", (scratch / "state").string()},
+                           {"QT_QPA_PLATFORM", std::nullopt},
+                           {"TIDEWELL_FROM_COMMAND_LINE", fromCommandLine},
+                           {"TIDEWELL_TEST_WINDOW_SCRIPT", script}};
+    return test::runProcess(TIDEWELL_EXECUTABLE, arguments, options);
   }
 
-  // Runs the window with the script's steps; each printed "key: value" line is returned by key
-  // (repeated keys in order).
-  std::multimap<std::string, std::string> runWindow(const std::string& steps) {
+  // Runs the window with the script's steps; each printed "key: value" line is returned by key, in order.
+  std::map<std::string, Strings> runWindow(const std::string& steps) {
     test::writeFile(scratch / "script", steps);
-    auto environment = options(false);
-    environment.environment["TIDEWELL_TEST_WINDOW_SCRIPT"] = (scratch / "script").string();
-    const auto result = test::runProcess(TIDEWELL_EXECUTABLE, {}, environment);
+    const auto result = run({}, std::nullopt, (scratch / "script").string());
     EXPECT_EQ(result.exitStatus, 0) << result.standardOutput << result.standardError;
     EXPECT_THAT(result.standardOutput, ::testing::Not(HasSubstr("timeout:"))) << result.standardOutput;
-    std::multimap<std::string, std::string> printed;
+    std::map<std::string, Strings> printed;
     std::istringstream lines(result.standardOutput);
     for (std::string line; std::getline(lines, line);) {
-      const auto colon = line.find(": ");
-      if (colon != std::string::npos) printed.emplace(line.substr(0, colon), line.substr(colon + 2));
+      if (const auto colon = line.find(": "); colon != std::string::npos)
+        printed[line.substr(0, colon)].push_back(line.substr(colon + 2));
     }
     return printed;
-  }
-
-  static std::vector<std::string> values(const std::multimap<std::string, std::string>& printed,
-                                         const std::string& key) {
-    std::vector<std::string> result;
-    for (auto [it, end] = printed.equal_range(key); it != end; ++it) result.push_back(it->second);
-    return result;
   }
 
   // Every path below the home with its size, to show that a dry run touches nothing.
   std::map<std::string, uintmax_t> listing() const {
     std::map<std::string, uintmax_t> result;
-    for (const auto& item : fs::recursive_directory_iterator(scratch / "home")) {
+    for (const auto& item : fs::recursive_directory_iterator(scratch / "home"))
       result[item.path().string()] = item.is_regular_file() && !item.is_symlink() ? item.file_size() : 0;
-    }
     return result;
   }
 
@@ -106,136 +87,96 @@ class WindowEndToEnd : public ::testing::Test {
 };
 
 TEST_F(WindowEndToEnd, ScanTotalMatchesInfoThenDryRunAndRealCleanRescan) {
-  const auto info = test::runProcess(TIDEWELL_EXECUTABLE, {"info"}, options(true));
+  const auto info = run({"info"}, "1");
   ASSERT_EQ(info.exitStatus, 0) << info.standardError;
   const std::string marker = "Total size available to clean: ";
   const auto at = info.standardOutput.rfind(marker);
   ASSERT_NE(at, std::string::npos) << info.standardOutput;
-  const std::string total =
-      info.standardOutput.substr(at + marker.size(), info.standardOutput.find('\n', at) - at - marker.size());
+  std::string total = info.standardOutput.substr(at + marker.size());
+  const std::string title = "Tidewell - " + total.substr(0, total.find('\n')) + " available to clean";
 
   // Dry run: confirmed with the dry-run text, the sheet says so, nothing on disk changes.
   const auto before = listing();
   auto printed = runWindow(
       "wait-scans 1\nprint title\nprint badge\ntick Derived Data\nprint selected\ndry-run on\nprint badge\n"
       "clean\nanswer Clean\nwait-scans 2\nprint saved\nquit\n");
-  EXPECT_EQ(values(printed, "title"), std::vector<std::string>{"Tidewell - " + total + " available to clean"});
-  EXPECT_EQ(values(printed, "badge"), (std::vector<std::string>{"hidden", "shown"}));
-  ASSERT_EQ(values(printed, "alert").size(), 1u);
-  EXPECT_THAT(values(printed, "alert")[0],
-              HasSubstr("Clean selected files | Tidewell is running in \"dry run\" mode."));
-  EXPECT_EQ(values(printed, "saved"), std::vector<std::string>{""});
-  const std::string selected = values(printed, "selected").at(0);
-  EXPECT_NE(selected, "Selected: Zero KB");
+  EXPECT_EQ(printed["title"], Strings{title});
+  EXPECT_EQ(printed["badge"], (Strings{"hidden", "shown"}));
+  ASSERT_EQ(printed["alert"].size(), 1u);
+  EXPECT_THAT(printed["alert"][0], HasSubstr("Clean selected files | Tidewell is running in \"dry run\" mode."));
+  EXPECT_EQ(printed["saved"], Strings{""});
+  EXPECT_NE(printed["selected"].at(0), "Selected: Zero KB");
   EXPECT_EQ(listing(), before) << "a dry run changed the disk";
 
   // For real: the derived data goes, the lifetime total grows, the rescan shows less.
   printed = runWindow(
       "dry-run off\nwait-scans 1\ntick Derived Data\nprint selected\nclean\nanswer Clean\nwait-scans 2\nprint title\n"
       "print saved\nquit\n");
-  ASSERT_EQ(values(printed, "alert").size(), 1u);
-  EXPECT_THAT(values(printed, "alert")[0], HasSubstr("Are you sure to proceed? This can't be undone."));
+  ASSERT_EQ(printed["alert"].size(), 1u);
+  EXPECT_THAT(printed["alert"][0], HasSubstr("Are you sure to proceed? This can't be undone."));
   for (const auto& folder : home.derivedDataProjects) EXPECT_FALSE(fs::exists(folder)) << folder;
   for (const auto& kept : home.keep) EXPECT_TRUE(fs::exists(kept)) << kept;
-  const std::string cleaned = values(printed, "selected").at(0).substr(std::string("Selected: ").size());
-  EXPECT_EQ(values(printed, "saved"), std::vector<std::string>{"You saved " + cleaned + " in total!"});
-  ASSERT_EQ(values(printed, "title").size(), 1u);
-  EXPECT_NE(values(printed, "title")[0], "Tidewell - " + total + " available to clean");
-  EXPECT_THAT(values(printed, "title")[0], HasSubstr(" available to clean"));
+  const std::string cleaned = printed["selected"].at(0).substr(std::string("Selected: ").size());
+  EXPECT_EQ(printed["saved"], Strings{"You saved " + cleaned + " in total!"});
+  ASSERT_EQ(printed["title"].size(), 1u);
+  EXPECT_NE(printed["title"][0], title);
+  EXPECT_THAT(printed["title"][0], HasSubstr(" available to clean"));
 }
 
-}  // namespace
-}  // namespace tw
-
-namespace tw {
-namespace {
-
-// The stand-in notification server on the test's session bus, for as long as the test runs.
-class NotificationServer {
- public:
-  explicit NotificationServer(const fs::path& record) {
-    const std::string program = TIDEWELL_NOTIFICATION_SERVER, recordPath = record.string(), answer;
-    char* arguments[] = {const_cast<char*>(program.c_str()), const_cast<char*>(recordPath.c_str()),
-                         const_cast<char*>(answer.c_str()), nullptr};
-    if (posix_spawn(&pid_, program.c_str(), nullptr, nullptr, arguments, environ) != 0) pid_ = -1;
-  }
-  ~NotificationServer() {
-    if (pid_ <= 0) return;
-    ::kill(pid_, SIGTERM);
-    ::waitpid(pid_, nullptr, 0);
-  }
-  NotificationServer(const NotificationServer&) = delete;
-  NotificationServer& operator=(const NotificationServer&) = delete;
-
-  // True once the server owns its name on the bus.
-  bool waitUntilPresent() const {
-    for (int attempt = 0; pid_ > 0 && attempt < 200; ++attempt) {
-      const auto owner = test::runProcess(
-          "/usr/bin/dbus-send", {"--session", "--print-reply", "--dest=org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                 "org.freedesktop.DBus.NameHasOwner", "string:org.freedesktop.Notifications"});
-      if (owner.standardOutput.find("boolean true") != std::string::npos) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    return false;
-  }
-
- private:
-  pid_t pid_ = -1;
-};
-
-std::vector<std::string> onCalendarDates(const fs::path& timer) {
-  std::vector<std::string> dates;
-  std::ifstream in(timer);
-  for (std::string line; std::getline(in, line);) {
-    if (line.rfind("OnCalendar=", 0) == 0) dates.push_back(line.substr(11));
-  }
-  return dates;
-}
-
+// Reminders switched on in the preferences window leave 52 pending requests and a user timer systemd accepts.
 TEST_F(WindowEndToEnd, RemindersSwitchedOnInPreferencesAreStoredAndTimed) {
   if (!fs::exists("/usr/bin/dbus-send") || !std::getenv("DBUS_SESSION_BUS_ADDRESS"))
     GTEST_SKIP() << "needs a private session bus: run through ctest (dbus-run-session)";
   const fs::path calls = scratch / "systemctl-calls";
   test::writeStandInTool(scratch / "root", "/usr/bin/systemctl", "echo \"$*\" >> " + test::shellQuoted(calls.string()));
-  NotificationServer server(scratch / "notify-calls");
-  ASSERT_TRUE(server.waitUntilPresent()) << "the stand-in notification server did not start";
-  Host host;
-  host.home = scratch / "home";
-  host.configDirectory = scratch / "config";
-  UserDefaults(UserDefaults::standardStorePath(host)).setBool(Preferences::Keys::notificationsEnabled, false);
+  // The stand-in notification server on the test's bus, stopped when the test ends.
+  const std::string server = TIDEWELL_NOTIFICATION_SERVER, record = (scratch / "notify-calls").string(), answer;
+  char* arguments[] = {const_cast<char*>(server.c_str()), const_cast<char*>(record.c_str()),
+                       const_cast<char*>(answer.c_str()), nullptr};
+  pid_t pid = -1;
+  ASSERT_EQ(posix_spawn(&pid, server.c_str(), nullptr, nullptr, arguments, environ), 0);
+  const std::shared_ptr<void> stop(nullptr, [pid](void*) { ::kill(pid, SIGTERM), ::waitpid(pid, nullptr, 0); });
+  const auto present = [] {
+    return test::runProcess("/usr/bin/dbus-send",
+                            {"--session", "--print-reply", "--dest=org.freedesktop.DBus", "/org/freedesktop/DBus",
+                             "org.freedesktop.DBus.NameHasOwner", "string:org.freedesktop.Notifications"})
+               .standardOutput.find("boolean true") != std::string::npos;
+  };
+  for (int attempt = 0; attempt < 200 && !present(); ++attempt)
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  ASSERT_TRUE(present()) << "the stand-in notification server did not start";
+  setDefault(Preferences::Keys::notificationsEnabled, false);
 
   // On, then another period: the second schedule replaces the first series.
-  const auto printed = runWindow(
+  auto printed = runWindow(
       "wait-scans 1\npreferences\nprint preferences\nreminders on\nprint preferences\nperiod Every week\n"
       "print preferences\nquit\n");
-  EXPECT_EQ(values(printed, "preferences"),
-            (std::vector<std::string>{"reminders off | Every month | pop-up disabled | dry run off",
-                                      "reminders on | Every month | pop-up enabled | dry run off",
-                                      "reminders on | Every week | pop-up enabled | dry run off"}));
+  EXPECT_EQ(printed["preferences"], (Strings{"reminders off | Every month | pop-up disabled | dry run off",
+                                             "reminders on | Every month | pop-up enabled | dry run off",
+                                             "reminders on | Every week | pop-up enabled | dry run off"}));
 
   const auto store = nlohmann::json::parse(test::readFile(scratch / "state/tidewell/pending-notifications.json"));
   const auto& requests = store.at("requests");
   ASSERT_EQ(requests.size(), 52u);
-  for (size_t i = 0; i < requests.size(); ++i) {
-    EXPECT_EQ(requests[i].at("identifier"), "dev.tidewell.Tidewell.scanReminder." + std::to_string(i));
-    EXPECT_EQ(requests[i].at("trigger").at("type"), "calendar");
-  }
-  // A week apart, each from the one before.
   const auto day = [&](size_t i) {
     const auto& trigger = requests[i].at("trigger");
-    return std::chrono::sys_days(std::chrono::year(trigger.at("year").get<int>()) /
-                                 trigger.at("month").get<int>() / trigger.at("day").get<int>());
+    EXPECT_EQ(trigger.at("type"), "calendar");
+    EXPECT_EQ(requests[i].at("identifier"), "dev.tidewell.Tidewell.scanReminder." + std::to_string(i));
+    return std::chrono::sys_days(std::chrono::year(trigger.at("year").get<int>()) / trigger.at("month").get<int>() /
+                                 trigger.at("day").get<int>());
   };
+  // A week apart, each from the one before.
   for (size_t i = 1; i < requests.size(); ++i) EXPECT_EQ((day(i) - day(i - 1)).count(), 7) << i;
 
-  const fs::path timer = scratch / "config/systemd/user/tidewell-scan-reminder.timer";
-  EXPECT_THAT(test::readFile(timer), HasSubstr("Persistent=true\n"));
-  const auto dates = onCalendarDates(timer);
-  ASSERT_EQ(dates.size(), 52u);
+  const std::string timer = test::readFile(scratch / "config/systemd/user/tidewell-scan-reminder.timer");
+  EXPECT_THAT(timer, HasSubstr("Persistent=true\n"));
+  Strings dates{"calendar"};
+  std::istringstream lines(timer);
+  for (std::string line; std::getline(lines, line);)
+    if (line.starts_with("OnCalendar=")) dates.push_back(line.substr(11));
+  ASSERT_EQ(dates.size(), 53u);
   if (fs::exists("/usr/bin/systemd-analyze")) {
-    std::vector<std::string> arguments{"calendar"};
-    arguments.insert(arguments.end(), dates.begin(), dates.end());
-    const auto checked = test::runProcess("/usr/bin/systemd-analyze", arguments);
+    const auto checked = test::runProcess("/usr/bin/systemd-analyze", dates);
     EXPECT_EQ(checked.exitStatus, 0) << checked.standardOutput << checked.standardError;
   }
   EXPECT_THAT(test::readCallLog(calls), ::testing::Contains("--user enable tidewell-scan-reminder.timer"));
