@@ -1,7 +1,6 @@
-// A notification server for tests on a private session bus: it owns
-// org.freedesktop.Notifications, appends each Notify call as one JSON line to the file named by
-// its first argument, and answers a tenth of a second later with the action named by its second
-// argument (or, when that is empty, by closing the notification).
+// A notification server for tests on a private session bus: it owns org.freedesktop.Notifications,
+// appends each Notify call as one JSON line to the file named by its first argument, and answers a
+// tenth of a second later with the action named by its second argument (when empty, by closing).
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QFile>
@@ -21,18 +20,15 @@ class StandInServer : public QObject {
  public slots:
   QStringList GetCapabilities() { return {"body", "actions", "sound"}; }
 
-  uint Notify(const QString& application, uint replacesId, const QString& icon, const QString& summary,
-              const QString& body, const QStringList& actions, const QVariantMap& hints, int timeout) {
+  uint Notify(const QString& application, uint, const QString&, const QString& summary, const QString& body,
+              const QStringList& actions, const QVariantMap& hints, int) {
     QJsonObject hintValues;
     for (auto it = hints.begin(); it != hints.end(); ++it) hintValues.insert(it.key(), it.value().toString());
-    QJsonObject call{{"application", application},
-                     {"replacesId", static_cast<int>(replacesId)},
-                     {"icon", icon},
-                     {"summary", summary},
-                     {"body", body},
-                     {"actions", QJsonArray::fromStringList(actions)},
-                     {"hints", hintValues},
-                     {"timeout", timeout}};
+    const QJsonObject call{{"application", application},
+                           {"summary", summary},
+                           {"body", body},
+                           {"actions", QJsonArray::fromStringList(actions)},
+                           {"hints", hintValues}};
     QFile record(recordPath_);
     if (record.open(QIODevice::Append)) record.write(QJsonDocument(call).toJson(QJsonDocument::Compact) + "\n");
     const uint id = ++lastId_;
@@ -43,36 +39,24 @@ class StandInServer : public QObject {
     return id;
   }
 
-  void CloseNotification(uint id) { emit NotificationClosed(id, 3); }
-
-  QString GetServerInformation(QString& vendor, QString& version, QString& specVersion) {
-    vendor = "Tidewell tests";
-    version = "1";
-    specVersion = "1.2";
-    return "stand-in";
-  }
-
  signals:
   void ActionInvoked(uint id, const QString& actionKey);
   void NotificationClosed(uint id, uint reason);
 
  private:
-  QString recordPath_;
-  QString answer_;
+  QString recordPath_, answer_;
   uint lastId_ = 0;
 };
 
 int main(int argc, char** argv) {
   QCoreApplication application(argc, argv);
-  const QStringList arguments = application.arguments();
-  StandInServer server(arguments.value(1), arguments.value(2));
+  StandInServer server(application.arguments().value(1), application.arguments().value(2));
   QDBusConnection bus = QDBusConnection::sessionBus();
-  if (!bus.registerObject("/org/freedesktop/Notifications", &server,
-                          QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals) ||
-      !bus.registerService("org.freedesktop.Notifications")) {
-    return 1;
-  }
-  return application.exec();
+  return bus.registerObject("/org/freedesktop/Notifications", &server,
+                            QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals) &&
+                 bus.registerService("org.freedesktop.Notifications")
+             ? application.exec()
+             : 1;
 }
 
 #include "NotificationServerStandIn.moc"

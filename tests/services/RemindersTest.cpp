@@ -1,23 +1,27 @@
-// Scan reminders: the dates of a series, scheduling against an in-memory centre, the Linux
-// centre that times them with a user timer, the preferences window and the launch services.
+// Scan reminders: the dates of a series, scheduling against an in-memory centre, the Linux centre that
+// times them with a user timer, the preferences window, the launch services and the delivery helper.
 #include <gtest/gtest.h>
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDBusConnection>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
 #include <QTest>
-#include <fstream>
-#include <regex>
+#include <sstream>
 #include <thread>
 
 #include "app/ScanReminders.h"
-#include "fs/Shell.h"
 #include "platform/TextLocale.h"
 #include "platform/UserTimerNotificationCenter.h"
-#include "support/LogCapture.h"
+#include "support/RunProcess.h"
 #include "support/StandInEnvironment.h"
 #include "support/StandInTools.h"
 #include "support/TempDir.h"
 #include "ui/ApplicationServices.h"
+#include "ui/DesktopNotifications.h"
 #include "ui/PreferencesWindow.h"
 
 namespace tw {
@@ -53,11 +57,8 @@ struct MemoryCenter : NotificationCenter {
     std::lock_guard lock(mutex);
     pending.insert(pending.end(), requests.begin(), requests.end());
   }
+  DateComponents firstTrigger() const { return std::get<CalendarTrigger>(pending.at(0).trigger).components; }
 };
-
-DateComponents firstTrigger(const MemoryCenter& center) {
-  return std::get<CalendarTrigger>(center.pending.at(0).trigger).components;
-}
 
 class ScanRemindersTest : public ::testing::Test {
  protected:
@@ -117,12 +118,11 @@ TEST_F(ScanRemindersTest, SeriesStepsFromThePreviousReminderInTheLocalCalendarAn
   }
 }
 
-TEST_F(ScanRemindersTest, SchedulingReplacesTheSeriesAndKeepsOtherRequests) {
+TEST_F(ScanRemindersTest, SchedulingReplacesTheSeriesInOrderAndKeepsOtherRequests) {
   center->pending.push_back({"org.example.Other.0", {"Other", "", false, ""}, TimeIntervalTrigger{60, false}});
   reminders.scheduleReminders(AuthorizationStatus::authorized, Period::everyMonth);
   now += 24h;
   reminders.scheduleReminders(AuthorizationStatus::authorized, Period::everyWeek);
-
   ASSERT_EQ(center->pending.size(), 53u);
   EXPECT_EQ(center->pending[0].identifier, "org.example.Other.0");
   auto dates = reminders.reminderDates(Period::everyWeek, 52);
@@ -137,10 +137,18 @@ TEST_F(ScanRemindersTest, SchedulingReplacesTheSeriesAndKeepsOtherRequests) {
   EXPECT_EQ(center->categories,
             (std::vector<NotificationCategory>{
                 {prefix + "category", {{prefix + "scan", "Scan", true}, {prefix + "dismiss", "Close", false}}}}));
-
   reminders.applySettings(false, Period::everyWeek);
   ASSERT_EQ(center->pending.size(), 1u);
   EXPECT_EQ(center->pending[0].identifier, "org.example.Other.0");
+
+  // Changes made in the background apply in the order they were made.
+  reminders.applySettingsInBackground(true, Period::everyMonth);
+  reminders.applySettingsInBackground(false, Period::everyMonth);
+  reminders.applySettingsInBackground(true, Period::every2weeks);
+  reminders.waitUntilIdle();
+  ASSERT_EQ(center->pending.size(), 53u);
+  EXPECT_EQ(center->pending[1].identifier, prefix + "0");
+  EXPECT_EQ(dateComponents(*reminders.nextReminderDate()), (DateComponents{2026, 3, 17, 10, 15, 30}));
 }
 
 TEST_F(ScanRemindersTest, NextReminderIsTheEarliestOfTheApplicationsOwn) {
@@ -167,22 +175,76 @@ TEST_F(ScanRemindersTest, NextReminderIsTheEarliestOfTheApplicationsOwn) {
   EXPECT_LT(std::chrono::steady_clock::now() - started, 1400ms);
 }
 
-TEST_F(ScanRemindersTest, BackgroundChangesApplyInOrder) {
-  reminders.applySettingsInBackground(true, Period::everyMonth);
-  reminders.applySettingsInBackground(false, Period::everyMonth);
-  reminders.applySettingsInBackground(true, Period::every2weeks);
-  reminders.waitUntilIdle();
-  ASSERT_EQ(center->pending.size(), 52u);
-  EXPECT_EQ(firstTrigger(*center), (DateComponents{2026, 3, 16, 10, 15, 30}));
-}
-
-Strings onCalendarDates(const fs::path& timer) {
-  Strings dates;
-  std::ifstream in(timer);
-  for (std::string line; std::getline(in, line);) {
-    if (line.starts_with("OnCalendar=")) dates.push_back(line.substr(11));
+class PreferencesWindowTest : public ScanRemindersTest {
+ protected:
+  std::unique_ptr<ui::PreferencesWindow> openWindow() {
+    auto window = std::make_unique<ui::PreferencesWindow>(
+        preferences, [this](bool enabled, Period period) { reminders.applySettings(enabled, period); });
+    window->show();
+    return window;
   }
-  return dates;
+  // The window's controls, then the stored settings.
+  static std::string shown(const ui::PreferencesWindow& window, const Preferences& stored) {
+    const auto on = [](bool value) { return std::string(value ? "on" : "off"); };
+    return on(window.notificationsEnabledButton()->isChecked()) + " " +
+           window.notificationsPeriodPopUpButton()->currentText().toStdString() + " " +
+           on(window.notificationsPeriodPopUpButton()->isEnabled()) + " " +
+           on(window.dryRunEnabledButton()->isChecked()) + " / " + on(stored.notificationsEnabled()) + " " +
+           on(stored.dryRunEnabled());
+  }
+  test::TempDir folder;
+  Preferences preferences{folder / "settings.plist"};
+};
+
+TEST_F(PreferencesWindowTest, ControlsShowTheStoredSettingsAndStoreEveryChangeAtOnce) {
+  struct Observer : PreferencesObserver {
+    void preferenceDidChange(const std::string& key) override { keys.push_back(key); }
+    Strings keys;
+  };
+  auto observer = std::make_shared<Observer>();
+  preferences.addObserver(observer);
+  auto window = openWindow();
+  EXPECT_EQ(shown(*window, preferences), "on Every month on off / on off");
+  auto* periods = window->notificationsPeriodPopUpButton();
+  EXPECT_EQ(periods->count(), 4);
+  const std::pair<Period, const char*> titles[] = {{Period::everyWeek, "Every week"},
+                                                   {Period::every2weeks, "Every 2 weeks"},
+                                                   {Period::everyMonth, "Every month"},
+                                                   {Period::every2Months, "Every 2 months"}};
+  for (int i = 0; const auto& [period, title] : titles) {
+    EXPECT_EQ(periods->itemText(i++), title);
+    preferences.setNotificationsPeriod(period);
+    window->loadSettings();
+    EXPECT_EQ(periods->currentText(), title);
+    EXPECT_EQ(ui::PreferencesWindow::periodOf(title), period);
+  }
+  EXPECT_EQ(ui::PreferencesWindow::periodOf("Every day"), std::nullopt);
+  preferences.setNotificationsEnabled(false);
+  preferences.setDryRunEnabled(true);
+  EXPECT_EQ(shown(*openWindow(), preferences), "off Every 2 months off on / off on");
+
+  // Every change is stored at once and moves the reminders.
+  preferences.setDryRunEnabled(false);
+  preferences.setNotificationsPeriod(Period::everyMonth);
+  window = openWindow();
+  observer->keys.clear();
+  QTest::mouseClick(window->notificationsEnabledButton(), Qt::LeftButton);
+  EXPECT_EQ(shown(*window, preferences), "on Every month on off / on off");
+  ASSERT_EQ(center->pending.size(), 52u);
+  EXPECT_EQ(center->firstTrigger(), dateComponents(reminders.reminderDates(Period::everyMonth, 1).at(0)));
+  // The keyboard picks the next period, as a user does in the pop-up.
+  window->notificationsPeriodPopUpButton()->setFocus();
+  QTest::keyClick(window->notificationsPeriodPopUpButton(), Qt::Key_Down);
+  EXPECT_EQ(preferences.notificationsPeriod(), Period::every2Months);
+  ASSERT_EQ(center->pending.size(), 52u);
+  EXPECT_EQ(center->firstTrigger(), dateComponents(reminders.reminderDates(Period::every2Months, 1).at(0)));
+  QTest::mouseClick(window->dryRunEnabledButton(), Qt::LeftButton);
+  QTest::mouseClick(window->notificationsEnabledButton(), Qt::LeftButton);
+  EXPECT_EQ(shown(*window, preferences), "off Every 2 months off on / off on");
+  EXPECT_TRUE(center->pending.empty());
+  using Keys = Preferences::Keys;
+  EXPECT_EQ(observer->keys, (Strings{Keys::notificationsEnabled, Keys::notificationsPeriod, Keys::dryRunEnabled,
+                                     Keys::notificationsEnabled}));
 }
 
 // The Linux centre on a machine of its own whose stand-in systemctl logs each call's arguments.
@@ -197,24 +259,30 @@ class UserTimerCenterTest : public ::testing::Test {
     auto all = test::readCallLog(calls);
     return all.size() < count ? all : Strings(all.end() - static_cast<long>(count), all.end());
   }
+  Strings timerDates() {
+    Strings dates;
+    std::istringstream lines(test::readFile(center->timerPath()));
+    for (std::string line; std::getline(lines, line);)
+      if (line.starts_with("OnCalendar=")) dates.push_back(line.substr(11));
+    return dates;
+  }
 
   test::TempDir root;
   Host host = test::hostWithRoot(root.path());
   ScopedHost scopedHost{host};
   fs::path calls = root / "systemctl-calls";
-  const std::string helper = "/opt/My Apps/Tidewell.app/Contents/MacOS/tidewell-remind";
-  bool serverPresent = true;
+  const fs::path helper = root / "My Apps/Tidewell.app/Contents/MacOS/tidewell-remind";
+  std::function<bool()> serverPresent = [] { return true; };
   std::shared_ptr<UserTimerNotificationCenter> center = std::static_pointer_cast<UserTimerNotificationCenter>(
-      makeDesktopNotificationCenter(host, helper, [this] { return serverPresent; }));
+      makeDesktopNotificationCenter(host, helper, [this] { return serverPresent(); }));
   ScanReminders reminders{center, "dev.tidewell.Tidewell"};
   NotificationRequest other{"org.example.Other.0", {"Other", "Body", false, ""}, TimeIntervalTrigger{86400, false}};
 };
 
-TEST_F(UserTimerCenterTest, ScheduledSeriesIsStoredAndTimedByAUserTimer) {
+TEST_F(UserTimerCenterTest, ScheduledSeriesIsStoredAndTimedByAUserTimerAndWithdrawnWithTheLastRequest) {
   center->addRequests({other});
   reminders.applySettings(true, Period::everyWeek);
   reminders.applySettings(true, Period::everyMonth);
-
   EXPECT_EQ(center->storePath(), root / "home/.local/state/tidewell/pending-notifications.json");
   auto pending = center->pendingRequests();
   ASSERT_EQ(pending.size(), 53u);
@@ -223,36 +291,31 @@ TEST_F(UserTimerCenterTest, ScheduledSeriesIsStoredAndTimedByAUserTimer) {
   EXPECT_EQ(center->notificationCategories().at(0).actions.at(1).title, "Close");
   // A second reader sees the same requests: nothing lives only in memory.
   EXPECT_EQ(makeDesktopNotificationCenter(host, "", {})->pendingRequests(), pending);
-
-  EXPECT_NE(test::readFile(center->servicePath()).find("ExecStart=\"" + helper + "\" --deliver"), std::string::npos);
-  EXPECT_NE(test::readFile(center->timerPath()).find("Persistent=true\n"), std::string::npos);
-  auto dates = onCalendarDates(center->timerPath());
-  ASSERT_EQ(dates.size(), 53u);  // the other request's date too: the centre delivers every request
-  EXPECT_TRUE(std::regex_match(dates[0], std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d UTC)"))) << dates[0];
+  EXPECT_NE(test::readFile(center->servicePath()).find("ExecStart=\"" + helper.string() + "\" --deliver"),
+            std::string::npos);
+  EXPECT_EQ(timerDates().size(), 53u);  // the other request's date too: the centre delivers every request
   EXPECT_EQ(lastCalls(3), (Strings{"--user daemon-reload", "--user enable tidewell-scan-reminder.timer",
                                    "--user restart tidewell-scan-reminder.timer"}));
-  if (fs::exists("/usr/bin/systemd-analyze")) {
-    dates.insert(dates.begin(), "calendar");
-    ScopedHost realRoot{Host::fromProcess()};
-    auto checked = Shell::run("/usr/bin/systemd-analyze", dates);
-    EXPECT_EQ(checked.status, 0) << checked.output;
-  }
-}
 
-TEST_F(UserTimerCenterTest, WithdrawingRemovesOnlyTheApplicationsRequestsAndTheTimerWithTheLast) {
-  reminders.applySettings(true, Period::everyWeek);
-  center->addRequests({other});
+  // Withdrawing removes only the application's requests, and the timer with the last one.
   reminders.applySettings(false, Period::everyWeek);
   ASSERT_EQ(center->pendingRequests().size(), 1u);
-  EXPECT_EQ(onCalendarDates(center->timerPath()).size(), 1u);
-
+  EXPECT_EQ(timerDates().size(), 1u);
   center->removePendingRequests({"org.example.Other.0"});
   EXPECT_FALSE(fs::exists(center->timerPath()));
   EXPECT_FALSE(fs::exists(center->servicePath()));
   EXPECT_EQ(lastCalls(2), (Strings{"--user disable --now tidewell-scan-reminder.timer", "--user daemon-reload"}));
 }
 
-TEST_F(UserTimerCenterTest, WithoutUserSystemdTheLogSaysSoAndLoginChecksTheDates) {
+TEST_F(UserTimerCenterTest, WithoutUserSystemdOrNotificationServer) {
+  // No notification server: nothing is scheduled, and it is asked again.
+  serverPresent = [] { return false; };
+  EXPECT_EQ(center->authorizationStatus(), AuthorizationStatus::notDetermined);
+  reminders.applySettings(true, Period::everyWeek);
+  EXPECT_TRUE(center->pendingRequests().empty());
+  serverPresent = [] { return true; };
+
+  // No user systemd: the log says so and every login checks the dates.
   useSystemctl("echo 'Failed to connect to bus: No medium found' >&2; exit 1");
   test::LogCapture log;
   reminders.applySettings(true, Period::everyWeek);
@@ -260,19 +323,10 @@ TEST_F(UserTimerCenterTest, WithoutUserSystemdTheLogSaysSoAndLoginChecksTheDates
   EXPECT_EQ(log.lines(),
             (Strings{"⚠️ ScanReminders: No user systemd to time the reminders (Failed to connect to bus: "
                      "No medium found); they are checked at every login instead"}));
-  EXPECT_NE(test::readFile(center->autostartPath()).find("Exec=\"" + helper + "\" --deliver"), std::string::npos);
+  EXPECT_NE(test::readFile(center->autostartPath()).find("Exec=\"" + helper.string() + "\" --deliver"),
+            std::string::npos);
   reminders.applySettings(false, Period::everyWeek);
   EXPECT_FALSE(fs::exists(center->autostartPath()));
-}
-
-TEST_F(UserTimerCenterTest, WithoutNotificationServerNothingIsScheduledAndItIsAskedAgain) {
-  serverPresent = false;
-  EXPECT_EQ(center->authorizationStatus(), AuthorizationStatus::notDetermined);
-  reminders.applySettings(true, Period::everyWeek);
-  EXPECT_TRUE(center->pendingRequests().empty());
-  serverPresent = true;
-  reminders.applySettings(true, Period::everyWeek);
-  EXPECT_EQ(center->pendingRequests().size(), 52u);
 }
 
 TEST_F(UserTimerCenterTest, DueRequestsAreTakenOnceAndAnUnreadableStoreIsSetAside) {
@@ -285,7 +339,7 @@ TEST_F(UserTimerCenterTest, DueRequestsAreTakenOnceAndAnUnreadableStoreIsSetAsid
   ASSERT_EQ(due.size(), 2u);
   EXPECT_EQ(due[0].identifier + due[1].identifier, "ca");
   EXPECT_TRUE(center->takeDueRequests(now).empty());
-  EXPECT_EQ(onCalendarDates(center->timerPath()), (Strings{"2099-01-01 00:00:00 UTC"}));
+  EXPECT_EQ(timerDates(), (Strings{"2099-01-01 00:00:00 UTC"}));
 
   test::writeFile(center->storePath(), "{\"requests\": [");
   test::LogCapture log;
@@ -293,82 +347,6 @@ TEST_F(UserTimerCenterTest, DueRequestsAreTakenOnceAndAnUnreadableStoreIsSetAsid
   EXPECT_TRUE(fs::exists(center->storePath().string() + ".corrupt"));
   ASSERT_EQ(log.lines().size(), 1u);
   EXPECT_TRUE(log.lines()[0].starts_with("⚠️ ScanReminders: Pending reminders in "));
-}
-
-struct RecordingObserver : PreferencesObserver {
-  void preferenceDidChange(const std::string& key) override { keys.push_back(key); }
-  Strings keys;
-};
-
-class PreferencesWindowTest : public ScanRemindersTest {
- protected:
-  void SetUp() override { preferences.addObserver(observer); }
-  std::unique_ptr<ui::PreferencesWindow> openWindow() {
-    auto window = std::make_unique<ui::PreferencesWindow>(
-        preferences, [this](bool enabled, Period period) { reminders.applySettings(enabled, period); });
-    window->show();
-    return window;
-  }
-  test::TempDir folder;
-  Preferences preferences{folder / "settings.plist"};
-  std::shared_ptr<RecordingObserver> observer = std::make_shared<RecordingObserver>();
-};
-
-TEST_F(PreferencesWindowTest, ControlsShowTheStoredSettingsAndStoreEveryChangeAtOnce) {
-  auto window = openWindow();
-  auto* periods = window->notificationsPeriodPopUpButton();
-  EXPECT_TRUE(window->notificationsEnabledButton()->isChecked());
-  EXPECT_TRUE(periods->isEnabled());
-  EXPECT_EQ(periods->currentText(), "Every month");
-  EXPECT_FALSE(window->dryRunEnabledButton()->isChecked());
-  EXPECT_EQ(periods->count(), 4);
-  const std::pair<Period, const char*> titles[] = {{Period::everyWeek, "Every week"},
-                                                   {Period::every2weeks, "Every 2 weeks"},
-                                                   {Period::everyMonth, "Every month"},
-                                                   {Period::every2Months, "Every 2 months"}};
-  for (int i = 0; const auto& [period, title] : titles) {
-    EXPECT_EQ(periods->itemText(i++), title);
-    preferences.setNotificationsPeriod(period);
-    window->loadSettings();
-    EXPECT_EQ(periods->currentText(), title);
-    EXPECT_EQ(ui::PreferencesWindow::periodOf(title), period);
-  }
-  EXPECT_EQ(ui::PreferencesWindow::periodOf("Every day"), std::nullopt);
-
-  preferences.setNotificationsEnabled(false);
-  preferences.setDryRunEnabled(true);
-  window = openWindow();
-  EXPECT_FALSE(window->notificationsEnabledButton()->isChecked());
-  EXPECT_FALSE(window->notificationsPeriodPopUpButton()->isEnabled());
-  EXPECT_TRUE(window->dryRunEnabledButton()->isChecked());
-
-  // Every change is stored at once and moves the reminders.
-  preferences.setDryRunEnabled(false);
-  preferences.setNotificationsPeriod(Period::everyMonth);
-  window = openWindow();
-  observer->keys.clear();
-  QTest::mouseClick(window->notificationsEnabledButton(), Qt::LeftButton);
-  EXPECT_TRUE(preferences.notificationsEnabled());
-  EXPECT_TRUE(window->notificationsPeriodPopUpButton()->isEnabled());
-  ASSERT_EQ(center->pending.size(), 52u);
-  EXPECT_EQ(firstTrigger(*center), dateComponents(reminders.reminderDates(Period::everyMonth, 1).at(0)));
-
-  // The keyboard picks the next period, as a user does in the pop-up.
-  window->notificationsPeriodPopUpButton()->setFocus();
-  QTest::keyClick(window->notificationsPeriodPopUpButton(), Qt::Key_Down);
-  EXPECT_EQ(preferences.notificationsPeriod(), Period::every2Months);
-  ASSERT_EQ(center->pending.size(), 52u);
-  EXPECT_EQ(firstTrigger(*center), dateComponents(reminders.reminderDates(Period::every2Months, 1).at(0)));
-
-  QTest::mouseClick(window->dryRunEnabledButton(), Qt::LeftButton);
-  EXPECT_TRUE(preferences.dryRunEnabled());
-  QTest::mouseClick(window->notificationsEnabledButton(), Qt::LeftButton);
-  EXPECT_FALSE(preferences.notificationsEnabled());
-  EXPECT_FALSE(window->notificationsPeriodPopUpButton()->isEnabled());
-  EXPECT_TRUE(center->pending.empty());
-  using Keys = Preferences::Keys;
-  EXPECT_EQ(observer->keys, (Strings{Keys::notificationsEnabled, Keys::notificationsPeriod, Keys::dryRunEnabled,
-                                     Keys::notificationsEnabled}));
 }
 
 TEST_F(UserTimerCenterTest, LaunchWithRemindersOffWithdrawsThemAfterLoggingWhatWasPending) {
@@ -393,6 +371,95 @@ TEST_F(UserTimerCenterTest, LaunchWithRemindersOffWithdrawsThemAfterLoggingWhatW
   again.finishLaunching();
   again.reminders().waitUntilIdle();
   EXPECT_EQ(log.lines().at(0), "❕ No reminder scheduled!");
+}
+
+// The reminder helper against the stand-in notification server on the test's private session bus.
+class ReminderDeliveryTest : public UserTimerCenterTest {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(QDBusConnection::sessionBus().isConnected()) << "run under dbus-run-session";
+    fs::create_directories(helper.parent_path());
+    fs::copy_file(TIDEWELL_REMIND_HELPER, helper);
+    // The window, as the helper starts it: it records whether the command-line marker reached it.
+    test::writeStandInTool(root.path(), "/My Apps/Tidewell.app/Contents/MacOS/tidewell",
+                           "echo \"window marker=[$TIDEWELL_FROM_COMMAND_LINE]\" > " +
+                               test::shellQuoted((root / "window-started").string()));
+    useSystemctl("exit 0");
+    // A weekly series scheduled eight days ago: its first reminder is a day overdue.
+    ScanReminders(center, "dev.tidewell.Tidewell", [] {
+      return std::chrono::system_clock::now() - 192h;
+    }).scheduleReminders(AuthorizationStatus::authorized, Period::everyWeek);
+  }
+  void TearDown() override { server.kill(), server.waitForFinished(); }
+
+  void startServer(const QString& answer) {
+    server.start(TIDEWELL_NOTIFICATION_SERVER, {QString::fromStdString(record.string()), answer});
+    ASSERT_TRUE(QTest::qWaitFor([] { return ui::notificationServerPresent(); })) << "the stand-in server did not start";
+  }
+  test::ProcessResult deliver() {
+    test::ProcessOptions options;
+    options.environment = {{"TIDEWELL_TEST_ROOT", root.path().string()},
+                           {"TIDEWELL_TEST_HOME", (root / "home").string()},
+                           {"XDG_STATE_HOME", host.stateDirectory.string()},
+                           {"XDG_CONFIG_HOME", host.configDirectory.string()},
+                           {"TIDEWELL_FROM_COMMAND_LINE", "1"}};
+    return test::runProcess(helper.string(), {"--deliver", "--wait", "10"}, options);
+  }
+
+  fs::path record = root / "notify-calls";
+  QProcess server;
+};
+
+TEST_F(ReminderDeliveryTest, DueReminderIsPostedAndScanStartsTheWindow) {
+  startServer("dev.tidewell.Tidewell.scanReminder.scan");
+  auto result = deliver();
+  EXPECT_EQ(result.exitStatus, 0) << result.standardError;
+  auto calls = test::readCallLog(record);
+  ASSERT_EQ(calls.size(), 1u);
+  QJsonObject call = QJsonDocument::fromJson(QByteArray::fromStdString(calls[0])).object();
+  EXPECT_EQ(QStringList({call["application"].toString(), call["summary"].toString(), call["body"].toString(),
+                         call["hints"].toObject()["sound-name"].toString()}),
+            QStringList({"Tidewell", "Scan Xcode cache?",
+                         "It's been a while since your last scan, check if you can reclaim some storage.",
+                         "message-new-instant"}));
+  EXPECT_EQ(call["actions"].toArray().toVariantList(),
+            (QVariantList{"dev.tidewell.Tidewell.scanReminder.scan", "Scan",
+                          "dev.tidewell.Tidewell.scanReminder.dismiss", "Close"}));
+  EXPECT_TRUE(QTest::qWaitFor([&] { return fs::exists(root / "window-started"); }));
+  EXPECT_EQ(test::readFile(root / "window-started"), "window marker=[]\n");
+  EXPECT_EQ(center->pendingRequests().size(), 51u);
+}
+
+TEST_F(ReminderDeliveryTest, CloseLeavesTheWindowClosedAndNoServerKeepsTheReminder) {
+  auto missing = deliver();
+  EXPECT_EQ(missing.exitStatus, 1);
+  EXPECT_NE(missing.standardError.find("tidewell-remind: Cannot show the scan reminder"), std::string::npos);
+  EXPECT_EQ(center->pendingRequests().size(), 52u);
+
+  startServer("");
+  auto closed = deliver();
+  EXPECT_EQ(closed.exitStatus, 0) << closed.standardError;
+  EXPECT_EQ(test::readCallLog(record).size(), 1u);
+  EXPECT_FALSE(fs::exists(root / "window-started"));
+  EXPECT_EQ(center->pendingRequests().size(), 51u);
+  // Nothing else is due: the next start posts nothing.
+  EXPECT_EQ(deliver().exitStatus, 0);
+  EXPECT_EQ(test::readCallLog(record).size(), 1u);
+}
+
+// The window's centre asks the bus itself, from the reminders' worker thread: without a server the
+// answer is "not determined", so nothing is scheduled until one runs.
+TEST_F(ReminderDeliveryTest, SeriesIsScheduledOnlyWhileANotificationServerRuns) {
+  serverPresent = [] { return ui::notificationServerPresent(); };
+  reminders.applySettingsInBackground(false, Period::everyWeek);
+  reminders.applySettingsInBackground(true, Period::everyWeek);
+  reminders.waitUntilIdle();
+  EXPECT_TRUE(center->pendingRequests().empty());
+
+  startServer("");
+  reminders.applySettingsInBackground(true, Period::everyWeek);
+  reminders.waitUntilIdle();
+  EXPECT_EQ(center->pendingRequests().size(), 52u);
 }
 
 }  // namespace

@@ -11,21 +11,16 @@
 
 int main(int argc, char** argv) {
   QApplication application(argc, argv);
-  if (argc != 2) {
-    std::fputs("usage: services-screenshots <folder>\n", stderr);
-    return 64;
-  }
+  if (argc != 2) return std::fputs("usage: services-screenshots <folder>\n", stderr), 64;
   const QString folder = QString::fromLocal8Bit(argv[1]);
   tw::test::TempDir settings;
   tw::Preferences preferences(settings / "settings.plist");
-
   tw::ui::PreferencesWindow window(preferences, {});
   window.show();
-  tw::AppcastItem item{
-      "Tidewell 1.1", "110", "1.1.0", "https://tidewell.dev/notes/1.1.html", "https://tidewell.dev/download", ""};
+  const tw::AppcastItem item{"Tidewell 1.1", "110", "1.1.0", "https://tidewell.dev/notes/1.1.html",
+                             "https://tidewell.dev/download"};
   auto box = tw::ui::MessageBoxUpdateDialogs::updateAvailableBox(item, "1.0.0", nullptr);
   box->show();
-
   bool saved = false;
   QTimer::singleShot(500, [&] {
     saved =

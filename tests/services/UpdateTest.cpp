@@ -91,8 +91,7 @@ TEST(AppcastParsing, BadFeedsGiveAReadableError) {
   EXPECT_THROW(parseAppcast("<rss><channel>" + deep), Error);
 }
 
-// An HTTP server on the loopback address that answers every request with `response`, or never
-// answers when it is empty.
+// An HTTP server on the loopback address answering every request with `response` (never when empty).
 class FeedServer : public QTcpServer {
  public:
   FeedServer() {
@@ -161,14 +160,8 @@ class UpdateControllerTest : public ::testing::Test {
 };
 
 TEST_F(UpdateControllerTest, TellsTheUserWhatTheFeedSays) {
-  struct Case {
-    int status;  // 0: the server never answers
-    QByteArray body;
-    const char* url;  // null: the feed server
-    Outcome outcome;
-    QString shown;
-  };
-  const Case cases[] = {
+  // Served with this status (0: the server never answers) from the feed server or the address given.
+  const std::tuple<int, QByteArray, const char*, Outcome, QString> cases[] = {
       {200, feedWithVersion("111", "1.11"), nullptr, Outcome::updateAvailable,
        "available: 1.11 notes https://tidewell.dev/notes.html download https://tidewell.dev/download over 1.10"},
       {200, feedWithVersion("110", "1.10"), nullptr, Outcome::upToDate, "up to date: 1.10"},
@@ -182,15 +175,15 @@ TEST_F(UpdateControllerTest, TellsTheUserWhatTheFeedSays) {
        "failed: The update feed address is not secure: http://tidewell.dev/appcast.xml"},
       {200, "", "http://127.0.0.1:1/appcast.xml", Outcome::failed, "failed: Connection refused"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.shown.toStdString());
-    c.status ? server.serve(c.status, c.body) : server.response.clear();
+  for (const auto& [status, body, url, outcome, shown] : cases) {
+    SCOPED_TRACE(shown.toStdString());
+    status ? server.serve(status, body) : server.response.clear();
     dialogs.shown.clear();
     QElapsedTimer timer;
     timer.start();
-    EXPECT_EQ(check(&UpdateController::checkForUpdates, QUrl(c.url), c.status ? 0ms : 300ms), c.outcome);
+    EXPECT_EQ(check(&UpdateController::checkForUpdates, QUrl(url), status ? 0ms : 300ms), outcome);
     EXPECT_LT(timer.elapsed(), 3000);
-    EXPECT_EQ(dialogs.shown, QStringList{QString(c.shown).replace("%1", server.url().toString())});
+    EXPECT_EQ(dialogs.shown, QStringList{QString(shown).replace("%1", server.url().toString())});
   }
 }
 
