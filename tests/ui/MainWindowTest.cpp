@@ -1,20 +1,35 @@
-// The main window's controller on a generated home, offscreen: scan, summary, ticks, the clean
-// flow and the warning strip.
+// The main window's controller on a generated home, offscreen: scan, summary, ticks, the clean flow
+// and the warning strip; the cleaning and install sheets, the application menu and "Show in Files".
 #include <gtest/gtest.h>
 
+#include <QApplication>
+#include <QClipboard>
+#include <QDBusConnection>
 #include <QItemSelectionModel>
+#include <QMenu>
+#include <QMenuBar>
 #include <QSignalSpy>
+#include <QStandardPaths>
 #include <QTest>
 #include <QTreeView>
 #include <algorithm>
+#include <deque>
+#include <thread>
 
-#include "UiTestSupport.h"
 #include "app/Preferences.h"
 #include "platform/ByteCountFormatter.h"
+#include "support/DeveloperFolderFixture.h"
 #include "support/FixtureHome.h"
-#include "support/LogCapture.h"
+#include "support/StandInEnvironment.h"
+#include "support/TempDir.h"
+#include "ui/Alerts.h"
+#include "ui/AppDelegate.h"
 #include "ui/CleaningSheet.h"
 #include "ui/CleanupTreeModel.h"
+#include "ui/CompletionSound.h"
+#include "ui/EntryIcons.h"
+#include "ui/FileManagerReveal.h"
+#include "ui/InstallSheet.h"
 #include "ui/MainWindow.h"
 
 namespace tw {
@@ -23,11 +38,44 @@ namespace {
 namespace fs = std::filesystem;
 using Location = DevFiles::Location;
 
+// Alerts and a completion sound that answer instead of waiting for a person.
+struct ShownAlert {
+  Alerts::Style style;
+  QString message, informativeText, firstButton, secondButton;
+};
+
+struct ScriptedAlerts : Alerts {
+  Response run(QWidget*, Style style, const QString& message, const QString& informativeText,
+               const QString& firstButton, const QString& secondButton) override {
+    shown.push_back({style, message, informativeText, firstButton, secondButton});
+    if (answers.empty()) return Response::first;
+    const Response answer = answers.front();
+    answers.pop_front();
+    return answer;
+  }
+  std::optional<std::filesystem::path> chooseFolder(QWidget*, const std::filesystem::path&, const QString&,
+                                                    const QString&) override {
+    ++panels;
+    return std::nullopt;  // the panel is cancelled
+  }
+
+  std::deque<Response> answers;
+  std::vector<ShownAlert> shown;
+  int panels = 0;
+};
+
+struct CountingSound : CompletionSound {
+  void play() override { ++plays; }
+  int plays = 0;
+};
+
 QString formatted(int64_t bytes) { return QString::fromStdString(formatByteCount(bytes)); }
 
 class MainWindowTest : public ::testing::Test {
  protected:
-  void writeHome() { home = test::FixtureHome::write(machine.home(), {.caches = false, .projects = false}); }
+  MainWindowTest() { fs::create_directories(folder / "tmp"); }
+  fs::path homeFolder() const { return folder / "home"; }
+  void writeHome() { home = test::FixtureHome::write(homeFolder(), {.caches = false, .projects = false}); }
 
   // Starts the window as the application does and waits for the `count`-th finished scan.
   void start() {
@@ -46,11 +94,17 @@ class MainWindowTest : public ::testing::Test {
     return window->devFiles()->entry(location)->selection() == CleanupEntry::Selection::on;
   }
   bool logged(const std::string& line) { return std::ranges::count(log.lines(), line) > 0; }
+  std::unique_ptr<CleaningSheet> makeSheet(bool dryRun) {
+    auto sheet = std::make_unique<CleaningSheet>(nullptr, alerts, sound, dryRun, std::chrono::milliseconds(30));
+    sheet->show();
+    return sheet;
+  }
 
-  test::TestMachine machine;
+  test::TempDir folder;
+  ScopedHost machine{test::hostWithRoot(folder.path())};
   test::FixtureHome home;
-  test::ScriptedAlerts alerts;
-  test::CountingSound sound;
+  ScriptedAlerts alerts;
+  CountingSound sound;
   test::LogCapture log;
   std::unique_ptr<MainWindow> window;
   std::unique_ptr<QSignalSpy> spy;
@@ -170,7 +224,7 @@ TEST_F(MainWindowTest, WarningStripCasesAndTheVanishedCustomFolder) {
   EXPECT_EQ(window->devFiles(), nullptr);
 
   // A developer folder without Xcode's caches cannot be scanned: the access case.
-  fs::create_directories(machine.developerFolder());
+  fs::create_directories(homeFolder() / "Library/Developer");
   window->checkDeveloperFolder();
   EXPECT_EQ(window->warningTitle(), "Access to \"~/Developer\" folder is needed");
   EXPECT_EQ(window->warningBody(),
@@ -180,7 +234,7 @@ TEST_F(MainWindowTest, WarningStripCasesAndTheVanishedCustomFolder) {
 
   // Give Access after the folders exist; a custom folder that vanished is cleared first.
   writeHome();
-  Preferences::shared().setCustomDerivedDataFolder(machine.home() / "Gone/DerivedData");
+  Preferences::shared().setCustomDerivedDataFolder(homeFolder() / "Gone/DerivedData");
   window->pressWarningButton();
   EXPECT_FALSE(window->warningVisible());
   EXPECT_EQ(Preferences::shared().customDerivedDataFolder(), std::nullopt);
@@ -189,5 +243,132 @@ TEST_F(MainWindowTest, WarningStripCasesAndTheVanishedCustomFolder) {
   EXPECT_TRUE(window->windowTitle().endsWith(" available to clean"));
 }
 
+TEST_F(MainWindowTest, CleaningSheetFollowsTheEngineAndClosesAfterFinished) {
+  CleaningSheet* sheet = makeSheet(true).release();  // deletes itself once closed
+  EXPECT_EQ(sheet->headingText(), "(Dry run) Cleaning Xcode cache files...");
+  auto expectState = [sheet](const QString& text, int progress) {
+    EXPECT_EQ(sheet->currentText(), text);
+    EXPECT_EQ(sheet->progressValue(), progress) << text.toStdString();
+  };
+  sheet->deleteStarted();
+  expectState("Initialization...", 0);
+  sheet->deletingItem("derived data", "Sea Lion /p/Sea Lion.xcodeproj", 1, 3);
+  expectState("Derived Data: Sea Lion /p/Sea Lion.xcodeproj", 33);
+  sheet->deletingItem("OLD LOGS", "Logs from Xcode 15", 3, 4);
+  expectState("Old Logs: Logs from Xcode 15", 75);
+  // A failure shows an alert and leaves the state as it was.
+  sheet->deleteFailed("Permission denied", "old logs", "");
+  expectState("Old Logs: Logs from Xcode 15", 75);
+  ASSERT_EQ(alerts.shown.size(), 1u);
+  EXPECT_EQ(QStringList({alerts.shown[0].message, alerts.shown[0].informativeText, alerts.shown[0].firstButton}),
+            QStringList({"Failed to delete item",
+                         "Following file couldn't be removed:\nOld Logs: -\n\n\nPermission denied", "OK"}));
+
+  QSignalSpy rescan(sheet, &CleaningSheet::rescanRequested);
+  sheet->deleteFinished();
+  expectState("Finished!", 100);
+  EXPECT_TRUE(sheet->isVisible()) << "the sheet stays for the close delay";
+  EXPECT_EQ(sound.plays, 0);
+  ASSERT_TRUE(rescan.wait(2000));
+  EXPECT_EQ(rescan.count(), 1);
+  EXPECT_EQ(sound.plays, 1);
+}
+
+TEST_F(MainWindowTest, CleaningSheetStopClosesAtOnceAndRescansOnlyAfterTheEngineFinished) {
+  auto sheet = makeSheet(false);
+  EXPECT_EQ(sheet->headingText(), "Cleaning Xcode cache files...");
+  std::stop_source deletion;
+  sheet->setStopSource(deletion);
+  QSignalSpy rescan(sheet.get(), &CleaningSheet::rescanRequested);
+  sheet->stop();
+  EXPECT_FALSE(sheet->isVisible());
+  EXPECT_TRUE(deletion.stop_requested());
+  QTest::qWait(50);
+  EXPECT_EQ(rescan.count(), 0) << "no rescan while the engine may still be deleting";
+
+  // The engine's notifications come from its own thread, in order, through the relay.
+  test::DeveloperFolderFixture developer(homeFolder() / "Library/Developer");
+  auto devFiles = DevFiles::create(developer.developerFolder(), std::nullopt, std::nullopt);
+  ASSERT_TRUE(devFiles.has_value());
+  auto relay = std::make_shared<CleaningRelay>(sheet.release());  // deletes itself once closed
+  std::thread([&] { relay->deleteFinished(**devFiles); }).join();
+  ASSERT_TRUE(rescan.wait(2000));
+  EXPECT_EQ(rescan.count(), 1);
+  EXPECT_EQ(sound.plays, 1);
+}
+
+TEST(InstallSheet, ShowsTheLinkCommandAndCopiesItWithoutThePrompt) {
+  InstallSheet sheet(nullptr, "/Applications/My Tools/Tidewell.app");
+  const QString command =
+      "sudo ln -sf /Applications/My Tools/Tidewell.app/Contents/Resources/tidewell.sh /usr/local/bin/tidewell";
+  EXPECT_EQ(sheet.shownText(), "$ " + command);
+  sheet.copyCommand();
+  EXPECT_EQ(QGuiApplication::clipboard()->text(), command);
+}
+
+TEST_F(MainWindowTest, TheApplicationMenuHoldsTheUpdateItemAtIndexOneAndItsSeparatorAtTwo) {
+  MainWindow window(alerts, sound);
+  AppDelegate delegate(window);
+  QMenu* menu = delegate.applicationMenu();
+  ASSERT_EQ(window.menuBar()->actions().constFirst()->menu(), menu) << "first in the menu bar";
+  EXPECT_EQ(menu->title().remove('&'), "Tidewell");
+  const auto actions = menu->actions();
+  ASSERT_GT(actions.size(), 2);
+  EXPECT_EQ(actions[1], delegate.updateAction());
+  EXPECT_EQ(actions[1]->text(), "Check for &Updates…");
+  EXPECT_TRUE(actions[2]->isSeparator());
+  EXPECT_EQ(delegate.preferencesAction()->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Comma));
+  for (QAction* action : {delegate.sendFeedbackAction(), delegate.reportIssueAction(), delegate.preferencesAction(),
+                          delegate.installCommandLineToolAction(), delegate.showLogFilesAction(),
+                          delegate.onlineHelpAction(), delegate.quitAction()})
+    EXPECT_TRUE(actions.contains(action)) << action->text().toStdString();
+  EXPECT_EQ(delegate.quitAction()->shortcut(), QKeySequence(QKeySequence::Quit));
+}
+
+class StandInFileManager : public QObject {
+  Q_OBJECT
+  Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
+ public slots:
+  void ShowItems(const QStringList& uris, const QString&) { shown = uris; }
+
+ public:
+  QStringList shown;
+};
+
+TEST(ShowInFiles, AsksTheFileManagerOnTheSessionBusForEveryPath) {
+  QDBusConnection bus = QDBusConnection::sessionBus();
+  if (!bus.isConnected()) GTEST_SKIP() << "no session bus: run through ctest (dbus-run-session)";
+  StandInFileManager fileManager;
+  ASSERT_TRUE(bus.registerObject("/org/freedesktop/FileManager1", &fileManager, QDBusConnection::ExportAllSlots));
+  ASSERT_TRUE(bus.registerService("org.freedesktop.FileManager1"));
+  revealInFileManager({"/Users/dev/Library/Developer/Xcode/DerivedData/Sea Lion-abc", "/tmp/other"});
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !fileManager.shown.isEmpty(); }, 5000));
+  EXPECT_EQ(fileManager.shown,
+            (QStringList{"file:///Users/dev/Library/Developer/Xcode/DerivedData/Sea%20Lion-abc", "file:///tmp/other"}));
+  bus.unregisterService("org.freedesktop.FileManager1");
+  bus.unregisterObject("/org/freedesktop/FileManager1");
+}
+
 }  // namespace
 }  // namespace tw
+
+// One offscreen QApplication; settings written through QSettings go to Qt's test locations, never the user's.
+int main(int argc, char** argv) {
+  if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+  QStandardPaths::setTestModeEnabled(true);
+  QApplication application(argc, argv);
+  QApplication::setOrganizationName(QStringLiteral("TidewellTests"));
+  tw::EntryIcons::loadResources();
+  ::testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+// Qt, fontconfig and the bus library keep caches for the process's life on purpose; ours are still reported.
+extern "C" const char* __lsan_default_suppressions() {
+  return "leak:libfontconfig\nleak:libQt6Core\nleak:libQt6Gui\nleak:libQt6Widgets\nleak:libQt6DBus\nleak:libdbus-1\n"
+         "leak:libglib-2.0\nleak:libcanberra\n";
+}
+#endif
+
+#include "MainWindowTest.moc"

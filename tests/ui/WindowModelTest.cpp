@@ -4,11 +4,11 @@
 #include <QAbstractItemModelTester>
 #include <QSignalSpy>
 #include <algorithm>
-#include <map>
 #include <span>
 
-#include "UiTestSupport.h"
 #include "support/DeveloperFolderFixture.h"
+#include "support/StandInEnvironment.h"
+#include "support/TempDir.h"
 #include "ui/CleanupTreeModel.h"
 #include "ui/EntryIcons.h"
 
@@ -41,8 +41,9 @@ class WindowModel : public ::testing::Test {
 
   QModelIndex row(const CleanupEntryPtr& entry) { return model.indexOf(entry.get()); }
 
-  test::TestMachine machine;
-  test::DeveloperFolderFixture fixture{machine.developerFolder()};
+  test::TempDir folder;
+  ScopedHost machine{test::hostWithRoot(folder.path())};
+  test::DeveloperFolderFixture fixture{folder / "home/Library/Developer"};
   std::shared_ptr<DevFiles> devFiles;
   CleanupTreeModel model;
   QAbstractItemModelTester tester{&model, QAbstractItemModelTester::FailureReportingMode::Fatal};
@@ -91,51 +92,43 @@ TEST_F(WindowModel, RowsAppearOnlyAfterTheFirstNotificationAndPerFinishedLocatio
 
 TEST_F(WindowModel, TicksPropagateToAncestorsAndRepaintOnlyChangedRows) {
   model.scanStarted();
-  auto group = std::make_shared<CleanupEntry>("Other", "", std::nullopt, std::nullopt, false);
+  auto group = std::make_shared<CleanupEntry>("Other", "");
   auto a = leaf("A", 2'000'000), b = leaf("B", 2'000'000), other = leaf("C", 2'000'000);
   group->addItems({a, b});
   finishLocation(Location::derivedData, {group, other});
   finishLocation(Location::archives, {leaf("Archive", 4'000'000)});
   model.scanFinished();
 
-  struct Case {
-    CleanupEntryPtr ticked;
-    bool on;
-    std::map<std::string, Qt::CheckState> expected;  // label -> state after the change
-    size_t repaints;                                 // rows whose tick changed
-  };
-  const Case cases[] = {
+  const CleanupEntryPtr derivedData = devFiles->entry(Location::derivedData);
+  // The ticked entry, on or off, the ticks expected after the change, and how many rows repaint.
+  const std::tuple<CleanupEntryPtr, bool, std::vector<std::pair<CleanupEntryPtr, Qt::CheckState>>, int> cases[] = {
       // A: itself, its group (mixed), Derived Data (mixed), Apple (mixed).
-      {a, true, {{"A", Qt::Checked}, {"Other", Qt::PartiallyChecked}, {"Derived Data", Qt::PartiallyChecked}}, 4},
+      {a, true, {{a, Qt::Checked}, {group, Qt::PartiallyChecked}, {derivedData, Qt::PartiallyChecked}}, 4},
       // B completes the group: B and Other change; Derived Data stays mixed (C is off).
-      {b, true, {{"Other", Qt::Checked}, {"Derived Data", Qt::PartiallyChecked}}, 2},
+      {b, true, {{group, Qt::Checked}, {derivedData, Qt::PartiallyChecked}}, 2},
       // Unticking the location unticks the whole subtree.
-      {devFiles->entry(Location::derivedData),
+      {derivedData,
        false,
-       {{"A", Qt::Unchecked}, {"B", Qt::Unchecked}, {"Other", Qt::Unchecked}, {"Derived Data", Qt::Unchecked}},
+       {{a, Qt::Unchecked}, {b, Qt::Unchecked}, {group, Qt::Unchecked}, {derivedData, Qt::Unchecked}},
        5},
   };
-  const std::map<std::string, CleanupEntryPtr> byLabel{
-      {"A", a}, {"B", b}, {"Other", group}, {"Derived Data", devFiles->entry(Location::derivedData)}};
-  for (const Case& c : cases) {
+  for (const auto& [ticked, on, expected, repaints] : cases) {
     QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
-    model.applyCheckState({c.ticked.get()}, c.on);
-    for (const auto& [label, state] : c.expected) {
-      EXPECT_EQ(row(byLabel.at(label)).data(Qt::CheckStateRole).value<Qt::CheckState>(), state)
-          << c.ticked->label() << " -> " << label;
-    }
-    size_t repainted = 0;
-    for (const auto& signal : changed) {
-      repainted += static_cast<size_t>(signal[1].value<QModelIndex>().row() - signal[0].value<QModelIndex>().row() + 1);
-    }
-    EXPECT_EQ(repainted, c.repaints) << c.ticked->label();
+    model.applyCheckState({ticked.get()}, on);
+    for (const auto& [entry, state] : expected)
+      EXPECT_EQ(row(entry).data(Qt::CheckStateRole).value<Qt::CheckState>(), state)
+          << ticked->label() << " -> " << entry->label();
+    int repainted = 0;
+    for (const auto& signal : changed)
+      repainted += signal[1].value<QModelIndex>().row() - signal[0].value<QModelIndex>().row() + 1;
+    EXPECT_EQ(repainted, repaints) << ticked->label();
   }
 }
 
 TEST_F(WindowModel, RolesReadTheEntry) {
   model.scanStarted();
-  auto empty = std::make_shared<CleanupEntry>("Nothing", "", std::nullopt, std::nullopt, false);
-  finishLocation(Location::derivedData, {leaf("Sea Lion", 2'500'000, "/Users/dev/Sea Lion.xcodeproj"), empty});
+  finishLocation(Location::derivedData, {leaf("Sea Lion", 2'500'000, "/Users/dev/Sea Lion.xcodeproj"),
+                                         std::make_shared<CleanupEntry>("Nothing", "")});
   const QModelIndex item = model.index(0, 0, row(devFiles->entry(Location::derivedData)));
   EXPECT_EQ(item.data().toString(), "Sea Lion");
   EXPECT_EQ(item.data(CleanupTreeModel::extraInfoRole).toString(), "/Users/dev/Sea Lion.xcodeproj");
@@ -164,28 +157,22 @@ TEST_F(WindowModel, RolesReadTheEntry) {
 
 TEST(EntryIcons, EveryNameTheScannersUseResolvesToARealImage) {
   std::vector<CleanupEntry::Icon> icons;
-  const std::map<std::string, std::pair<int, int>> families{
-      {"iOS", {2, 18}}, {"watchOS", {2, 11}}, {"tvOS", {9, 18}}, {"macOS", {12, 15}}, {"visionOS", {2, 2}}};
-  for (const auto& [family, range] : families) {
-    for (int version = range.first; version <= range.second; ++version) {
-      icons.push_back(CleanupEntry::Icon::image("OS/" + family + "/" + std::to_string(version)));
-    }
-    icons.push_back(CleanupEntry::Icon::image("OS/" + family + "/26"));
-    icons.push_back(CleanupEntry::Icon::image("OS/" + family + "/Generic"));
+  for (const auto& [family, first, last] :
+       {std::tuple{"iOS", 2, 18}, {"watchOS", 2, 11}, {"tvOS", 9, 18}, {"macOS", 12, 15}, {"visionOS", 2, 2}}) {
+    for (int version = first; version <= last; ++version)
+      icons.push_back(CleanupEntry::Icon::image("OS/" + std::string(family) + "/" + std::to_string(version)));
+    for (const char* name : {"/26", "/Generic"})
+      icons.push_back(CleanupEntry::Icon::image("OS/" + std::string(family) + name));
   }
   for (const char* name : {"Devices/iPadIcon", "Devices/WatchIcon", "Devices/AppleTVIcon", "Devices/VisionProIcon",
-                           "Devices/MacBookIcon", "Files/XCArchive"}) {
+                           "Devices/MacBookIcon", "Files/XCArchive"})
     icons.push_back(CleanupEntry::Icon::image(name));
-  }
   for (const char* name : {"NSFolder", "NSImageNameFolder", "NSComputer", "NSImageNameComputer", "NSImageNameNetwork",
-                           "NSImageNameTrashFull", "NSMultipleDocuments"}) {
+                           "NSImageNameTrashFull", "NSMultipleDocuments"})
     icons.push_back(CleanupEntry::Icon::system(name));
-  }
   for (const auto& icon : icons) {
-    const QPixmap picture = EntryIcons::icon(icon).pixmap(32, 32);
-    ASSERT_FALSE(picture.isNull()) << icon.name;
     // Drawn, not blank: some pixel is opaque.
-    const QImage image = picture.toImage().convertToFormat(QImage::Format_Alpha8);
+    const QImage image = EntryIcons::icon(icon).pixmap(32, 32).toImage().convertToFormat(QImage::Format_Alpha8);
     EXPECT_TRUE(std::ranges::any_of(std::span(image.constBits(), static_cast<size_t>(image.sizeInBytes())),
                                     [](uchar alpha) { return alpha > 0; }))
         << icon.name;
