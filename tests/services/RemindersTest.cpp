@@ -71,34 +71,25 @@ class ScanRemindersTest : public ::testing::Test {
 
 TEST_F(ScanRemindersTest, SeriesStepsFromThePreviousReminderInTheLocalCalendarAndFollowsTheAuthorisation) {
   using Day = std::array<int, 3>;
-  struct Case {
-    Period period;
-    DateComponents start;
-    std::vector<Day> first;
-    Day last;
-  };
-  const Case cases[] = {
+  using enum Period;
+  // From a start, the first dates and the 52nd, all at the start's time of day.
+  const std::tuple<Period, DateComponents, std::vector<Day>, Day> cases[] = {
       // Weekly across the summer-time change (29 March) keeps the time of day.
-      {Period::everyWeek,
-       {2026, 3, 2, 10, 15, 30},
-       {{2026, 3, 9}, {2026, 3, 16}, {2026, 3, 23}, {2026, 3, 30}},
-       {2027, 3, 1}},
-      {Period::every2weeks, {2026, 3, 2, 8, 0, 0}, {{2026, 3, 16}}, {2028, 2, 28}},
+      {everyWeek, {2026, 3, 2, 10, 15, 30}, {{2026, 3, 9}, {2026, 3, 16}, {2026, 3, 23}, {2026, 3, 30}}, {2027, 3, 1}},
+      {every2weeks, {2026, 3, 2, 8, 0, 0}, {{2026, 3, 16}}, {2028, 2, 28}},
       // From 31 January: end of February, then the 28th (the 29th until the next short February).
-      {Period::everyMonth, {2027, 1, 31, 9, 0, 0}, {{2027, 2, 28}, {2027, 3, 28}, {2027, 4, 28}}, {2031, 5, 28}},
-      {Period::everyMonth, {2028, 1, 31, 23, 59, 59}, {{2028, 2, 29}, {2028, 3, 29}}, {2032, 5, 28}},
-      {Period::every2Months, {2026, 12, 31, 7, 30, 0}, {{2027, 2, 28}, {2027, 4, 28}}, {2035, 8, 28}},
+      {everyMonth, {2027, 1, 31, 9, 0, 0}, {{2027, 2, 28}, {2027, 3, 28}, {2027, 4, 28}}, {2031, 5, 28}},
+      {everyMonth, {2028, 1, 31, 23, 59, 59}, {{2028, 2, 29}, {2028, 3, 29}}, {2032, 5, 28}},
+      {every2Months, {2026, 12, 31, 7, 30, 0}, {{2027, 2, 28}, {2027, 4, 28}}, {2035, 8, 28}},
   };
-  for (const auto& c : cases) {
-    now = *dateFromComponents(c.start);
-    auto dates = reminders.reminderDates(c.period, 52);
+  for (const auto& [period, start, first, last] : cases) {
+    now = *dateFromComponents(start);
+    auto dates = reminders.reminderDates(period, 52);
     ASSERT_EQ(dates.size(), 52u);
-    auto at = [&](Day day) {
-      return DateComponents{day[0], day[1], day[2], c.start.hour, c.start.minute, c.start.second};
-    };
-    for (size_t i = 0; i < c.first.size(); ++i) EXPECT_EQ(dateComponents(dates[i]), at(c.first[i])) << i;
-    EXPECT_EQ(dateComponents(dates.back()), at(c.last));
-    for (auto date : dates) EXPECT_EQ(dateComponents(date).hour, c.start.hour);
+    auto at = [&](Day day) { return DateComponents{day[0], day[1], day[2], start.hour, start.minute, start.second}; };
+    for (size_t i = 0; i < first.size(); ++i) EXPECT_EQ(dateComponents(dates[i]), at(first[i])) << i;
+    EXPECT_EQ(dateComponents(dates.back()), at(last));
+    for (auto date : dates) EXPECT_EQ(dateComponents(date).hour, start.hour);
   }
   EXPECT_TRUE(reminders.reminderDates(Period::everyWeek, 0).empty());
 
@@ -175,42 +166,40 @@ TEST_F(ScanRemindersTest, NextReminderIsTheEarliestOfTheApplicationsOwn) {
   EXPECT_LT(std::chrono::steady_clock::now() - started, 1400ms);
 }
 
-class PreferencesWindowTest : public ScanRemindersTest {
- protected:
-  std::unique_ptr<ui::PreferencesWindow> openWindow() {
-    auto window = std::make_unique<ui::PreferencesWindow>(
-        preferences, [this](bool enabled, Period period) { reminders.applySettings(enabled, period); });
-    window->show();
-    return window;
-  }
-  // The window's controls, then the stored settings.
-  static std::string shown(const ui::PreferencesWindow& window, const Preferences& stored) {
-    const auto on = [](bool value) { return std::string(value ? "on" : "off"); };
-    return on(window.notificationsEnabledButton()->isChecked()) + " " +
-           window.notificationsPeriodPopUpButton()->currentText().toStdString() + " " +
-           on(window.notificationsPeriodPopUpButton()->isEnabled()) + " " +
-           on(window.dryRunEnabledButton()->isChecked()) + " / " + on(stored.notificationsEnabled()) + " " +
-           on(stored.dryRunEnabled());
-  }
+// The preferences window's controls, then the stored settings.
+std::string shown(const ui::PreferencesWindow& window, const Preferences& stored) {
+  const auto on = [](bool value) { return std::string(value ? "on" : "off"); };
+  return on(window.notificationsEnabledButton()->isChecked()) + " " +
+         window.notificationsPeriodPopUpButton()->currentText().toStdString() + " " +
+         on(window.notificationsPeriodPopUpButton()->isEnabled()) + " " +
+         on(window.dryRunEnabledButton()->isChecked()) + " / " + on(stored.notificationsEnabled()) + " " +
+         on(stored.dryRunEnabled());
+}
+
+TEST_F(ScanRemindersTest, PreferencesWindowShowsTheStoredSettingsAndStoresEveryChangeAtOnce) {
   test::TempDir folder;
   Preferences preferences{folder / "settings.plist"};
-};
-
-TEST_F(PreferencesWindowTest, ControlsShowTheStoredSettingsAndStoreEveryChangeAtOnce) {
   struct Observer : PreferencesObserver {
     void preferenceDidChange(const std::string& key) override { keys.push_back(key); }
     Strings keys;
   };
   auto observer = std::make_shared<Observer>();
   preferences.addObserver(observer);
+  const auto openWindow = [&] {
+    auto window = std::make_unique<ui::PreferencesWindow>(
+        preferences, [this](bool enabled, Period period) { reminders.applySettings(enabled, period); });
+    window->show();
+    return window;
+  };
   auto window = openWindow();
   EXPECT_EQ(shown(*window, preferences), "on Every month on off / on off");
   auto* periods = window->notificationsPeriodPopUpButton();
   EXPECT_EQ(periods->count(), 4);
-  const std::pair<Period, const char*> titles[] = {{Period::everyWeek, "Every week"},
-                                                   {Period::every2weeks, "Every 2 weeks"},
-                                                   {Period::everyMonth, "Every month"},
-                                                   {Period::every2Months, "Every 2 months"}};
+  using enum Period;
+  const std::pair<Period, const char*> titles[] = {{everyWeek, "Every week"},
+                                                   {every2weeks, "Every 2 weeks"},
+                                                   {everyMonth, "Every month"},
+                                                   {every2Months, "Every 2 months"}};
   for (int i = 0; const auto& [period, title] : titles) {
     EXPECT_EQ(periods->itemText(i++), title);
     preferences.setNotificationsPeriod(period);
@@ -225,19 +214,19 @@ TEST_F(PreferencesWindowTest, ControlsShowTheStoredSettingsAndStoreEveryChangeAt
 
   // Every change is stored at once and moves the reminders.
   preferences.setDryRunEnabled(false);
-  preferences.setNotificationsPeriod(Period::everyMonth);
+  preferences.setNotificationsPeriod(everyMonth);
   window = openWindow();
   observer->keys.clear();
   QTest::mouseClick(window->notificationsEnabledButton(), Qt::LeftButton);
   EXPECT_EQ(shown(*window, preferences), "on Every month on off / on off");
   ASSERT_EQ(center->pending.size(), 52u);
-  EXPECT_EQ(center->firstTrigger(), dateComponents(reminders.reminderDates(Period::everyMonth, 1).at(0)));
+  EXPECT_EQ(center->firstTrigger(), dateComponents(reminders.reminderDates(everyMonth, 1).at(0)));
   // The keyboard picks the next period, as a user does in the pop-up.
   window->notificationsPeriodPopUpButton()->setFocus();
   QTest::keyClick(window->notificationsPeriodPopUpButton(), Qt::Key_Down);
-  EXPECT_EQ(preferences.notificationsPeriod(), Period::every2Months);
+  EXPECT_EQ(preferences.notificationsPeriod(), every2Months);
   ASSERT_EQ(center->pending.size(), 52u);
-  EXPECT_EQ(center->firstTrigger(), dateComponents(reminders.reminderDates(Period::every2Months, 1).at(0)));
+  EXPECT_EQ(center->firstTrigger(), dateComponents(reminders.reminderDates(every2Months, 1).at(0)));
   QTest::mouseClick(window->dryRunEnabledButton(), Qt::LeftButton);
   QTest::mouseClick(window->notificationsEnabledButton(), Qt::LeftButton);
   EXPECT_EQ(shown(*window, preferences), "off Every 2 months off on / off on");
@@ -283,12 +272,10 @@ TEST_F(UserTimerCenterTest, ScheduledSeriesIsStoredAndTimedByAUserTimerAndWithdr
   center->addRequests({other});
   reminders.applySettings(true, Period::everyWeek);
   reminders.applySettings(true, Period::everyMonth);
-  EXPECT_EQ(center->storePath(), root / "home/.local/state/tidewell/pending-notifications.json");
   auto pending = center->pendingRequests();
   ASSERT_EQ(pending.size(), 53u);
   EXPECT_EQ(pending[0].identifier, "org.example.Other.0");
   EXPECT_EQ(pending[52].identifier, "dev.tidewell.Tidewell.scanReminder.51");
-  EXPECT_EQ(center->notificationCategories().at(0).actions.at(1).title, "Close");
   // A second reader sees the same requests: nothing lives only in memory.
   EXPECT_EQ(makeDesktopNotificationCenter(host, "", {})->pendingRequests(), pending);
   EXPECT_NE(test::readFile(center->servicePath()).find("ExecStart=\"" + helper.string() + "\" --deliver"),
@@ -384,7 +371,7 @@ class ReminderDeliveryTest : public UserTimerCenterTest {
     test::writeStandInTool(root.path(), "/My Apps/Tidewell.app/Contents/MacOS/tidewell",
                            "echo \"window marker=[$TIDEWELL_FROM_COMMAND_LINE]\" > " +
                                test::shellQuoted((root / "window-started").string()));
-    useSystemctl("exit 0");
+    UserTimerCenterTest::SetUp();
     // A weekly series scheduled eight days ago: its first reminder is a day overdue.
     ScanReminders(center, "dev.tidewell.Tidewell", [] {
       return std::chrono::system_clock::now() - 192h;

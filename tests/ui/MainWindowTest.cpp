@@ -39,15 +39,10 @@ namespace fs = std::filesystem;
 using Location = DevFiles::Location;
 
 // Alerts and a completion sound that answer instead of waiting for a person.
-struct ShownAlert {
-  Alerts::Style style;
-  QString message, informativeText, firstButton, secondButton;
-};
-
 struct ScriptedAlerts : Alerts {
   Response run(QWidget*, Style style, const QString& message, const QString& informativeText,
                const QString& firstButton, const QString& secondButton) override {
-    shown.push_back({style, message, informativeText, firstButton, secondButton});
+    shown.push_back({style, {message, informativeText, firstButton, secondButton}});
     if (answers.empty()) return Response::first;
     const Response answer = answers.front();
     answers.pop_front();
@@ -60,7 +55,7 @@ struct ScriptedAlerts : Alerts {
   }
 
   std::deque<Response> answers;
-  std::vector<ShownAlert> shown;
+  std::vector<std::pair<Style, QStringList>> shown;  // message, informative text, buttons
   int panels = 0;
 };
 
@@ -94,11 +89,6 @@ class MainWindowTest : public ::testing::Test {
     return window->devFiles()->entry(location)->selection() == CleanupEntry::Selection::on;
   }
   bool logged(const std::string& line) { return std::ranges::count(log.lines(), line) > 0; }
-  std::unique_ptr<CleaningSheet> makeSheet(bool dryRun) {
-    auto sheet = std::make_unique<CleaningSheet>(nullptr, alerts, sound, dryRun, std::chrono::milliseconds(30));
-    sheet->show();
-    return sheet;
-  }
 
   test::TempDir folder;
   ScopedHost machine{test::hostWithRoot(folder.path())};
@@ -190,11 +180,10 @@ TEST_F(MainWindowTest, TheCleanFlowConfirmsRaisesTheTotalDeletesAndRescans) {
 
     window->startCleaning();
     ASSERT_EQ(alerts.shown.size(), 1u);
-    const auto& shown = alerts.shown[0];
-    EXPECT_EQ(QStringList({shown.message, shown.firstButton, shown.secondButton}),
-              QStringList({"Clean selected files", "Clean", "Cancel"}));
-    EXPECT_EQ(shown.style, Alerts::Style::critical);
-    EXPECT_EQ(shown.informativeText.startsWith("Tidewell is running in \"dry run\" mode."), dryRun);
+    const auto& [style, texts] = alerts.shown[0];
+    EXPECT_EQ(QStringList({texts[0], texts[2], texts[3]}), QStringList({"Clean selected files", "Clean", "Cancel"}));
+    EXPECT_EQ(style, Alerts::Style::critical);
+    EXPECT_EQ(texts[1].startsWith("Tidewell is running in \"dry run\" mode."), dryRun);
     if (answer != Alerts::Response::first) {
       EXPECT_EQ(window->cleaningSheet(), nullptr);
       EXPECT_EQ(Preferences::shared().totalBytesCleaned(), savedBefore);
@@ -244,7 +233,9 @@ TEST_F(MainWindowTest, WarningStripCasesAndTheVanishedCustomFolder) {
 }
 
 TEST_F(MainWindowTest, CleaningSheetFollowsTheEngineAndClosesAfterFinished) {
-  CleaningSheet* sheet = makeSheet(true).release();  // deletes itself once closed
+  // Deletes itself once closed.
+  auto* sheet = new CleaningSheet(nullptr, alerts, sound, /*dryRun=*/true, std::chrono::milliseconds(30));
+  sheet->show();
   EXPECT_EQ(sheet->headingText(), "(Dry run) Cleaning Xcode cache files...");
   auto expectState = [sheet](const QString& text, int progress) {
     EXPECT_EQ(sheet->currentText(), text);
@@ -260,7 +251,7 @@ TEST_F(MainWindowTest, CleaningSheetFollowsTheEngineAndClosesAfterFinished) {
   sheet->deleteFailed("Permission denied", "old logs", "");
   expectState("Old Logs: Logs from Xcode 15", 75);
   ASSERT_EQ(alerts.shown.size(), 1u);
-  EXPECT_EQ(QStringList({alerts.shown[0].message, alerts.shown[0].informativeText, alerts.shown[0].firstButton}),
+  EXPECT_EQ(alerts.shown[0].second.first(3),
             QStringList({"Failed to delete item",
                          "Following file couldn't be removed:\nOld Logs: -\n\n\nPermission denied", "OK"}));
 
@@ -275,7 +266,8 @@ TEST_F(MainWindowTest, CleaningSheetFollowsTheEngineAndClosesAfterFinished) {
 }
 
 TEST_F(MainWindowTest, CleaningSheetStopClosesAtOnceAndRescansOnlyAfterTheEngineFinished) {
-  auto sheet = makeSheet(false);
+  auto sheet = std::make_unique<CleaningSheet>(nullptr, alerts, sound, /*dryRun=*/false, std::chrono::milliseconds(30));
+  sheet->show();
   EXPECT_EQ(sheet->headingText(), "Cleaning Xcode cache files...");
   std::stop_source deletion;
   sheet->setStopSource(deletion);
