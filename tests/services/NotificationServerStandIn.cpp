@@ -1,6 +1,6 @@
-// A notification server for tests on a private session bus: it owns org.freedesktop.Notifications,
-// appends each Notify call as one JSON line to the file named by its first argument, and answers a
-// tenth of a second later with the action named by its second argument (when empty, by closing).
+// A notification server for tests on a private session bus: once it owns org.freedesktop.Notifications
+// it creates the file named by its first argument and appends each Notify call to it as one JSON line;
+// it answers a tenth of a second later with the action named by its second argument (when empty, by closing).
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QFile>
@@ -52,11 +52,12 @@ int main(int argc, char** argv) {
   QCoreApplication application(argc, argv);
   StandInServer server(application.arguments().value(1), application.arguments().value(2));
   QDBusConnection bus = QDBusConnection::sessionBus();
-  return bus.registerObject("/org/freedesktop/Notifications", &server,
-                            QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals) &&
-                 bus.registerService("org.freedesktop.Notifications")
-             ? application.exec()
-             : 1;
+  if (!bus.registerObject("/org/freedesktop/Notifications", &server,
+                          QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals) ||
+      !bus.registerService("org.freedesktop.Notifications") ||
+      !QFile(application.arguments().value(1)).open(QIODevice::Append))
+    return 1;
+  return application.exec();
 }
 
 #include "NotificationServerStandIn.moc"

@@ -125,7 +125,7 @@ TEST_F(WindowEndToEnd, ScanTotalMatchesInfoThenDryRunAndRealCleanRescan) {
 
 // Reminders switched on in the preferences window leave 52 pending requests and a user timer systemd accepts.
 TEST_F(WindowEndToEnd, RemindersSwitchedOnInPreferencesAreStoredAndTimed) {
-  if (!fs::exists("/usr/bin/dbus-send") || !std::getenv("DBUS_SESSION_BUS_ADDRESS"))
+  if (!std::getenv("DBUS_SESSION_BUS_ADDRESS"))
     GTEST_SKIP() << "needs a private session bus: run through ctest (dbus-run-session)";
   const fs::path calls = scratch / "systemctl-calls";
   test::writeStandInTool(scratch / "root", "/usr/bin/systemctl", "echo \"$*\" >> " + test::shellQuoted(calls.string()));
@@ -136,15 +136,9 @@ TEST_F(WindowEndToEnd, RemindersSwitchedOnInPreferencesAreStoredAndTimed) {
   pid_t pid = -1;
   ASSERT_EQ(posix_spawn(&pid, server.c_str(), nullptr, nullptr, arguments, environ), 0);
   const std::shared_ptr<void> stop(nullptr, [pid](void*) { ::kill(pid, SIGTERM), ::waitpid(pid, nullptr, 0); });
-  const auto present = [] {
-    return test::runProcess("/usr/bin/dbus-send",
-                            {"--session", "--print-reply", "--dest=org.freedesktop.DBus", "/org/freedesktop/DBus",
-                             "org.freedesktop.DBus.NameHasOwner", "string:org.freedesktop.Notifications"})
-               .standardOutput.find("boolean true") != std::string::npos;
-  };
-  for (int attempt = 0; attempt < 200 && !present(); ++attempt)
+  for (int attempt = 0; attempt < 200 && !fs::exists(record); ++attempt)
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  ASSERT_TRUE(present()) << "the stand-in notification server did not start";
+  ASSERT_TRUE(fs::exists(record)) << "the stand-in notification server did not start";
   setDefault(Preferences::Keys::notificationsEnabled, false);
 
   // On, then another period: the second schedule replaces the first series.

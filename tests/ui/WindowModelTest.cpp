@@ -99,18 +99,16 @@ TEST_F(WindowModel, TicksPropagateToAncestorsAndRepaintOnlyChangedRows) {
   finishLocation(Location::archives, {leaf("Archive", 4'000'000)});
   model.scanFinished();
 
+  using enum Qt::CheckState;
   const CleanupEntryPtr derivedData = devFiles->entry(Location::derivedData);
   // The ticked entry, on or off, the ticks expected after the change, and how many rows repaint.
   const std::tuple<CleanupEntryPtr, bool, std::vector<std::pair<CleanupEntryPtr, Qt::CheckState>>, int> cases[] = {
       // A: itself, its group (mixed), Derived Data (mixed), Apple (mixed).
-      {a, true, {{a, Qt::Checked}, {group, Qt::PartiallyChecked}, {derivedData, Qt::PartiallyChecked}}, 4},
+      {a, true, {{a, Checked}, {group, PartiallyChecked}, {derivedData, PartiallyChecked}}, 4},
       // B completes the group: B and Other change; Derived Data stays mixed (C is off).
-      {b, true, {{group, Qt::Checked}, {derivedData, Qt::PartiallyChecked}}, 2},
+      {b, true, {{group, Checked}, {derivedData, PartiallyChecked}}, 2},
       // Unticking the location unticks the whole subtree.
-      {derivedData,
-       false,
-       {{a, Qt::Unchecked}, {b, Qt::Unchecked}, {group, Qt::Unchecked}, {derivedData, Qt::Unchecked}},
-       5},
+      {derivedData, false, {{a, Unchecked}, {b, Unchecked}, {group, Unchecked}, {derivedData, Unchecked}}, 5},
   };
   for (const auto& [ticked, on, expected, repaints] : cases) {
     QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
