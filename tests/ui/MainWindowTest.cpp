@@ -91,7 +91,7 @@ class MainWindowTest : public ::testing::Test {
   bool logged(const std::string& line) { return std::ranges::count(log.lines(), line) > 0; }
 
   test::TempDir folder;
-  ScopedHost machine{test::hostWithRoot(folder.path())};
+  ScopedHost scopedHost{test::hostWithRoot(folder.path())};  // "/" and the home below the test folder
   test::FixtureHome home;
   ScriptedAlerts alerts;
   CountingSound sound;

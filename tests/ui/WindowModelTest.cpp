@@ -42,7 +42,7 @@ class WindowModel : public ::testing::Test {
   QModelIndex row(const CleanupEntryPtr& entry) { return model.indexOf(entry.get()); }
 
   test::TempDir folder;
-  ScopedHost machine{test::hostWithRoot(folder.path())};
+  ScopedHost scopedHost{test::hostWithRoot(folder.path())};  // "/" and the home below the test folder
   test::DeveloperFolderFixture fixture{folder / "home/Library/Developer"};
   std::shared_ptr<DevFiles> devFiles;
   CleanupTreeModel model;
