@@ -30,13 +30,7 @@ using Icon = CleanupEntry::Icon;
 Version version(std::string_view text) { return *Version::fromString(text); }
 
 TEST(AppleBuild, SplitsNumberLetterAndDailyPart) {
-  struct Case {
-    std::string text;
-    std::optional<int64_t> major;
-    std::optional<std::string> letter;
-    std::string daily;
-  };
-  const std::vector<Case> cases = {
+  const std::vector<std::tuple<std::string, std::optional<int64_t>, std::optional<std::string>, std::string>> cases = {
       {"21A5248p", 21, "A", "5248p"},
       {"15", 15, std::nullopt, ""},
       {"   ", std::nullopt, std::nullopt, ""},
@@ -47,12 +41,10 @@ TEST(AppleBuild, SplitsNumberLetterAndDailyPart) {
       {"99999999999999999999Z", std::numeric_limits<int64_t>::max(), "Z", ""},
       {"20e\xCC\x81x", 20, "e\xCC\x81", "x"},  // e with a combining accent is one character
   };
-  for (const auto& c : cases) {
-    AppleBuild build(c.text);
-    EXPECT_EQ(build.major, c.major) << c.text;
-    EXPECT_EQ(build.minor, c.letter) << c.text;
-    EXPECT_EQ(build.daily, c.daily) << c.text;
-    EXPECT_EQ(build.toString(), c.text);
+  for (const auto& [text, major, letter, daily] : cases) {
+    AppleBuild build(text);
+    EXPECT_TRUE(build.major == major && build.minor == letter && build.daily == daily) << text;
+    EXPECT_EQ(build.toString(), text);
   }
   EXPECT_EQ(AppleBuild("21E219"), AppleBuild(" 21 E219"));  // equality compares the parts
   EXPECT_EQ(AppleBuild("21A5248p"), AppleBuild(" 21 A 5248p"));
@@ -62,10 +54,8 @@ TEST(AppleBuild, SplitsNumberLetterAndDailyPart) {
 TEST(AppleBuild, OrdersByNumberThenLetterThenDailyTextLiterally) {
   // Each build comes strictly before the next one: a missing number counts as 0, no letter
   // comes before a letter, upper case before lower case, daily parts compare as text.
-  const std::vector<std::string> ascending = {
-      "-2A",  "",       "A1",  "1A",   "9Z",   "21",     "21A5248p", "21A559",
-      "21B5", "21E999", "21F", "21a1", "22A1", "22A100", "22A99",
-  };
+  const std::vector<std::string> ascending = {"-2A",  "",       "A1",  "1A",   "9Z",   "21",     "21A5248p", "21A559",
+                                              "21B5", "21E999", "21F", "21a1", "22A1", "22A100", "22A99"};
   for (size_t i = 0; i + 1 < ascending.size(); ++i) {
     AppleBuild earlier(ascending[i]);
     AppleBuild later(ascending[i + 1]);
@@ -73,8 +63,7 @@ TEST(AppleBuild, OrdersByNumberThenLetterThenDailyTextLiterally) {
     EXPECT_FALSE(later < earlier) << ascending[i + 1] << " < " << ascending[i];
   }
   // A number decides as soon as one side has it.
-  EXPECT_FALSE(AppleBuild("0B") < AppleBuild("A"));
-  EXPECT_FALSE(AppleBuild("A") < AppleBuild("0B"));
+  EXPECT_FALSE(AppleBuild("0B") < AppleBuild("A") || AppleBuild("A") < AppleBuild("0B"));
   EXPECT_TRUE(AppleBuild("(20E247)") < AppleBuild("(21E219)"));
 }
 
@@ -95,8 +84,7 @@ TEST(Version, ParsesTwoAndThreePartsAndPrintsThemBack) {
       {"1.2.3..4", std::nullopt},
       {" 15.2", std::nullopt},
       {"-1.2", std::nullopt},
-      {"１.２", std::nullopt},
-  };
+      {"１.２", std::nullopt}};
   for (const auto& [text, expected] : cases) EXPECT_EQ(printed(Version::fromString(text)), expected) << text;
 }
 
@@ -108,8 +96,7 @@ TEST(Version, OrdersByMajorMinorAndPatch) {
   }
   // An absent patch equals a zero patch, though it prints differently.
   EXPECT_EQ(version("15.2"), version("15.2.0"));
-  EXPECT_FALSE(version("15.2") < version("15.2.0"));
-  EXPECT_FALSE(version("15.2.0") < version("15.2"));
+  EXPECT_FALSE(version("15.2") < version("15.2.0") || version("15.2.0") < version("15.2"));
 }
 
 TEST(Version, ReadsTheOperatingSystemVersionRecord) {
@@ -120,8 +107,7 @@ TEST(Version, ReadsTheOperatingSystemVersionRecord) {
       {"NSOperatingSystemVersion(majorVersion: 17,\nminorVersion: 4, patchVersion: 1)", std::nullopt},
       {"NSOperatingSystemVersion(MajorVersion: 17, minorVersion: 4, patchVersion: 1)", std::nullopt},
       {"majorVersion: 17, minorVersion: 4, patchVersion: 1", std::nullopt},  // read as a dotted version
-      {"17.4", "17.4"},
-  };
+      {"17.4", "17.4"}};
   for (const auto& [text, expected] : cases) EXPECT_EQ(printed(Version::parse(text)), expected) << text;
   EXPECT_FALSE(Version::fromVersionRecordText("majorVersion: 99999999999999999999, minorVersion: 1, patchVersion: 1"));
 }
@@ -147,19 +133,15 @@ TEST(AppleDevices, LooksUpNamesWithTheTableRules) {
                          "x,\"Odd,1\",\"Say \"\"hi\"\", C:\\dir\",2020\n"         // doubled quotes, no escapes
                          "x,\"Multi,1\",\"Two\nLines\n\",2020\n");
   EXPECT_TRUE(log.lines().empty());
-  const std::vector<std::pair<std::string, std::string>> names = {
-      {"iPhone16,2", "iPhone 15 Pro Max"},
-      {"iPhone15,2", "iPhone 14 Pro"},
-      {"Watch7,1", "Watch7,1"},
-      {"Watch7,2", "Watch7,2"},
-      {"NULL", "NULL"},
-      {"AppleTV14,1", "Apple TV 4K (3rd generation)"},
-      {"Odd,1", "Say \"hi\", C:\\dir"},
-      {"Multi,1", "Two\nLines"},
-      {"Unknown9,9", "Unknown9,9"},
-      {"", "Unknown Device"},
-  };
+  const std::vector<std::pair<std::string, std::string>> names = {{"iPhone16,2", "iPhone 15 Pro Max"},
+                                                                  {"iPhone15,2", "iPhone 14 Pro"},
+                                                                  {"AppleTV14,1", "Apple TV 4K (3rd generation)"},
+                                                                  {"Odd,1", "Say \"hi\", C:\\dir"},
+                                                                  {"Multi,1", "Two\nLines"},
+                                                                  {"", "Unknown Device"}};
   for (const auto& [identifier, name] : names) EXPECT_EQ(table.lookup(identifier), name);
+  for (const char* identifier : {"Watch7,1", "Watch7,2", "NULL", "Unknown9,9"})
+    EXPECT_EQ(table.lookup(identifier), identifier);
   EXPECT_EQ(table.size(), 7u);
   // A column holding only numbers or booleans is read as such: its cells are no text.
   EXPECT_EQ(tableFrom(dir, "identifier,name\nA1,1\nA2,2.5\n").lookup("A1"), "A1");
@@ -170,14 +152,9 @@ TEST(AppleDevices, LooksUpNamesWithTheTableRules) {
 
 TEST(AppleDevices, AMissingOrBrokenTableLogsOnceAndAnswersWithTheIdentifier) {
   test::TempDir dir;
-  {
-    LogCapture log;
-    auto devices = AppleDevices::fromFile(dir / "device_identifiers.csv");
-    ASSERT_EQ(log.lines().size(), 1u);
-    EXPECT_THAT(log.lines()[0], HasSubstr("AppleDevices: device_identifiers.csv missing in bundle."));
-    EXPECT_EQ(devices.lookup("iPhone16,2"), "iPhone16,2");
-  }
-  for (const auto& [contents, reason] : std::vector<std::pair<std::string, std::string>>{
+  // A missing table (the first case) and broken ones.
+  for (const auto& [contents, reason] : std::vector<std::pair<std::optional<std::string>, std::string>>{
+           {std::nullopt, "AppleDevices: device_identifiers.csv missing in bundle."},
            {"identifier,name\n\"iPhone16,2,iPhone\n", "unterminated quoted field"},
            {"identifier,name\niPh\"one,x\n", "misplaced quote"},
            {"identifier,name\n\"a\"b,x\n", "after a closing quote"},
@@ -186,11 +163,12 @@ TEST(AppleDevices, AMissingOrBrokenTableLogsOnceAndAnswersWithTheIdentifier) {
            {"identifier,name\nlonely\n", "line 2 has 1 field, the header has 2"},
            {"identifier,name\n\"a,1\",b\nWatch7,1,Apple Watch\n", "line 3 has 3 fields"}}) {
     LogCapture log;
-    auto devices = tableFrom(dir, contents);
+    auto devices = contents ? tableFrom(dir, *contents) : AppleDevices::fromFile(dir / "device_identifiers.csv");
     ASSERT_EQ(log.lines().size(), 1u) << reason;
-    EXPECT_THAT(log.lines()[0], HasSubstr("AppleDevices: Unable to load device_identifiers.csv: "));
+    if (contents) EXPECT_THAT(log.lines()[0], HasSubstr("AppleDevices: Unable to load device_identifiers.csv: "));
     EXPECT_THAT(log.lines()[0], HasSubstr(reason));
     EXPECT_EQ(devices.size(), 0u) << reason;
+    EXPECT_EQ(devices.lookup("iPhone16,2"), "iPhone16,2");
   }
 }
 
@@ -224,15 +202,8 @@ TEST_F(XcodeEntries, VersionedAndDerivedDataEntriesShowTheirFacts) {
 }
 
 TEST_F(XcodeEntries, DeviceSupportLabelsWithAndWithoutDevicesBuildsAndArchitectures) {
-  struct Case {
-    std::optional<std::string> device;
-    OSType type;
-    std::string version;
-    std::optional<std::string> build, architecture;
-    EntryDate date;
-    std::string label, tooltip;
-  };
-  const std::vector<Case> cases = {
+  using Opt = std::optional<std::string>;
+  const std::vector<std::tuple<Opt, OSType, std::string, Opt, Opt, EntryDate, std::string, std::string>> cases = {
       {std::nullopt, OSType::iOS, "17.4", "(21E219)", std::nullopt, kMarch4, "iOS 17.4 (21E219)",
        "iOS 17.4 (21E219) Mar 4, 2024"},
       {"iPhone15,2", OSType::iOS, "17.4", "(21E219)", "arm64e", kMarch4, "iOS 17.4 (21E219) (iPhone 14 Pro)", ""},
@@ -242,47 +213,38 @@ TEST_F(XcodeEntries, DeviceSupportLabelsWithAndWithoutDevicesBuildsAndArchitectu
       {std::nullopt, DeviceSupportFileEntry::osTypeFromName("ios"), "17.4", "21E219", std::nullopt, kMarch4,
        " 17.4 21E219", "17.4 21E219 Mar 4, 2024"},
       {std::nullopt, OSType::macOS, "14.4", std::nullopt, std::nullopt, distantPast(), "macOS 14.4 ",
-       "macOS 14.4  Jan 1, 1"},
-  };
-  for (const auto& c : cases) {
-    std::optional<AppleBuild> build;
-    if (c.build) build = AppleBuild(*c.build);
-    DeviceSupportFileEntry entry(c.device, c.type, version(c.version), build, c.date, c.architecture, false);
-    EXPECT_EQ(entry.label(), c.label);
-    if (!c.tooltip.empty()) {
-      EXPECT_EQ(entry.tooltipText(), c.tooltip) << c.label;
-    }
+       "macOS 14.4  Jan 1, 1"}};
+  for (const auto& [device, type, text, build, architecture, date, label, tooltip] : cases) {
+    DeviceSupportFileEntry entry(device, type, version(text), build ? std::optional(AppleBuild(*build)) : std::nullopt,
+                                 date, architecture, false);
+    EXPECT_EQ(entry.label(), label);
+    if (!tooltip.empty()) EXPECT_EQ(entry.tooltipText(), tooltip) << label;
   }
 }
 
 TEST_F(XcodeEntries, OSTypesComeFromExactNames) {
   const std::vector<std::pair<std::string, OSType>> cases = {
       {"iOS", OSType::iOS},           {"watchOS", OSType::watchOS}, {"tvOS", OSType::tvOS},  {"macOS", OSType::macOS},
-      {"visionOS", OSType::visionOS}, {"ios", OSType::other},       {"xrOS", OSType::other}, {"iOS ", OSType::other},
-  };
+      {"visionOS", OSType::visionOS}, {"ios", OSType::other},       {"xrOS", OSType::other}, {"iOS ", OSType::other}};
   for (const auto& [name, type] : cases) EXPECT_EQ(DeviceSupportFileEntry::osTypeFromName(name), type) << name;
 }
 
 TEST_F(XcodeEntries, DeviceSupportIconsCoverTheVersionsWithTheirOwnPicture) {
-  const std::vector<std::tuple<OSType, std::string, std::string>> cases = {
-      {OSType::iOS, "2.0", "OS/iOS/2"},
-      {OSType::iOS, "1.0", "OS/iOS/Generic"},
-      {OSType::iOS, "19.0", "OS/iOS/Generic"},
-      {OSType::iOS, "26.0", "OS/iOS/26"},
-      {OSType::iOS, "27.0", "OS/iOS/Generic"},
-      {OSType::watchOS, "12.0", "OS/watchOS/Generic"},
-      {OSType::tvOS, "8.0", "OS/tvOS/Generic"},
-      {OSType::tvOS, "9.0", "OS/tvOS/9"},
-      {OSType::macOS, "11.7", "OS/macOS/Generic"},
-      {OSType::macOS, "15.4", "OS/macOS/15"},
-      {OSType::macOS, "16.0", "OS/macOS/Generic"},
-      {OSType::visionOS, "1.2", "OS/visionOS/Generic"},
-      {OSType::visionOS, "2.4", "OS/visionOS/2"},
-      {OSType::other, "26.0", "OS/iOS/Generic"},
-  };
-  for (const auto& [type, text, image] : cases) {
-    DeviceSupportFileEntry entry(std::nullopt, type, version(text), std::nullopt, kMarch4, std::nullopt, false);
-    EXPECT_EQ(entry.icon(), Icon::image(image)) << text << " " << DeviceSupportFileEntry::osTypeDisplayName(type);
+  // Each type with its pictures' folder and, per version, the picture.
+  const std::vector<std::tuple<OSType, std::string, std::vector<std::pair<std::string, std::string>>>> cases = {
+      {OSType::iOS,
+       "iOS",
+       {{"1.0", "Generic"}, {"2.0", "2"}, {"19.0", "Generic"}, {"26.0", "26"}, {"27.0", "Generic"}}},
+      {OSType::watchOS, "watchOS", {{"12.0", "Generic"}}},
+      {OSType::tvOS, "tvOS", {{"8.0", "Generic"}, {"9.0", "9"}}},
+      {OSType::macOS, "macOS", {{"11.7", "Generic"}, {"15.4", "15"}, {"16.0", "Generic"}}},
+      {OSType::visionOS, "visionOS", {{"1.2", "Generic"}, {"2.4", "2"}}},
+      {OSType::other, "iOS", {{"26.0", "Generic"}}}};
+  for (const auto& [type, folder, pictures] : cases) {
+    for (const auto& [text, picture] : pictures) {
+      DeviceSupportFileEntry entry(std::nullopt, type, version(text), std::nullopt, kMarch4, std::nullopt, false);
+      EXPECT_EQ(entry.icon(), Icon::image("OS/" + folder + "/" + picture)) << folder << " " << text;
+    }
   }
 }
 
