@@ -25,8 +25,7 @@ TEST(ArgumentsParser, ErrorsNameTheTokenThatCouldNotBeTaken) {
       {{"tw", "inf"}, {Kind::wrongArgument, "inf"}},
       {{"tw", "clean=all"}, {Kind::wrongArgument, "clean=all"}},
       {{"tw", "clean", "all", "clean", "archives"}, {Kind::wrongArgument, "clean"}},
-      {{"tw", "info", "clean"}, {Kind::noValue, "clean"}},
-  };
+      {{"tw", "info", "clean"}, {Kind::noValue, "clean"}}};
   auto parser = toolParser();
   for (const auto& [arguments, expected] : cases) {
     try {

@@ -165,7 +165,7 @@ TEST(AppleDevices, AMissingOrBrokenTableLogsOnceAndAnswersWithTheIdentifier) {
     LogCapture log;
     auto devices = contents ? tableFrom(dir, *contents) : AppleDevices::fromFile(dir / "device_identifiers.csv");
     ASSERT_EQ(log.lines().size(), 1u) << reason;
-    if (contents) EXPECT_THAT(log.lines()[0], HasSubstr("AppleDevices: Unable to load device_identifiers.csv: "));
+    EXPECT_THAT(log.lines()[0], HasSubstr(contents ? "AppleDevices: Unable to load device_identifiers.csv: " : ""));
     EXPECT_THAT(log.lines()[0], HasSubstr(reason));
     EXPECT_EQ(devices.size(), 0u) << reason;
     EXPECT_EQ(devices.lookup("iPhone16,2"), "iPhone16,2");
@@ -218,7 +218,7 @@ TEST_F(XcodeEntries, DeviceSupportLabelsWithAndWithoutDevicesBuildsAndArchitectu
     DeviceSupportFileEntry entry(device, type, version(text), build ? std::optional(AppleBuild(*build)) : std::nullopt,
                                  date, architecture, false);
     EXPECT_EQ(entry.label(), label);
-    if (!tooltip.empty()) EXPECT_EQ(entry.tooltipText(), tooltip) << label;
+    EXPECT_TRUE(tooltip.empty() || entry.tooltipText() == tooltip) << entry.tooltipText();
   }
 }
 
