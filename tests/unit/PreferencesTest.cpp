@@ -117,11 +117,7 @@ TEST_F(Settings, ReadsBinaryListsAndKeepsValuesItDoesNotUnderstand) {
 }
 
 TEST(UserDefaults, UnusableFilesReadAsEmptyAndAreMovedAsideOnceWithoutCrashing) {
-  test::TempDir scratch;
-  plist_t root = plist_new_dict();
-  plist_dict_set_item(root, "k", plist_new_string("value"));
-  test::writePlist(scratch / "binary.plist", root, test::PlistFormat::binary);
-  const std::string binary = readFile(scratch / "binary.plist");
+  const std::string binary = test::binaryList({"\xD1\x01\x02", "\x51k", "\x55value"}, 1);  // {"k": "value"}
   const std::vector<std::pair<const char*, std::string>> cases = {
       {"garbage", std::string("\x01\x00not a property list\xff\xfe", 23)},  // with a NUL byte
       {"truncated binary", binary.substr(0, binary.size() / 2)},

@@ -16,15 +16,6 @@ using Reason = PropertyListError::Reason;
 using test::deepBinaryList;
 using test::deepXmlList;
 
-std::optional<Reason> parseFailure(const std::string& bytes) {
-  try {
-    PropertyList::parse(bytes);
-    return std::nullopt;
-  } catch (const PropertyListError& error) {
-    return error.reason();
-  }
-}
-
 // `inner` nested inside `depth` arrays of an XML property list whose top level is a dictionary.
 std::string xmlAround(const std::string& inner, uint32_t depth = 0) {
   std::string xml =
@@ -38,16 +29,7 @@ std::string xmlAround(const std::string& inner, uint32_t depth = 0) {
 
 // A binary property list {key: "v"}.
 std::string binaryWithKey(const std::string& key) {
-  std::string bytes = "bplist00\xD1\x01\x02";
-  const size_t keyAt = bytes.size();
-  bytes += static_cast<char>(0x50 | key.size()) + key;
-  const size_t valueAt = bytes.size();
-  bytes += "\x51v";
-  const size_t table = bytes.size();
-  bytes += {char{8}, static_cast<char>(keyAt), static_cast<char>(valueAt)};
-  bytes += std::string(6, '\0') + "\x01\x01" + std::string(7, '\0') + "\x03" + std::string(8, '\0') +
-           std::string(7, '\0') + static_cast<char>(table);
-  return bytes;
+  return test::binaryList({"\xD1\x01\x02", static_cast<char>(0x50 | key.size()) + key, "\x51v"}, 1);
 }
 
 // Closing tags hidden from a naive scan, followed by openings: each round would take a check
@@ -63,11 +45,7 @@ std::string hiding(const std::string& before, const std::string& after) {
 TEST(PropertyList, NestingIsBoundedBeforeTheParserRecurses) {
   const uint32_t limit = PropertyList::kDeepestNesting;
   // Depth counts every array and dictionary from the top: the root dictionary is one level.
-  struct Case {
-    const char* name;
-    std::string bytes;
-    std::optional<Reason> failure;
-  } cases[] = {
+  const std::tuple<const char*, std::string, std::optional<Reason>> cases[] = {
       {"XML at the limit", xmlAround("", limit - 1), std::nullopt},
       {"XML one past the limit", xmlAround("", limit), Reason::tooDeep},
       {"XML 200,000 deep", deepXmlList(200'000), Reason::tooDeep},
@@ -90,10 +68,15 @@ TEST(PropertyList, NestingIsBoundedBeforeTheParserRecurses) {
       {"garbage", std::string("\x01\x02 not a property list", 23), Reason::malformed},
       {"empty", "", Reason::empty},
   };
-  for (const auto& [name, bytes, failure] : cases) {
-    SCOPED_TRACE(name);
-    EXPECT_EQ(parseFailure(bytes), failure);
-  }
+  const auto parseFailure = [](const std::string& bytes) -> std::optional<Reason> {
+    try {
+      PropertyList::parse(bytes);
+      return std::nullopt;
+    } catch (const PropertyListError& error) {
+      return error.reason();
+    }
+  };
+  for (const auto& [name, bytes, failure] : cases) EXPECT_EQ(parseFailure(bytes), failure) << name;
   // Empty containers open nothing, however many there are.
   std::string emptyOnes;
   for (int i = 0; i < 300; ++i) emptyOnes += "<array/><dict/>";
@@ -115,11 +98,7 @@ TEST(PropertyList, FilesAreRefusedByKindAndSizeBeforeTheyAreRead) {
   const std::string backupSized(PropertyList::largestFile(PropertyList::Kind::metadata) + 1, ' ');
   test::writeFile(dir / "backup.plist", xmlAround("<string>v</string>") + backupSized);
 
-  struct Case {
-    fs::path file;
-    PropertyList::Kind kind;
-    std::optional<Reason> failure;
-  } cases[] = {
+  const std::tuple<fs::path, PropertyList::Kind, std::optional<Reason>> cases[] = {
       {huge, PropertyList::Kind::deviceBackup, Reason::tooLarge},
       {dir / "backup.plist", PropertyList::Kind::metadata, Reason::tooLarge},
       {dir / "backup.plist", PropertyList::Kind::deviceBackup, std::nullopt},
