@@ -1,4 +1,4 @@
-// The settings store (a property list shared with other tools) and the preferences kept in it.
+// Property lists, the settings store built on them (shared with other tools) and the preferences kept in it.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <plist/plist.h>
@@ -15,6 +15,7 @@
 #include "app/Preferences.h"
 #include "platform/Error.h"
 #include "platform/Host.h"
+#include "platform/PropertyList.h"
 #include "platform/UserDefaults.h"
 #include "support/FixtureHome.h"
 #include "support/HostilePropertyLists.h"
@@ -31,13 +32,118 @@ using Period = Preferences::Period;
 using Keys = Preferences::Keys;
 using Value = UserDefaults::Value;
 using Strings = std::vector<std::string>;
+using Reason = PropertyListError::Reason;
+using test::deepBinaryList;
+using test::deepXmlList;
+
+// `inner` nested inside `depth` arrays of an XML property list whose top level is a dictionary.
+std::string xmlAround(const std::string& inner, uint32_t depth = 0) {
+  std::string xml =
+      "<?xml version=\"1.0\"?>\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+      "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n<plist version=\"1.0\"><dict><key>k</key>";
+  for (uint32_t i = 0; i < depth; ++i) xml += "<array>";
+  xml += inner;
+  for (uint32_t i = 0; i < depth; ++i) xml += "</array>";
+  return xml + "</dict></plist>";
+}
+
+// A binary property list {key: "v"}.
+std::string binaryWithKey(const std::string& key) {
+  return test::binaryList({"\xD1\x01\x02", static_cast<char>(0x50 | key.size()) + key, "\x51v"}, 1);
+}
+
+// Closing tags hidden from a naive scan, followed by openings: each round would take a check
+// that believed the closings back to depth 0 while the parser goes 200 levels deeper.
+std::string hiding(const std::string& before, const std::string& after) {
+  std::string closings, openings;
+  for (int i = 0; i < 200; ++i) closings += "</array>", openings += "<array>";
+  std::string inner;
+  for (int round = 0; round < 3; ++round) inner += before + closings + after + openings;
+  return xmlAround(inner);
+}
+
+TEST(PropertyList, NestingIsBoundedBeforeTheParserRecurses) {
+  const uint32_t limit = PropertyList::kDeepestNesting;
+  // Depth counts every array and dictionary from the top: the root dictionary is one level.
+  const std::tuple<const char*, std::string, std::optional<Reason>> cases[] = {
+      {"XML at the limit", xmlAround("", limit - 1), std::nullopt},
+      {"XML one past the limit", xmlAround("", limit), Reason::tooDeep},
+      {"XML 200,000 deep", deepXmlList(200'000), Reason::tooDeep},
+      {"binary at the limit", deepBinaryList(limit - 1), std::nullopt},
+      {"binary one past the limit", deepBinaryList(limit), Reason::tooDeep},
+      {"binary 100,000 deep", deepBinaryList(100'000), Reason::tooDeep},
+      {"binary that contains itself", deepBinaryList(3, true), Reason::tooDeep},
+      // Shared arrays are copied per reference: 10^4 values are fine, 10^9 would never finish.
+      {"binary repeating into ten thousand values", test::repeatingBinaryList(10, 4), std::nullopt},
+      {"binary repeating into a billion values", test::repeatingBinaryList(10, 9), Reason::tooDeep},
+      {"closings hidden in a DOCTYPE subset", hiding("<!DOCTYPE x [", "]>"), Reason::tooDeep},
+      {"closings hidden in a quoted attribute", hiding("<string a=\"", "\">s</string>"), Reason::tooDeep},
+      {"closings hidden in a comment", hiding("<!--", "-->"), Reason::tooDeep},
+      {"closings hidden in CDATA", hiding("<string><![CDATA[", "]]></string>"), Reason::tooDeep},
+      {"an unknown declaration", xmlAround("<!ELEMENT x ANY>"), Reason::tooDeep},
+      // libplist would accept these, then stop the program when the text is read.
+      {"a NUL byte in XML", xmlAround(std::string("<string>a\0b</string>", 20)), Reason::malformed},
+      {"a binary key", binaryWithKey("ab"), std::nullopt},
+      {"a NUL in a binary key", binaryWithKey(std::string("a\0b", 3)), Reason::malformed},
+      {"garbage", std::string("\x01\x02 not a property list", 23), Reason::malformed},
+      {"empty", "", Reason::empty},
+  };
+  const auto parseFailure = [](const std::string& bytes) -> std::optional<Reason> {
+    try {
+      PropertyList::parse(bytes);
+      return std::nullopt;
+    } catch (const PropertyListError& error) {
+      return error.reason();
+    }
+  };
+  for (const auto& [name, bytes, failure] : cases) EXPECT_EQ(parseFailure(bytes), failure) << name;
+  // Empty containers open nothing, however many there are.
+  std::string emptyOnes;
+  for (int i = 0; i < 300; ++i) emptyOnes += "<array/><dict/>";
+  EXPECT_EQ(parseFailure(xmlAround(emptyOnes, 10)), std::nullopt);
+}
+
+TEST(PropertyList, FilesAreRefusedByKindAndSizeBeforeTheyAreRead) {
+  test::TempDir dir;
+  const fs::path info = dir / "Info.plist";
+  test::writeFile(info, xmlAround("<string>v</string>"));
+  auto list = PropertyList::readDictionary(info, PropertyList::Kind::metadata);
+  EXPECT_EQ(PropertyList::string(PropertyList::item(list.root(), "k")), "v");
+
+  // A sparse file of 3 GiB: refused from its size alone, without reading it.
+  const fs::path huge = dir / "huge" / "Info.plist";
+  test::writeSparseFile(huge, uint64_t{3} << 30);
+  test::writeFile(dir / "array.plist", "<plist><array/></plist>");
+  ASSERT_EQ(::mkfifo((dir / "fifo.plist").c_str(), 0600), 0);  // opening it must not hang
+  const std::string backupSized(PropertyList::largestFile(PropertyList::Kind::metadata) + 1, ' ');
+  test::writeFile(dir / "backup.plist", xmlAround("<string>v</string>") + backupSized);
+
+  const std::tuple<fs::path, PropertyList::Kind, std::optional<Reason>> cases[] = {
+      {huge, PropertyList::Kind::deviceBackup, Reason::tooLarge},
+      {dir / "backup.plist", PropertyList::Kind::metadata, Reason::tooLarge},
+      {dir / "backup.plist", PropertyList::Kind::deviceBackup, std::nullopt},
+      {dir / "missing.plist", PropertyList::Kind::metadata, Reason::missing},
+      {dir / "fifo.plist", PropertyList::Kind::metadata, Reason::notAFile},
+      {dir.path(), PropertyList::Kind::metadata, Reason::notAFile},
+      {dir / "array.plist", PropertyList::Kind::metadata, Reason::notADictionary},
+  };
+  for (const auto& [file, kind, failure] : cases) {
+    SCOPED_TRACE(file.string());
+    try {
+      PropertyList::readDictionary(file, kind);
+      EXPECT_EQ(failure, std::nullopt);
+    } catch (const PropertyListError& error) {
+      EXPECT_EQ(error.reason(), failure);
+      EXPECT_NE(std::string(error.what()).find(file.string()), std::string::npos) << error.what();
+    }
+  }
+}
 
 // The sorted names in `folder` that contain `part`.
 Strings namesIn(const fs::path& folder, std::string_view part = "") {
   Strings names;
   for (const auto& entry : fs::directory_iterator(folder))
-    if (entry.path().filename().string().find(part) != std::string::npos)
-      names.push_back(entry.path().filename().string());
+    if (auto name = entry.path().filename().string(); name.find(part) != std::string::npos) names.push_back(name);
   std::sort(names.begin(), names.end());
   return names;
 }
@@ -123,9 +229,9 @@ TEST(UserDefaults, UnusableFilesReadAsEmptyAndAreMovedAsideOnceWithoutCrashing) 
       {"truncated binary", binary.substr(0, binary.size() / 2)},
       {"root is an array", "<?xml version=\"1.0\"?><plist version=\"1.0\"><array><string>x</string></array></plist>"},
       {"empty", ""},
-      {"deep XML", test::deepXmlList(200'000)},
-      {"deep binary", test::deepBinaryList(200'000, false)},
-      {"circular binary", test::deepBinaryList(3, true)}};
+      {"deep XML", deepXmlList(200'000)},
+      {"deep binary", deepBinaryList(200'000, false)},
+      {"circular binary", deepBinaryList(3, true)}};
   for (size_t i = 0; i < cases.size(); ++i) {
     const auto& [name, contents] = cases[i];
     SCOPED_TRACE(name);
@@ -155,7 +261,7 @@ TEST(UserDefaults, UnusableFilesReadAsEmptyAndAreMovedAsideOnceWithoutCrashing) 
 }
 
 TEST_F(Settings, RealisticNestingIsKeptAndNonFilesInPlaceOfTheStoreAreMovedAside) {
-  writeFile(store, test::deepBinaryList(20, false));
+  writeFile(store, deepBinaryList(20, false));
   UserDefaults defaults(store);
   defaults.setBool("b", true);
   EXPECT_EQ(defaults.object("k"), Value(UserDefaults::OtherValue{}));
@@ -293,7 +399,7 @@ TEST_F(Settings, DefaultsThenWrittenValuesUnderTheirStoredKeys) {
   EXPECT_EQ(Preferences::bookmarkKey("/tmp/"), Preferences::bookmarkKey("/tmp"));
 }
 
-TEST_F(Settings, ForeignValuesReadAsTheyMeanAndWrongKindsAsDefaults) {
+TEST_F(Settings, ForeignValuesReadAsTheyMeanWrongKindsAsDefaultsAndGarbageIsSetAside) {
   // What `defaults write` and hand edits produce.
   raw.setString(Keys::dryRunEnabled, "YES");
   raw.setString(Keys::notificationsEnabled, " no ");
@@ -325,6 +431,15 @@ TEST_F(Settings, ForeignValuesReadAsTheyMeanAndWrongKindsAsDefaults) {
                        "</key><real>0.0</real></dict></plist>");
   EXPECT_TRUE(preferences.dryRunEnabled());
   EXPECT_FALSE(preferences.notificationsEnabled());
+  // A file that is no property list at all is set aside with one warning; the next write succeeds.
+  writeFile(store, std::string("\x00\x01 definitely not a plist", 25));
+  test::LogCapture log;
+  EXPECT_TRUE(preferences.notificationsEnabled());
+  EXPECT_FALSE(fs::exists(store));
+  EXPECT_EQ(preferences.addToTotalBytesCleaned(10).total, 10);
+  EXPECT_EQ(preferences.totalBytesCleaned(), 10);
+  ASSERT_EQ(log.lines().size(), 1u);
+  EXPECT_EQ(log.lines()[0].rfind("\u26A0\uFE0F Preferences: ", 0), 0u) << log.lines()[0];
 }
 
 TEST_F(Settings, ObserversAreNotifiedOfEveryWriteInOrderAndRegisteredOnce) {
@@ -379,18 +494,6 @@ TEST_F(Settings, ObserversMayChangeTheListWhileBeingNotifiedAndFromOtherThreads)
   EXPECT_EQ(preferences.observers().size(), 1u);
 }
 
-TEST_F(Settings, ACorruptFileIsSetAsideLoggedOnceAndTheNextWriteSucceeds) {
-  writeFile(store, std::string("\x00\x01 definitely not a plist", 25));
-  test::LogCapture log;
-  EXPECT_TRUE(preferences.notificationsEnabled());
-  ASSERT_EQ(log.lines().size(), 1u);
-  EXPECT_EQ(log.lines()[0].rfind("\u26A0\uFE0F Preferences: ", 0), 0u) << log.lines()[0];
-  EXPECT_FALSE(fs::exists(store));  // set aside, as the store's own tests check in detail
-  EXPECT_EQ(preferences.addToTotalBytesCleaned(10).total, 10);
-  EXPECT_EQ(preferences.totalBytesCleaned(), 10);
-  EXPECT_EQ(log.lines().size(), 1u);
-}
-
 // No byte is lost and every process sees the others' writes. Each write syncs file and folder,
 // so the store is on a memory file system where there is one.
 TEST(PreferencesConcurrency, ProcessesAndThreadsAddingAtTheSameMomentNeverLoseBytes) {
@@ -404,36 +507,31 @@ TEST(PreferencesConcurrency, ProcessesAndThreadsAddingAtTheSameMomentNeverLoseBy
   preferences.setDryRunEnabled(true);
   int gate[2];  // all children wait at the gate so that they really run at the same time
   ASSERT_EQ(::pipe(gate), 0);
-  std::vector<pid_t> children;
-  for (int i = 0; i < kProcesses; ++i) {
-    if ((children.emplace_back(::fork())) != 0) continue;
-    int status = 2;
-    try {
-      ::close(gate[1]);
-      char byte;
-      while (::read(gate[0], &byte, 1) < 0) continue;
-      Preferences mine(store);
-      int64_t previous = -1;
-      status = 0;
-      for (int n = 0; n < kAdditions && status == 0; ++n) {
-        int64_t total = mine.addToTotalBytesCleaned(i + 1).total;  // a different amount per process
-        if (total <= previous) status = 1;                         // a lost or repeated update
-        previous = total;
-      }
-      if (i == 0) mine.setCustomDerivedDataFolder(fs::path("/Volumes/Work/DD"));
-    } catch (...) {
+  const auto runChild = [&](int amount) {  // the child's exit status
+    ::close(gate[1]);
+    char byte;
+    while (::read(gate[0], &byte, 1) < 0) continue;
+    Preferences mine(store);
+    int64_t previous = -1;
+    for (int n = 0; n < kAdditions; ++n) {
+      const int64_t total = mine.addToTotalBytesCleaned(amount).total;
+      if (total <= previous) return 1;  // a lost or repeated update
+      previous = total;
     }
-    ::_exit(status);
-  }
+    if (amount == 1) mine.setCustomDerivedDataFolder(fs::path("/Volumes/Work/DD"));
+    return 0;
+  };
+  std::vector<pid_t> children;
+  for (int i = 0; i < kProcesses; ++i)
+    if ((children.emplace_back(::fork())) == 0) ::_exit(runChild(i + 1));  // a different amount per process
   ::close(gate[0]);
   ::close(gate[1]);  // opens the gate
   std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
+  for (int i = 0; i < 4; ++i)
     threads.emplace_back([&] {
       Preferences mine(store);
       for (int n = 0; n < 100; ++n) mine.addToTotalBytesCleaned(1000);
     });
-  }
   for (int n = 0; n < 50; ++n) preferences.setNotificationsPeriod(n % 2 ? Period::everyWeek : Period::every2Months);
   for (auto& thread : threads) thread.join();
   for (pid_t child : children) {
