@@ -202,20 +202,15 @@ TEST_F(Settings, ReadsBinaryListsAndKeepsValuesItDoesNotUnderstand) {
   plist_array_append_item(list, plist_new_string("kept"));
   plist_dict_set_item(root, "list", list);
   test::writePlist(store, root, test::PlistFormat::binary);
-  UserDefaults defaults(store);
-  EXPECT_EQ(defaults.object("count"), Value(int64_t{7}));
-  EXPECT_EQ(defaults.object("ratio"), Value(2.5));
-  EXPECT_EQ(defaults.object("list"), Value(UserDefaults::OtherValue{}));
-  // The rewrite is a property list any other tool can read, and keeps the array no setting reads.
-  defaults.setBool("added", true);
-  const std::string bytes = readFile(store);
-  plist_t parsed = nullptr;
-  plist_from_memory(bytes.data(), static_cast<uint32_t>(bytes.size()), &parsed);
-  ASSERT_NE(parsed, nullptr);
-  plist_t kept = plist_dict_get_item(parsed, "list");
-  EXPECT_TRUE(kept && plist_array_get_size(kept) == 1u);
-  EXPECT_EQ(plist_dict_get_size(parsed), 4u);
-  plist_free(parsed);
+  EXPECT_EQ(raw.object("count"), Value(int64_t{7}));
+  EXPECT_EQ(raw.object("ratio"), Value(2.5));
+  EXPECT_EQ(raw.object("list"), Value(UserDefaults::OtherValue{}));
+  // The rewrite keeps the array no setting reads.
+  raw.setBool("added", true);
+  EXPECT_EQ(raw.keys(), (Strings{"added", "count", "list", "ratio"}));
+  const auto rewritten = PropertyList::parse(readFile(store));
+  const auto kept = PropertyList::arrayItems(PropertyList::item(rewritten.root(), "list"));
+  EXPECT_TRUE(kept.size() == 1 && PropertyList::string(kept[0]) == "kept");
 }
 
 TEST(UserDefaults, UnusableFilesReadAsEmptyAndAreMovedAsideOnceWithoutCrashing) {
