@@ -29,7 +29,6 @@ namespace fs = std::filesystem;
 using test::readFile;
 using test::writeFile;
 using Period = Preferences::Period;
-using Keys = Preferences::Keys;
 using Value = UserDefaults::Value;
 using Strings = std::vector<std::string>;
 using Reason = PropertyListError::Reason;
@@ -156,6 +155,10 @@ struct RecordingObserver : PreferencesObserver {
 };
 
 struct Settings : ::testing::Test {
+  // The store as another tool writes it: the given keys and values in an XML dictionary.
+  void writeSettings(const std::string& entries) {
+    writeFile(store, "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>" + entries + "</dict></plist>");
+  }
   test::TempDir dir;
   fs::path store = dir / "s.plist";
   Preferences preferences{store};
@@ -385,37 +388,27 @@ TEST_F(Settings, DefaultsThenWrittenValuesUnderTheirStoredKeys) {
 }
 
 TEST_F(Settings, ForeignValuesReadAsTheyMeanWrongKindsAsDefaultsAndGarbageIsSetAside) {
-  // What `defaults write` and hand edits produce.
-  raw.setString(Keys::dryRunEnabled, "YES");
-  raw.setString(Keys::notificationsEnabled, " no ");
-  raw.setString(Keys::notificationsPeriod, "1");
-  EXPECT_TRUE(preferences.dryRunEnabled());
-  EXPECT_FALSE(preferences.notificationsEnabled());
+  // What `defaults write` and hand edits produce: numbers, as text or reals, are on unless zero;
+  // values of the wrong kind read as the defaults.
+  for (const auto& [dry, notifications, dryOn, notificationsOn] :
+       std::vector<std::tuple<std::string, std::string, bool, bool>>{
+           {"<string>YES</string>", "<string> no </string>", true, false},
+           {"<string>maybe</string>", "<data>AA==</data>", false, true},
+           {"<string> 2</string>", "<string>0</string>", true, false},
+           {"<real>0.5</real>", "<real>0.0</real>", true, false}}) {
+    writeSettings("<key>TWDryRunEnabledKey</key>" + dry + "<key>TWNotificationsEnabledKey</key>" + notifications);
+    EXPECT_EQ(preferences.dryRunEnabled(), dryOn) << dry;
+    EXPECT_EQ(preferences.notificationsEnabled(), notificationsOn) << notifications;
+  }
+  writeSettings("<key>TWNotificationsPeriodKey</key><string>1</string>");
   EXPECT_EQ(preferences.notificationsPeriod(), Period::every2weeks);
-
-  raw.setInteger(Keys::notificationsPeriod, 7);
-  raw.setString(Keys::totalBytesCleaned, "12345");
-  raw.setBool(Keys::customArchivesFolder, true);
-  raw.setData(Keys::notificationsEnabled, {0});
-  raw.setString(Keys::dryRunEnabled, "maybe");
-  raw.setString("TWFolderBookmark_Y", "not data");
+  writeSettings(
+      "<key>TWNotificationsPeriodKey</key><integer>7</integer><key>TWTotalBytesCleaned</key><string>12345</string>"
+      "<key>TWCustomArchivesFolderKey</key><true/><key>TWFolderBookmark_Y</key><string>not data</string>");
   EXPECT_EQ(preferences.notificationsPeriod(), Period::everyMonth);
   EXPECT_EQ(preferences.totalBytesCleaned(), 0);
   EXPECT_FALSE(preferences.customArchivesFolder().has_value());
-  EXPECT_TRUE(preferences.notificationsEnabled());
-  EXPECT_FALSE(preferences.dryRunEnabled());
   EXPECT_FALSE(preferences.data("TWFolderBookmark_Y").has_value());
-
-  // Numbers, as text or reals: anything but zero is on.
-  raw.setString(Keys::dryRunEnabled, " 2");
-  raw.setString(Keys::notificationsEnabled, "0");
-  EXPECT_TRUE(preferences.dryRunEnabled());
-  EXPECT_FALSE(preferences.notificationsEnabled());
-  writeFile(store, std::string("<plist version=\"1.0\"><dict><key>") + Keys::dryRunEnabled +
-                       "</key><real>0.5</real><key>" + Keys::notificationsEnabled +
-                       "</key><real>0.0</real></dict></plist>");
-  EXPECT_TRUE(preferences.dryRunEnabled());
-  EXPECT_FALSE(preferences.notificationsEnabled());
   // A file that is no property list at all is set aside with one warning; the next write succeeds.
   writeFile(store, std::string("\x00\x01 definitely not a plist", 25));
   test::LogCapture log;
@@ -546,8 +539,7 @@ TEST_F(Settings, ATotalBeyondSixtyFourBitsStaysAtTheLargestAndNeverReadsNegative
            {"18446744073709551615", INT64_MAX}, {"9223372036854775808", INT64_MAX}, {"-1", -1}, {"0", 0}}) {
     SCOPED_TRACE(stored);
     const std::string number = "<integer>" + stored + "</integer>";
-    writeFile(store, "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>TWTotalBytesCleaned</key>" + number +
-                         "<key>TWDryRunEnabledKey</key>" + number + "</dict></plist>");
+    writeSettings("<key>TWTotalBytesCleaned</key>" + number + "<key>TWDryRunEnabledKey</key>" + number);
     EXPECT_EQ(preferences.dryRunEnabled(), expected != 0);
     EXPECT_EQ(preferences.totalBytesCleaned(), expected);
   }
