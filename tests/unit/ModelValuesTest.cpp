@@ -35,7 +35,7 @@ const EntryDate kMarch4 = sys_days{year{2024} / March / 4} + hours{9} + minutes{
 
 Version version(std::string_view text) { return *Version::fromString(text); }
 
-TEST(AppleBuild, SplitsNumberLetterAndDailyPart) {
+TEST(AppleBuild, SplitsIntoNumberLetterAndDailyPartAndOrdersByThem) {
   const std::vector<std::tuple<std::string, std::optional<int64_t>, std::optional<std::string>, std::string>> cases = {
       {"21A5248p", 21, "A", "5248p"},
       {"15", 15, std::nullopt, ""},
@@ -55,9 +55,6 @@ TEST(AppleBuild, SplitsNumberLetterAndDailyPart) {
   EXPECT_EQ(AppleBuild("21E219"), AppleBuild(" 21 E219"));  // equality compares the parts
   EXPECT_EQ(AppleBuild("21A5248p"), AppleBuild(" 21 A 5248p"));
   EXPECT_NE(AppleBuild("A1"), AppleBuild("0A1"));  // an absent number differs from 0
-}
-
-TEST(AppleBuild, OrdersByNumberThenLetterThenDailyTextLiterally) {
   // Strictly ascending: no number counts as 0, no letter before a letter, upper before lower case.
   const std::vector<std::string> ascending = {"-2A",  "",       "A1",  "1A",   "9Z",   "21",     "21A5248p", "21A559",
                                               "21B5", "21E999", "21F", "21a1", "22A1", "22A100", "22A99"};
@@ -74,7 +71,7 @@ std::optional<std::string> printed(const std::optional<Version>& version) {
   return version ? std::optional<std::string>(version->toString()) : std::nullopt;
 }
 
-TEST(Version, ParsesTwoAndThreePartsAndPrintsThemBack) {
+TEST(Version, ParsesTwoAndThreePartsPrintsThemBackAndOrdersThem) {
   // Empty pieces are dropped, nothing is trimmed.
   const std::vector<std::pair<std::string, std::optional<std::string>>> cases = {
       {"15.2.0", "15.2.0"},
@@ -89,9 +86,6 @@ TEST(Version, ParsesTwoAndThreePartsAndPrintsThemBack) {
       {"-1.2", std::nullopt},
       {"１.２", std::nullopt}};
   for (const auto& [text, expected] : cases) EXPECT_EQ(printed(Version::fromString(text)), expected) << text;
-}
-
-TEST(Version, OrdersByMajorMinorAndPatch) {
   const std::vector<std::string> ascending = {"2.0", "9.9.9", "10.0", "16.0", "16.0.1", "16.1", "16.10", "17.0"};
   for (size_t i = 0; i + 1 < ascending.size(); ++i) {
     const Version earlier = version(ascending[i]), later = version(ascending[i + 1]);
@@ -203,14 +197,11 @@ TEST_F(XcodeEntries, DeviceSupportLabelsWithAndWithoutDevicesBuildsAndArchitectu
   }
 }
 
-TEST_F(XcodeEntries, OSTypesComeFromExactNames) {
-  const std::vector<std::pair<std::string, OSType>> cases = {
+TEST_F(XcodeEntries, OSTypesComeFromExactNamesAndIconsCoverTheVersionsWithTheirOwnPicture) {
+  const std::vector<std::pair<std::string, OSType>> names = {
       {"iOS", OSType::iOS},           {"watchOS", OSType::watchOS}, {"tvOS", OSType::tvOS},  {"macOS", OSType::macOS},
       {"visionOS", OSType::visionOS}, {"ios", OSType::other},       {"xrOS", OSType::other}, {"iOS ", OSType::other}};
-  for (const auto& [name, type] : cases) EXPECT_EQ(DeviceSupportFileEntry::osTypeFromName(name), type) << name;
-}
-
-TEST_F(XcodeEntries, DeviceSupportIconsCoverTheVersionsWithTheirOwnPicture) {
+  for (const auto& [name, type] : names) EXPECT_EQ(DeviceSupportFileEntry::osTypeFromName(name), type) << name;
   // Each type with its pictures' folder and, per version, the picture.
   const std::vector<std::tuple<OSType, std::string, std::vector<std::pair<std::string, std::string>>>> cases = {
       {OSType::iOS,
@@ -275,7 +266,7 @@ std::vector<std::string> sortedStandard(std::vector<std::string> texts) {
   return texts;
 }
 
-TEST(Text, StandardCompareOrdersNumbersByValueIgnoresCaseFirstAndFollowsTheLocale) {
+TEST(Text, ComparesNumbersByValueCaseLastInTheLocaleCapitalizesAndComposes) {
   ScopedTextLocale locale("en_US", "UTC");
   EXPECT_EQ(sortedStandard({"Xcode 15.10", "xcode 15.2", "Zebra", "Xcode 15.1", "apple", "Xcode 9", "file10", "file2"}),
             (std::vector<std::string>{"apple", "file2", "file10", "Xcode 9", "Xcode 15.1", "xcode 15.2", "Xcode 15.10",
@@ -287,20 +278,16 @@ TEST(Text, StandardCompareOrdersNumbersByValueIgnoresCaseFirstAndFollowsTheLocal
   EXPECT_EQ(localizedStandardCompare("Same", "Same"), 0);
   EXPECT_LT(localizedStandardCompare("\xC3\xA9t\xC3\xA9", "ete2"), 0);  // accents weigh less than digits
   EXPECT_NE(localizedStandardCompare("a\xFF", "a\xFE"), 0);             // broken UTF-8 compares without failing
-  // Swedish sorts "ö" after "z"; German sorts it with "o".
-  for (const auto& [language, after] : {std::pair{"sv_SE", true}, {"de_DE", false}}) {
-    ScopedTextLocale scoped(language, "UTC");
-    EXPECT_EQ(localizedStandardCompare("\xC3\xB6l", "zebra") > 0, after) << language;
-  }
-}
-
-TEST(Text, CapitalizesWordsAndComposesDecomposedText) {
-  ScopedTextLocale locale("en_US", "UTC");
   EXPECT_EQ(capitalizedWords("IDE CACHES\tand  more"), "Ide Caches\tAnd  More");
   EXPECT_EQ(capitalizedWords("\xC3\xA9t\xC3\xA9 \xC3\x89T\xC3\x89"), "\xC3\x89t\xC3\xA9 \xC3\x89t\xC3\xA9");
   EXPECT_EQ(canonicalNormalized("Cafe\xCC\x81"), "Caf\xC3\xA9");
   EXPECT_EQ(canonicalNormalized("\xEF\xAC\x81"), "\xEF\xAC\x81");  // the "fi" ligature stays: NFC, not NFKC
   EXPECT_FALSE(canonicalNormalized("bad\xFF").empty());
+  // Swedish sorts "ö" after "z"; German sorts it with "o".
+  for (const auto& [language, after] : {std::pair{"sv_SE", true}, {"de_DE", false}}) {
+    ScopedTextLocale scoped(language, "UTC");
+    EXPECT_EQ(localizedStandardCompare("\xC3\xB6l", "zebra") > 0, after) << language;
+  }
 }
 
 TEST(Text, FormatsDatesInTheLocaleAndTimeZone) {
