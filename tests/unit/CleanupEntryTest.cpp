@@ -71,7 +71,7 @@ TEST(CleanupEntry, TooltipsAreTrimmedAndEntriesHoldPathsOrItemsNeverBoth) {
   EXPECT_NO_THROW(orphan->deleteItem(std::nullopt));  // nothing to delete without a path
 }
 
-TEST(CleanupEntry, RecomputesTriStateSelectionsFromTheChildren) {
+TEST(CleanupEntry, RecomputesTriStateSelectionsFromTheChildrenWhereEmptyOnesDoNotCount) {
   const std::pair<std::vector<Selection>, Selection> cases[] = {
       {{Selection::on, Selection::on, Selection::mixed}, Selection::mixed},
       {{Selection::on, Selection::on}, Selection::on},
@@ -81,19 +81,15 @@ TEST(CleanupEntry, RecomputesTriStateSelectionsFromTheChildren) {
     for (bool start : {true, false}) {
       auto group = entry("group", start);
       for (Selection selection : children) {
-        auto child = leaf("child", selection);
-        if (selection == Selection::mixed) {  // a group of one selected and one unselected leaf
-          child = entry("mixed group", false, {leaf("a", Selection::on), leaf("b", Selection::off)});
-        }
-        group->addItem(child);
+        // A mixed child is a group of one selected and one unselected leaf.
+        group->addItem(selection != Selection::mixed
+                           ? leaf("child", selection)
+                           : entry("mixed group", false, {leaf("a", Selection::on), leaf("b", Selection::off)}));
       }
       EXPECT_EQ(group->updateSelection(), expected);
       EXPECT_EQ(group->selection(), expected);
     }
   }
-}
-
-TEST(CleanupEntry, EmptyEntriesAreTurnedOffAndDoNotCount) {
   EXPECT_EQ(entry("empty", true)->updateSelection(), Selection::off);
   // A group whose only child is empty keeps its own selection; the child is turned off.
   for (bool selected : {true, false}) {

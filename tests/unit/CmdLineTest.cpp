@@ -45,7 +45,7 @@ TEST(ArgumentsParser, ErrorsNameTheTokenThatCouldNotBeTaken) {
   EXPECT_TRUE(parser.parse({}).empty());
 }
 
-TEST(ArgumentsParser, ResultsFollowCommandLineOrderAndValuesAreTakenVerbatim) {
+TEST(ArgumentsParser, ResultsFollowCommandLineOrderValuesAreVerbatimAndUsageKeepsRegistrationOrder) {
   auto parser = toolParser();
   auto given = parser.parse({"tw", "--help", "clean", "info", "info"});
   ASSERT_EQ(given.size(), 3u);
@@ -58,10 +58,6 @@ TEST(ArgumentsParser, ResultsFollowCommandLineOrderAndValuesAreTakenVerbatim) {
     EXPECT_EQ(parser.parse({"tw", "clean", value}).at(0).withValue()->value, value);
   // The registered copies stay unset, so the same parser parses again from scratch.
   for (const auto& option : parser.options()) EXPECT_FALSE(option.isSet()) << option.name();
-}
-
-TEST(ArgumentsParser, UsageTextListsOptionsInRegistrationOrder) {
-  auto parser = toolParser();
   parser.addOptionWithValue("free", "Anything goes.", std::nullopt);
   parser.addOptionWithValue("none", "Nothing goes.", std::vector<std::string>{});
   EXPECT_EQ(parser.usageText(),
