@@ -106,24 +106,12 @@ CleanupEntryPtr entry(std::string label, std::string extraInfo, std::optional<in
 
 TEST(CmdLineListing, RootsInDescendingCodePointOrderChildrenInStoredOrderOneTabDeeper) {
   std::ostringstream out;
-  CmdLine cmdLine(out);
-  auto derived = entry("Derived Data", "", 3'500'000,
-                       {entry("WeatherApp", "/Users/sam/WeatherApp.xcodeproj", 3'000'000,
-                              {entry("Build", "", 2'999'000), entry("Index", "", std::nullopt)}),
-                        entry("Alpha", "", 500'000)});
   // "É" written as E + combining acute sorts as U+00C9, above every ASCII letter, but prints as given.
-  cmdLine.printInfo({entry("Archives", "", std::nullopt), derived, entry("apple", "", 1),
-                     entry("E\u0301clair", "old", 1'000), entry("Zeta", "", 0)});
+  CmdLine(out).printInfo({entry("Zeta", "", 0, {entry("b", "/x/b", 1'500'000), entry("a", "", std::nullopt)}),
+                          entry("E\u0301clair", "old", 1'000), entry("apple", "", 1)});
   EXPECT_EQ(out.str(),
-            "[1 KB] E\u0301clair (old)\n\n"
-            "[1 byte] apple \n\n"
-            "[Zero KB] Zeta \n\n"
-            "[3.5 MB] Derived Data \n"
-            "\t[3 MB] WeatherApp (/Users/sam/WeatherApp.xcodeproj)\n"
-            "\t\t[3 MB] Build \n"
-            "\t\t[Zero KB] Index \n"
-            "\t[500 KB] Alpha \n\n"
-            "[Zero KB] Archives \n\n");
+            "[1 KB] E\u0301clair (old)\n\n[1 byte] apple \n\n"
+            "[Zero KB] Zeta \n\t[1.5 MB] b (/x/b)\n\t[Zero KB] a \n\n");
 }
 
 // The deletion report's lines, then a clean in a temporary home that deletes only what it names.
