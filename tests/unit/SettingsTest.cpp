@@ -1,5 +1,6 @@
 // Property lists, the settings store built on them (shared with other tools) and the preferences kept in it.
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <plist/plist.h>
 #include <sys/file.h>
@@ -31,6 +32,8 @@ using test::writeFile;
 using Period = Preferences::Period;
 using Value = UserDefaults::Value;
 using Strings = std::vector<std::string>;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
 using Reason = PropertyListError::Reason;
 using test::deepBinaryList;
 using test::deepXmlList;
@@ -129,7 +132,7 @@ TEST(PropertyList, FilesAreRefusedByKindAndSizeBeforeTheyAreRead) {
       EXPECT_EQ(PropertyList::string(PropertyList::item(list.root(), "k")), "v");
     } catch (const PropertyListError& error) {
       EXPECT_EQ(error.reason(), failure);
-      EXPECT_NE(std::string(error.what()).find(file.string()), std::string::npos) << error.what();
+      EXPECT_THAT(error.what(), HasSubstr(file.string()));
     }
   }
 }
@@ -243,8 +246,7 @@ TEST(UserDefaults, UnusableFilesReadAsEmptyAndAreMovedAsideOnceWithoutCrashing) 
     ASSERT_EQ(aside.size(), 1u);
     EXPECT_EQ(aside[0].size(), std::string("s.plist.corrupt-YYYYMMDDTHHMMSSZ").size());
     EXPECT_EQ(readFile(dir / aside[0]), contents);  // the user's bytes are kept as they were
-    EXPECT_NE(problems[0].message.find(store.string()), std::string::npos);
-    EXPECT_NE(problems[0].message.find(aside[0]), std::string::npos);
+    EXPECT_THAT(problems[0].message, AllOf(HasSubstr(store.string()), HasSubstr(aside[0])));
     defaults.setInteger("k", 6);
     EXPECT_EQ(defaults.object("k"), Value(int64_t{6}));
     EXPECT_EQ(problems.size(), 1u);
@@ -293,7 +295,7 @@ TEST_F(Settings, AFailedWriteOrChangeThrowsAndLeavesEverythingAsItWas) {
   auto failed = failing.addToTotalBytesCleaned(5);
   EXPECT_EQ(failed.total, 0);
   ASSERT_TRUE(failed.saveFailure.has_value());
-  EXPECT_NE(failed.saveFailure->find("blocker"), std::string::npos) << *failed.saveFailure;
+  EXPECT_THAT(*failed.saveFailure, HasSubstr("blocker"));
   EXPECT_FALSE(failing.dryRunEnabled());
   EXPECT_EQ(observer->keys, (Strings{"TWDryRunEnabledKey", "TWTotalBytesCleaned"}));
   ASSERT_EQ(log.lines().size(), 2u);
