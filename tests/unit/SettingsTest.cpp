@@ -331,16 +331,16 @@ TEST_F(Settings, AWriteRemovesTheTemporaryFilesOfKilledWritersButNoOtherFile) {
   writeFile(dir / ".s.plist.tmp-inUse1", "being written");
   int live = ::open((dir / ".s.plist.tmp-inUse1").c_str(), O_RDONLY);
   ASSERT_EQ(::flock(live, LOCK_EX), 0);
-  Strings expected = {".other.plist.tmp-Ab3xQz", ".s.plist.tmp-toolong", "s.plist.tmp-Ab3xQz"};
-  for (const auto& name : expected) writeFile(dir / name, "not ours");
+  for (const char* name : {".other.plist.tmp-Ab3xQz", ".s.plist.tmp-toolong", "s.plist.tmp-Ab3xQz"})
+    writeFile(dir / name, "not ours");
   fs::create_directory(dir / ".s.plist.tmp-folder");
   fs::create_symlink(dir / "s.plist", dir / ".s.plist.tmp-linked");
 
   defaults.setInteger("k", -1);
   EXPECT_EQ(defaults.object("k"), Value(int64_t{-1}));
-  expected.insert(expected.end(), {".s.plist.tmp-folder", ".s.plist.tmp-inUse1", ".s.plist.tmp-linked"});
-  std::sort(expected.begin(), expected.end());
-  EXPECT_EQ(namesIn(dir.path(), ".tmp-"), expected);
+  EXPECT_EQ(namesIn(dir.path(), ".tmp-"),
+            (Strings{".other.plist.tmp-Ab3xQz", ".s.plist.tmp-folder", ".s.plist.tmp-inUse1", ".s.plist.tmp-linked",
+                     ".s.plist.tmp-toolong", "s.plist.tmp-Ab3xQz"}));
   ::close(live);
 }
 
