@@ -25,10 +25,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace test;
 
-bool present(const fs::path& path) {
-  struct stat status {};
-  return ::lstat(path.c_str(), &status) == 0;
-}
+bool present(const fs::path& path) { return fs::exists(fs::symlink_status(path)); }
 
 // A folder outside the removed tree, with its snapshot taken.
 std::map<std::string, std::string> makeOutsideFolder(const fs::path& outside) {
@@ -175,10 +172,6 @@ void makeFiles(const fs::path& folder, int count) {
   for (int i = 0; i < count; ++i) writeFile(folder / ("sub" + std::to_string(i % 4)) / std::to_string(i), "x");
 }
 
-std::string removalFailure(const fs::path& item) {
-  return failureOf([&] { removeItem(item); });
-}
-
 // Failures of both walks (a pool of the child's own, as many threads as a large Mac has: the
 // child has none of the parent's workers).
 std::string measuredWrongly(const fs::path& folder, int64_t expected) {
@@ -242,7 +235,7 @@ TEST(SelectionBoundary, ABindMountInsideTheSelectionIsNeverEnteredNorMeasured) {
         result += "method " + std::to_string(int(method)) + " is wrong about a mount\n";
     }
     result += measuredWrongly(project, ownBytes);
-    const std::string failure = removalFailure(project);
+    const std::string failure = failureOf([&] { removeItem(project); });
     if (failure != "\u201Cmnt\u201D couldn\u2019t be removed because it is on another volume.")
       result += "removal said: " + failure + "\n";
     return result;
@@ -279,7 +272,7 @@ TEST(SelectionBoundary, ACacheFolderReachedThroughALinkIsNeitherShownNorDeleted)
   ASSERT_EQ(catalogue.size(), 1u);
   EXPECT_EQ(catalogue.front()->label(), "Own vendor");
 
-  EXPECT_EQ(removalFailure(linked / "vendor" / "bundle"),
+  EXPECT_EQ(failureOf([&] { removeItem(linked / "vendor" / "bundle"); }),
             "\u201Cbundle\u201D couldn\u2019t be removed because \u201Cvendor\u201D in its path is a symbolic link.");
   EXPECT_EQ(countFiles(outside), 13);
 }
@@ -300,7 +293,7 @@ TEST(SelectionBoundary, ParentFolderSwappedForALinkLosesNothingOutside) {
     makeFiles(derivedData / "App-abc", kFiles);
     {
       LinkSwapper swapper(derivedData, outside.parent_path());
-      refused += !removalFailure(derivedData / "App-abc").empty();
+      refused += !failureOf([&] { removeItem(derivedData / "App-abc"); }).empty();
     }
     if (const int missing = kFiles - countFiles(outside); missing > 0) {
       lost += missing, ++trialsWithLoss;
@@ -354,7 +347,7 @@ TEST(SelectionBoundary, RemovalAndMeasurementWorkUnderSixteenDescriptors) {
     std::string result;
     for (const auto& [folder, expected] : trees) {
       result += failureOf([&] { result += measuredWrongly(folder, expected); });
-      result += removalFailure(folder);
+      result += failureOf([&] { removeItem(folder); });
     }
     return result;
   });
