@@ -3,8 +3,16 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace tw::test {
+
+// `value` in `size` bytes, most significant first, as binary property lists store numbers.
+std::string bigEndian(uint64_t value, int size);
+
+// A binary property list of already encoded `objects`, the first one the top; offsets and
+// references take `size` bytes.
+std::string binaryList(const std::vector<std::string>& objects, uint8_t size);
 
 // An XML property list {"k": [[[...]]]} with `depth` nested arrays.
 std::string deepXmlList(uint32_t depth);

@@ -5,17 +5,30 @@
 #include <string>
 #include <vector>
 
+#include "app/Logger.h"
+
 namespace tw::test {
 
 class LogCapture {
  public:
-  LogCapture();
-  ~LogCapture();
+  LogCapture() {
+    Logger::main().setLineObserver([this](Logger::Level, const std::string& line) {
+      std::lock_guard lock(mutex_);
+      lines_.push_back(line);
+    });
+  }
+  ~LogCapture() { Logger::main().setLineObserver(nullptr); }
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
 
-  std::vector<std::string> lines() const;
-  void clear();
+  std::vector<std::string> lines() const {
+    std::lock_guard lock(mutex_);
+    return lines_;
+  }
+  void clear() {
+    std::lock_guard lock(mutex_);
+    lines_.clear();
+  }
 
  private:
   mutable std::mutex mutex_;

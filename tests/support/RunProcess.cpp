@@ -1,7 +1,6 @@
 #include "support/RunProcess.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <pty.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -10,32 +9,22 @@
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
+#include <thread>
 
 extern char** environ;
 
 namespace tw::test {
 namespace {
 
-// Reads both pipes to their ends, whichever has data, so that neither fills up and blocks the child.
-void drain(int outFd, int errFd, std::string& out, std::string& err) {
-  pollfd fds[2] = {{outFd, POLLIN, 0}, {errFd, POLLIN, 0}};
+// Everything `fd` gives until its end.
+std::string readAll(int fd) {
+  std::string text;
   char buffer[65536];
-  for (int open = 2; open > 0;) {
-    if (::poll(fds, 2, -1) < 0) {
-      if (errno == EINTR) continue;
-      break;
-    }
-    for (int i = 0; i < 2; ++i) {
-      if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP | POLLERR))) continue;
-      ssize_t n = ::read(fds[i].fd, buffer, sizeof buffer);
-      if (n > 0) {
-        (i == 0 ? out : err).append(buffer, static_cast<size_t>(n));
-      } else if (n == 0 || errno != EINTR) {
-        fds[i].fd = -1;
-        --open;
-      }
-    }
+  for (ssize_t n; (n = ::read(fd, buffer, sizeof buffer)) != 0;) {
+    if (n > 0) text.append(buffer, static_cast<size_t>(n));
+    if (n < 0 && errno != EINTR) break;
   }
+  return text;
 }
 
 // Pointers to `strings` ending in a null pointer, as exec wants them.
@@ -60,9 +49,8 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
   }
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, inputFd, 0);
-  posix_spawn_file_actions_adddup2(&actions, outPipe[1], 1);
-  posix_spawn_file_actions_adddup2(&actions, errPipe[1], 2);
+  for (int target = 0; int fd : {inputFd, outPipe[1], errPipe[1]})
+    posix_spawn_file_actions_adddup2(&actions, fd, target++);
 
   std::vector<std::string> argv{program}, env;
   argv.insert(argv.end(), arguments.begin(), arguments.end());
@@ -73,21 +61,22 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
   for (const auto& [name, value] : options.environment)
     if (value) env.push_back(name + "=" + *value);
   pid_t pid = 0;
-  int rc = posix_spawn(&pid, program.c_str(), &actions, nullptr, pointers(argv).data(), pointers(env).data());
+  const int rc = posix_spawn(&pid, program.c_str(), &actions, nullptr, pointers(argv).data(), pointers(env).data());
   posix_spawn_file_actions_destroy(&actions);
   for (int fd : {outPipe[1], errPipe[1], inputFd}) ::close(fd);
 
   ProcessResult result;
-  if (rc == 0) drain(outPipe[0], errPipe[0], result.standardOutput, result.standardError);
-  for (int fd : {outPipe[0], errPipe[0]}) ::close(fd);
-  if (rc != 0) {
-    if (terminalMaster >= 0) ::close(terminalMaster);
-    throw std::runtime_error("cannot start " + program + ": " + std::strerror(rc));
+  if (rc == 0) {  // both pipes at once, so that neither fills up and blocks the child
+    std::thread errorReader([&] { result.standardError = readAll(errPipe[0]); });
+    result.standardOutput = readAll(outPipe[0]);
+    errorReader.join();
   }
+  for (int fd : {outPipe[0], errPipe[0]}) ::close(fd);
   int status = 0;
-  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  while (rc == 0 && ::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
   if (terminalMaster >= 0) ::close(terminalMaster);
+  if (rc != 0) throw std::runtime_error("cannot start " + program + ": " + std::strerror(rc));
   result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   return result;
 }

@@ -2,8 +2,6 @@
 #pragma once
 
 #include <filesystem>
-#include <string>
-#include <vector>
 
 #include "platform/Host.h"
 #include "support/LogCapture.h"
@@ -11,6 +9,12 @@
 namespace tw::test {
 
 // A host with "/" at `root`, the home at root/home and the temporary folder at root/tmp.
-Host hostWithRoot(const std::filesystem::path& root);
+inline Host hostWithRoot(const std::filesystem::path& root) {
+  return Host{.home = root / "home",
+              .root = root,
+              .temporaryDirectory = root / "tmp",
+              .configDirectory = root / "home" / ".config",
+              .stateDirectory = root / "home" / ".local" / "state"};
+}
 
 }  // namespace tw::test

@@ -9,81 +9,66 @@
 
 namespace tw::test {
 
+namespace fs = std::filesystem;
+
 std::string shellQuoted(std::string_view text) {
   std::string quoted = "'";
   for (char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
   return quoted + "'";
 }
 
-std::filesystem::path writeStandInTool(const std::filesystem::path& root, std::string_view absolutePath,
-                                       std::string_view body) {
-  std::filesystem::path path = root / std::filesystem::path(absolutePath).relative_path();
+fs::path writeStandInTool(const fs::path& root, std::string_view absolutePath, std::string_view body) {
+  const fs::path path = root / fs::path(absolutePath).relative_path(), temporary = path.string() + ".writing";
   // Written beside and renamed: no "Text file busy" when an earlier copy still runs.
-  std::filesystem::path temporary = path.string() + ".writing";
   writeFile(temporary, "#!/bin/sh\n" + std::string(body) + "\n");
   if (::chmod(temporary.c_str(), 0755) != 0) throw std::runtime_error("cannot chmod " + temporary.string());
-  std::filesystem::rename(temporary, path);
+  fs::rename(temporary, path);
   return path;
 }
 
-std::filesystem::path writeStandInOsascript(const std::filesystem::path& root,
-                                            const std::filesystem::path& receivedCommandFile) {
-  std::string body = R"SH(if [ "$#" -ne 2 ] || [ "$1" != "-e" ]; then
-  echo "osascript: expected -e and one script" >&2
-  exit 2
-fi
-prefix='do shell script "'
+fs::path writeStandInOsascript(const fs::path& root, const fs::path& receivedCommandFile) {
+  // Without its escape pairs, a well-formed literal has no quote or backslash left.
+  return writeStandInTool(root, "/usr/bin/osascript",
+                          R"SH(prefix='do shell script "'
 suffix='" with administrator privileges'
-script=$2
-case "$script" in
-  "$prefix"*"$suffix") ;;
-  *) echo "osascript: unexpected script: $script" >&2; exit 2 ;;
+case "$#:$1:$2" in
+  "2:-e:$prefix"*"$suffix") ;;
+  *) echo "osascript: unexpected arguments: $*" >&2; exit 2 ;;
 esac
-literal=${script#"$prefix"}
+literal=${2#"$prefix"}
 literal=${literal%"$suffix"}
-# Without its escape pairs, a well-formed literal has no quote or backslash left.
-rest=$(printf '%s' "$literal" | sed 's/\\.//g')
-case "$rest" in
+case "$(printf '%s' "$literal" | sed 's/\\.//g')" in
   *'"'* | *'\'*) echo "osascript: syntax error in string literal: $literal" >&2; exit 2 ;;
 esac
 command=$(printf '%s' "$literal" | sed 's/\\\(.\)/\1/g'; printf x)
 command=${command%x}
 printf '%s' "$command" > )SH" +
-                     shellQuoted(receivedCommandFile.string()) +
-                     R"SH(
-exec /bin/sh -c "$command")SH";
-  return writeStandInTool(root, "/usr/bin/osascript", body);
+                              shellQuoted(receivedCommandFile.string()) + "\nexec /bin/sh -c \"$command\"");
 }
 
-std::filesystem::path writeStandInPkexec(const std::filesystem::path& root,
-                                         const std::filesystem::path& argumentsFile) {
-  std::string body = "for argument in \"$@\"; do printf '%s\\0' \"$argument\"; done > " +
-                     shellQuoted(argumentsFile.string()) + "\nexec \"$@\"";
-  return writeStandInTool(root, "/usr/bin/pkexec", body);
+fs::path writeStandInPkexec(const fs::path& root, const fs::path& argumentsFile) {
+  return writeStandInTool(root, "/usr/bin/pkexec",
+                          "for argument in \"$@\"; do printf '%s\\0' \"$argument\"; done > " +
+                              shellQuoted(argumentsFile.string()) + "\nexec \"$@\"");
 }
 
-std::filesystem::path writeFailingPkexec(const std::filesystem::path& root, std::string_view message, int status) {
-  std::string body = "printf '%s\\n' " + shellQuoted(message) + " >&2\nexit " + std::to_string(status);
-  return writeStandInTool(root, "/usr/bin/pkexec", body);
+fs::path writeFailingPkexec(const fs::path& root, std::string_view message, int status) {
+  return writeStandInTool(root, "/usr/bin/pkexec",
+                          "printf '%s\\n' " + shellQuoted(message) + " >&2\nexit " + std::to_string(status));
 }
 
-std::filesystem::path writeStandInXcrun(const std::filesystem::path& root, const std::filesystem::path& callLog,
-                                        const StandInSimctl& behaviour) {
-  std::string body = "printf '%s\\n' \"$*\" >> " + shellQuoted(callLog.string()) + R"SH(
-if [ "$#" -eq 4 ] && [ "$1" = simctl ] && [ "$2" = runtime ] && [ "$3" = list ] && [ "$4" = -j ]; then
-  printf '%s' )SH" + shellQuoted(behaviour.listOutput) +
-                     "\n  exit " + std::to_string(behaviour.listStatus) + R"SH(
-fi
-if [ "$#" -eq 4 ] && [ "$1" = simctl ] && [ "$2" = runtime ] && [ "$3" = delete ]; then
-  printf '%s' )SH" + shellQuoted(behaviour.deleteOutput) +
-                     "\n  exit " + std::to_string(behaviour.deleteStatus) + R"SH(
-fi
-echo "xcrun: unexpected arguments: $*" >&2
-exit 64)SH";
-  return writeStandInTool(root, "/usr/bin/xcrun", body);
+fs::path writeStandInXcrun(const fs::path& root, const fs::path& callLog, const StandInSimctl& behaviour) {
+  const auto answer = [](const std::string& output, int status) {
+    return "\n  printf '%s' " + shellQuoted(output) + "\n  exit " + std::to_string(status) + " ;;";
+  };
+  return writeStandInTool(root, "/usr/bin/xcrun",
+                          "printf '%s\\n' \"$*\" >> " + shellQuoted(callLog.string()) + "\ncase \"$#:$1:$2:$3:$4\" in" +
+                              "\n4:simctl:runtime:list:-j)" + answer(behaviour.listOutput, behaviour.listStatus) +
+                              "\n4:simctl:runtime:delete:*)" + answer(behaviour.deleteOutput, behaviour.deleteStatus) +
+                              "\nesac\necho \"xcrun: unexpected arguments: $*\" >&2\nexit 64");
 }
 
-std::vector<std::string> readCallLog(const std::filesystem::path& callLog) {
+std::vector<std::string> readCallLog(const fs::path& callLog) {
   std::vector<std::string> lines;
   std::ifstream in(callLog);
   for (std::string line; std::getline(in, line);) lines.push_back(line);

@@ -26,11 +26,11 @@ std::filesystem::path writeStandInPkexec(const std::filesystem::path& root, cons
 // "/usr/bin/pkexec" that prints `message` and exits with `status` without running anything.
 std::filesystem::path writeFailingPkexec(const std::filesystem::path& root, std::string_view message, int status);
 
-// What a stand-in "/usr/bin/xcrun" does for "simctl runtime ...".
+// What a stand-in "/usr/bin/xcrun" prints and returns for "simctl runtime list -j" and "... delete <id>".
 struct StandInSimctl {
-  std::string listOutput = "{}";  // printed for "simctl runtime list -j"
+  std::string listOutput = "{}";
   int listStatus = 0;
-  std::string deleteOutput;  // printed for "simctl runtime delete <id>"
+  std::string deleteOutput;
   int deleteStatus = 0;
 };
 

@@ -7,51 +7,51 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <string>
 
 namespace tw::test {
+
+namespace fs = std::filesystem;
 
 TempDir::TempDir() {
   const char* base = std::getenv("TMPDIR");
   std::string pattern = std::string(base && *base ? base : "/tmp") + "/tidewell-test-XXXXXX";
   if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
-  path_ = std::filesystem::canonical(pattern);
+  path_ = fs::canonical(pattern);
 }
 
 TempDir::~TempDir() {
-  // Give every folder back its permissions so the removal can see inside it; a second round
-  // reaches folders that were unreadable when the first got to them.
+  // Folders get their permissions back so the removal sees inside; a second round reaches those
+  // that were unreadable when the first got to them.
   std::error_code error;
   for (int round = 0; round < 2; ++round) {
     error.clear();
     ::chmod(path_.c_str(), 0700);
-    for (auto it = std::filesystem::recursive_directory_iterator(
-             path_, std::filesystem::directory_options::skip_permission_denied, error);
-         !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error)) {
+    for (fs::recursive_directory_iterator it(path_, fs::directory_options::skip_permission_denied, error), end;
+         !error && it != end; it.increment(error)) {
       if (it->is_directory(error) && !it->is_symlink(error)) ::chmod(it->path().c_str(), 0700);
     }
-    if (std::filesystem::remove_all(path_, error), !error) return;
+    if (fs::remove_all(path_, error), !error) return;
   }
 }
 
-void writeFile(const std::filesystem::path& path, std::string_view contents) {
-  std::filesystem::create_directories(path.parent_path());
+void writeFile(const fs::path& path, std::string_view contents) {
+  fs::create_directories(path.parent_path());
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(contents.data(), static_cast<std::streamsize>(contents.size()));
-  if (!out) throw std::runtime_error("cannot write " + path.string());
+  if (!out.write(contents.data(), static_cast<std::streamsize>(contents.size()))) {
+    throw std::runtime_error("cannot write " + path.string());
+  }
 }
 
-void writeFileOfSize(const std::filesystem::path& path, size_t size) { writeFile(path, std::string(size, 'x')); }
+void writeFileOfSize(const fs::path& path, size_t size) { writeFile(path, std::string(size, 'x')); }
 
-void writeSparseFile(const std::filesystem::path& path, uint64_t size) {
+void writeSparseFile(const fs::path& path, uint64_t size) {
   writeFile(path, "");
-  std::filesystem::resize_file(path, size);
+  fs::resize_file(path, size);
 }
 
-std::string readFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
+std::string readFile(const fs::path& path) {
   std::ostringstream buffer;
-  buffer << in.rdbuf();
+  buffer << std::ifstream(path, std::ios::binary).rdbuf();
   return buffer.str();
 }
 

@@ -1,6 +1,8 @@
 #include "support/Unprivileged.h"
 
 #include <grp.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 constexpr uid_t kNobody = 65534;
-constexpr const char* kCannotDrop = "\x01no unprivileged user";
+constexpr const char* kUnprepared = "\x01the child could not be prepared";
 
 std::string runCatching(const std::function<std::string()>& body) {
   try {
@@ -21,6 +23,13 @@ std::string runCatching(const std::function<std::string()>& body) {
   } catch (const std::exception& error) {
     return std::string("unexpected exception: ") + error.what();
   }
+}
+
+// `body` in a child once `prepare` succeeded there; nothing when it did not.
+std::optional<std::string> runPrepared(const std::function<bool()>& prepare, const std::function<std::string()>& body) {
+  std::string output = runInChild([&] { return prepare() ? body() : kUnprepared; });
+  if (output == kUnprepared) return std::nullopt;
+  return output;
 }
 
 }  // namespace
@@ -33,8 +42,7 @@ std::string runInChild(const std::function<std::string()>& body) {
   if (child == 0) {
     ::close(channel[0]);
     const std::string result = runCatching(body);
-    const bool written = ::write(channel[1], result.data(), result.size()) == static_cast<ssize_t>(result.size());
-    ::_exit(written ? 0 : 1);
+    ::_exit(::write(channel[1], result.data(), result.size()) == static_cast<ssize_t>(result.size()) ? 0 : 1);
   }
   ::close(channel[1]);
   std::string output;
@@ -50,23 +58,29 @@ std::string runInChild(const std::function<std::string()>& body) {
 std::optional<std::string> runUnprivileged(const fs::path& workFolder, const std::function<std::string()>& body) {
   if (::geteuid() != 0) return runCatching(body);
   if (::chown(workFolder.c_str(), kNobody, kNobody) != 0) return std::nullopt;
-  std::string output = runInChild([&]() -> std::string {
-    if (::setgroups(0, nullptr) != 0 || ::setgid(kNobody) != 0 || ::setuid(kNobody) != 0) return kCannotDrop;
-    return body();
-  });
-  if (output == kCannotDrop) return std::nullopt;
-  return output;
+  return runPrepared([] { return ::setgroups(0, nullptr) == 0 && ::setgid(kNobody) == 0 && ::setuid(kNobody) == 0; },
+                     body);
+}
+
+std::optional<std::string> runWithMount(const fs::path& source, const fs::path& mountPoint,
+                                        const std::function<std::string()>& body) {
+  return runPrepared(
+      [&] {
+        return ::unshare(CLONE_NEWNS) == 0 && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+               (source.empty() ? ::mount("tmpfs", mountPoint.c_str(), "tmpfs", 0, nullptr)
+                               : ::mount(source.c_str(), mountPoint.c_str(), nullptr, MS_BIND, nullptr)) == 0;
+      },
+      body);
 }
 
 bool handOverTree(const fs::path& folder) {
   if (::geteuid() != 0) return true;
-  if (::lchown(folder.c_str(), kNobody, kNobody) != 0) return false;
+  bool handed = ::lchown(folder.c_str(), kNobody, kNobody) == 0;
   std::error_code error;
-  for (auto it = fs::recursive_directory_iterator(folder, error); !error && it != fs::recursive_directory_iterator();
-       it.increment(error)) {
-    if (::lchown(it->path().c_str(), kNobody, kNobody) != 0) return false;
+  for (fs::recursive_directory_iterator it(folder, error), end; handed && !error && it != end; it.increment(error)) {
+    handed = ::lchown(it->path().c_str(), kNobody, kNobody) == 0;
   }
-  return !error;
+  return handed && !error;
 }
 
 std::string failureOf(const std::function<void()>& body) {
@@ -78,39 +92,23 @@ std::string failureOf(const std::function<void()>& body) {
   return "";
 }
 
-void withDescriptorLimit(rlim_t limit, const std::function<void()>& body) {
-  rlimit saved{};
-  ::getrlimit(RLIMIT_NOFILE, &saved);
-  rlimit lowered = saved;
-  lowered.rlim_cur = limit;
-  if (::setrlimit(RLIMIT_NOFILE, &lowered) != 0) throw std::runtime_error("setrlimit failed");
-  try {
-    body();
-  } catch (...) {
-    ::setrlimit(RLIMIT_NOFILE, &saved);
-    throw;
-  }
-  ::setrlimit(RLIMIT_NOFILE, &saved);
-}
-
 int countFiles(const fs::path& folder) {
   int count = 0;
   std::error_code error;
-  for (auto it = fs::recursive_directory_iterator(folder, error); !error && it != fs::recursive_directory_iterator();
-       it.increment(error)) {
-    if (it->is_regular_file() && !it->is_symlink()) ++count;
+  for (fs::recursive_directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+    count += fs::is_regular_file(it->symlink_status(error));
   }
   return count;
 }
 
 std::map<std::string, std::string> snapshot(const fs::path& root) {
   std::map<std::string, std::string> result;
-  for (auto it = fs::recursive_directory_iterator(root); it != fs::recursive_directory_iterator(); ++it) {
-    const auto status = it->symlink_status();
-    std::string& description = result[fs::relative(it->path(), root).string()];
+  for (const auto& entry : fs::recursive_directory_iterator(root)) {
+    const auto status = entry.symlink_status();
+    std::string& description = result[fs::relative(entry.path(), root).string()];
     description = std::to_string(int(status.type())) + ":" + std::to_string(int(status.permissions())) + ":";
-    if (fs::is_regular_file(status)) description += readFile(it->path());
-    if (fs::is_symlink(status)) description += fs::read_symlink(it->path()).string();
+    if (fs::is_regular_file(status)) description += readFile(entry.path());
+    if (fs::is_symlink(status)) description += fs::read_symlink(entry.path()).string();
   }
   return result;
 }
@@ -128,10 +126,5 @@ LinkSwapper::LinkSwapper(const fs::path& folder, const fs::path& target)
           (void)::unlink(link.c_str());
         }
       }) {}
-
-LinkSwapper::~LinkSwapper() {
-  stop_ = true;
-  thread_.join();
-}
 
 }  // namespace tw::test

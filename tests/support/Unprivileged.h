@@ -1,8 +1,6 @@
 // Test bodies run in a child process (unprivileged, or with a mount or limit that dies with it), and race helpers.
 #pragma once
 
-#include <sys/resource.h>
-
 #include <atomic>
 #include <filesystem>
 #include <functional>
@@ -20,14 +18,16 @@ std::string runInChild(const std::function<std::string()>& body);
 std::optional<std::string> runUnprivileged(const std::filesystem::path& workFolder,
                                            const std::function<std::string()>& body);
 
+// Runs `body` in a child whose private mount namespace has `source` (a tmpfs when empty) mounted
+// at `mountPoint`; nothing: no namespace for this user.
+std::optional<std::string> runWithMount(const std::filesystem::path& source, const std::filesystem::path& mountPoint,
+                                        const std::function<std::string()>& body);
+
 // Hands a whole tree to the unprivileged user (as root); false when that is not possible.
 bool handOverTree(const std::filesystem::path& folder);
 
 // What `body` throws, as text; empty when it throws nothing.
 std::string failureOf(const std::function<void()>& body);
-
-// Runs `body` with the soft descriptor limit lowered to `limit`, restoring it afterwards.
-void withDescriptorLimit(rlim_t limit, const std::function<void()>& body);
 
 // Regular files below `folder`, links not followed.
 int countFiles(const std::filesystem::path& folder);
@@ -39,7 +39,7 @@ std::map<std::string, std::string> snapshot(const std::filesystem::path& root);
 class LinkSwapper {
  public:
   LinkSwapper(const std::filesystem::path& folder, const std::filesystem::path& target);
-  ~LinkSwapper();
+  ~LinkSwapper() { stop_ = true, thread_.join(); }
 
  private:
   std::atomic<bool> stop_{false};

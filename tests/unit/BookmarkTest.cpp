@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
@@ -9,6 +10,8 @@ namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::StrEq;
+using ::testing::ThrowsMessage;
 
 TEST(Bookmark, IsStaleOnlyWhenThePathNamesAnotherFolder) {
   test::TempDir dir;
@@ -34,13 +37,9 @@ TEST(Bookmark, IsStaleOnlyWhenThePathNamesAnotherFolder) {
   EXPECT_TRUE(Bookmark::resolve(fresh).isStale);
 
   fs::remove(folder);
-  try {
-    Bookmark::resolve(fresh);
-    FAIL() << "resolved a folder that is gone";
-  } catch (const FileSystemError& error) {
-    EXPECT_EQ(error.what(), "The file \u201C" + folder.filename().string() +
-                                "\u201D couldn\u2019t be opened because it doesn\u2019t exist.");
-  }
+  EXPECT_THAT([&] { Bookmark::resolve(fresh); },
+              ThrowsMessage<FileSystemError>(StrEq("The file \u201C" + folder.filename().string() +
+                                                   "\u201D couldn\u2019t be opened because it doesn\u2019t exist.")));
   EXPECT_THROW(Bookmark::create(folder), FileSystemError);
 }
 
@@ -48,16 +47,12 @@ TEST(Bookmark, DamagedOrInconsistentBlobsAreRefused) {
   test::TempDir dir;
   fs::create_directories(dir / "folder");
   const auto blob = Bookmark::create(dir / "folder");
+  const auto damagedMessage = ThrowsMessage<Error>(
+      StrEq("The bookmark couldn\u2019t be resolved because its data isn\u2019t in the correct format."));
   for (size_t index = 0; index < blob.size(); ++index) {
     auto damaged = blob;
     damaged[index] ^= 0x20;
-    try {
-      Bookmark::resolve(damaged);
-      ADD_FAILURE() << "a flipped byte at " << index << " went unnoticed";
-    } catch (const Error& error) {
-      EXPECT_STREQ(error.what(),
-                   "The bookmark couldn\u2019t be resolved because its data isn\u2019t in the correct format.");
-    }
+    EXPECT_THAT([&] { Bookmark::resolve(damaged); }, damagedMessage) << "a flipped byte at " << index;
   }
   for (size_t length = 0; length <= blob.size() + 1; ++length) {
     if (length == blob.size()) continue;
@@ -75,15 +70,9 @@ TEST(Bookmark, DamagedOrInconsistentBlobsAreRefused) {
     unsigned int digestLength = 0;
     ASSERT_TRUE(EVP_Digest(changed.data(), changed.size() - 32, changed.data() + changed.size() - 32, &digestLength,
                            EVP_sha256(), nullptr));
-    try {
-      Bookmark::resolve(changed);
-      ADD_FAILURE() << "a changed field at " << offset << " was read";
-    } catch (const Error& error) {
-      if (offset == 8) {
-        EXPECT_STREQ(error.what(),
-                     "The bookmark couldn\u2019t be resolved because it was made by a newer version of Tidewell.");
-      }
-    }
+    EXPECT_THAT([&] { Bookmark::resolve(changed); },
+                ThrowsMessage<Error>(testing::HasSubstr(offset == 8 ? "made by a newer version of Tidewell" : "")))
+        << "a changed field at " << offset;
   }
 }
 

@@ -1,36 +1,53 @@
+// The cleanup tree (selection, sizes, deletion of one entry) and the engine that deletes what is ticked.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
+#include "clean/DeletionEngine.h"
 #include "fs/DirectorySize.h"
 #include "model/CleanupEntry.h"
 #include "platform/ByteCountFormatter.h"
+#include "scan/DevFiles.h"
+#include "support/DeveloperFolderFixture.h"
 #include "support/TempDir.h"
+#include "support/Unprivileged.h"
 
 namespace tw {
 namespace {
 
+namespace fs = std::filesystem;
+using Location = DevFiles::Location;
 using Selection = CleanupEntry::Selection;
 using Size = CleanupEntry::Size;
+using test::linesStartingWith;
+using test::LogCapture;
 using test::TempDir;
 using test::writeFileOfSize;
+using ::testing::AllOf;
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
 using ::testing::UnorderedElementsAre;
 
-CleanupEntryPtr entry(std::string label, bool selected = false) {
-  return std::make_shared<CleanupEntry>(std::move(label), "", std::nullopt, std::nullopt, true, selected);
+CleanupEntryPtr entry(std::string label, bool selected = false, std::vector<CleanupEntryPtr> items = {}) {
+  auto node = std::make_shared<CleanupEntry>(std::move(label), "", std::nullopt, std::nullopt, true, selected);
+  node->addItems(std::move(items));
+  return node;
 }
 
-CleanupEntryPtr holding(std::string label, std::vector<std::filesystem::path> paths) {
-  auto node = entry(std::move(label));
+CleanupEntryPtr holding(std::string label, std::vector<fs::path> paths, bool selected = false) {
+  auto node = entry(std::move(label), selected);
   node->addPaths(std::move(paths));
   return node;
 }
 
 // A leaf with one (not necessarily existing) path, so that it is not empty.
 CleanupEntryPtr leaf(std::string label, Selection selection, std::optional<int64_t> bytes = std::nullopt) {
-  auto node = entry(std::move(label));
-  node->addPath("/nonexistent/" + node->label());
+  auto node = holding(label, {"/nonexistent/" + label});
   node->setSelection(selection);
   if (bytes) node->setSize(Size::value(*bytes));
   return node;
@@ -44,64 +61,52 @@ TEST(CleanupEntry, TooltipsAreTrimmedAndEntriesHoldPathsOrItemsNeverBoth) {
   auto withPaths = holding("paths", {"/a"});
   withPaths->addItems({entry("c1"), entry("c2")});
   EXPECT_TRUE(withPaths->items().empty());
-  auto group = entry("group");
-  group->addItem(entry("child"));
+  auto group = entry("group", false, {entry("child")});
   group->addPaths({"/c", "/d"});
   EXPECT_TRUE(group->paths().empty());
   // The parent link is weak: it goes with the parent.
   auto orphan = entry("orphan");
-  entry("short-lived")->addItem(orphan);
+  entry("short-lived", false, {orphan});
   EXPECT_FALSE(orphan->parent());
+  EXPECT_NO_THROW(orphan->deleteItem(std::nullopt));  // nothing to delete without a path
 }
 
-TEST(CleanupEntry, RecomputesTriStateSelectionsFromTheChildren) {
+TEST(CleanupEntry, RecomputesTriStateSelectionsFromTheChildrenWhereEmptyOnesDoNotCount) {
   const std::pair<std::vector<Selection>, Selection> cases[] = {
       {{Selection::on, Selection::on, Selection::mixed}, Selection::mixed},
       {{Selection::on, Selection::on}, Selection::on},
       {{Selection::off, Selection::off}, Selection::off},
-      {{Selection::on, Selection::off}, Selection::mixed},
-  };
+      {{Selection::on, Selection::off}, Selection::mixed}};
   for (const auto& [children, expected] : cases) {
     for (bool start : {true, false}) {
       auto group = entry("group", start);
       for (Selection selection : children) {
-        auto child = leaf("child", selection);
-        if (selection == Selection::mixed) {  // a group of one selected and one unselected leaf
-          child = entry("mixed group");
-          child->addItems({leaf("a", Selection::on), leaf("b", Selection::off)});
-        }
-        group->addItem(child);
+        // A mixed child is a group of one selected and one unselected leaf.
+        group->addItem(selection != Selection::mixed
+                           ? leaf("child", selection)
+                           : entry("mixed group", false, {leaf("a", Selection::on), leaf("b", Selection::off)}));
       }
       EXPECT_EQ(group->updateSelection(), expected);
       EXPECT_EQ(group->selection(), expected);
     }
   }
-}
-
-TEST(CleanupEntry, EmptyEntriesAreTurnedOffAndDoNotCount) {
   EXPECT_EQ(entry("empty", true)->updateSelection(), Selection::off);
   // A group whose only child is empty keeps its own selection; the child is turned off.
   for (bool selected : {true, false}) {
-    auto group = entry("group", selected);
     auto child = entry("empty child", true);
-    group->addItem(child);
+    auto group = entry("group", selected, {child});
     EXPECT_EQ(group->updateSelection(), selected ? Selection::on : Selection::off);
     EXPECT_EQ(child->selection(), Selection::off);
   }
   // Empty children count neither as selected nor as unselected.
-  auto group = entry("group");
-  group->addItems({leaf("full", Selection::on), entry("empty", false)});
-  EXPECT_EQ(group->updateSelection(), Selection::on);
+  EXPECT_EQ(entry("group", false, {leaf("full", Selection::on), entry("empty")})->updateSelection(), Selection::on);
 }
 
 TEST(CleanupEntry, SelectsTheWholeSubtreeAndCountsTheSelectedSize) {
-  auto root = entry("root", true);
-  auto group = entry("group", true);
-  auto a = leaf("a", Selection::off, 1000);
-  auto b = leaf("b", Selection::off, 20);
-  group->addItems({a, b, leaf("unknown", Selection::on)});  // an unknown size adds 0
-  group->setSize(Size::value(999999));                      // a group counts only through its children
-  root->addItem(group);
+  auto a = leaf("a", Selection::off, 1000), b = leaf("b", Selection::off, 20);
+  auto group = entry("group", true, {a, b, leaf("unknown", Selection::on)});  // an unknown size adds 0
+  group->setSize(Size::value(999999));  // a group counts only through its children
+  auto root = entry("root", true, {group});
   EXPECT_EQ(root->selectedSize(), 0);
   root->select();
   EXPECT_TRUE(a->isSelected() && b->isSelected() && group->isSelected());
@@ -117,13 +122,9 @@ TEST(CleanupEntry, SelectsTheWholeSubtreeAndCountsTheSelectedSize) {
 
 TEST(CleanupEntry, ATickChangesTheSubtreeAndTheAncestorsAndReportsExactlyWhatChanged) {
   // root > {group > {a, b}, other > {c}}
-  auto root = entry("root");
-  auto group = entry("group");
-  auto other = entry("other");
   auto a = leaf("a", Selection::off), b = leaf("b", Selection::off), c = leaf("c", Selection::on);
-  group->addItems({a, b});
-  other->addItem(c);
-  root->addItems({group, other});
+  auto group = entry("group", false, {a, b});
+  auto root = entry("root", false, {group, entry("other", false, {c})});
   root->updateSelection();
   ASSERT_EQ(root->selection(), Selection::mixed);
 
@@ -157,14 +158,12 @@ TEST(CleanupEntry, MeasuresTreesCountingHardLinksOnceInParallelAsInSequence) {
   TempDir dir;
   writeFileOfSize(dir / "a/big", 300000);
   writeFileOfSize(dir / "b/own", 100000);
-  std::filesystem::create_hard_link(dir / "a/big", dir / "b/link-to-big");
+  fs::create_hard_link(dir / "a/big", dir / "b/link-to-big");
   const int64_t bigFile = allocatedSizeOfFile(dir / "a/big");
   ASSERT_GT(bigFile, 0);
 
   auto makeTree = [&] {
-    auto root = entry("root");
-    root->addItems({holding("a", {dir / "a"}), holding("b", {dir / "b", dir / "missing"})});
-    return root;
+    return entry("root", false, {holding("a", {dir / "a"}), holding("b", {dir / "b", dir / "missing"})});
   };
   auto parallel = makeTree();
   auto total = parallel->calculateSize();
@@ -182,29 +181,149 @@ TEST(CleanupEntry, MeasuresTreesCountingHardLinksOnceInParallelAsInSequence) {
 }
 
 TEST(CleanupEntry, DescribesTheSubtreeForLogs) {
-  auto root = entry("Root");
   auto child = holding("Child", {"/x"});
   child->setSize(Size::value(2000000));
-  root->addItem(child);
-  EXPECT_EQ(root->description(2), "\t\t Root\n\t\t\t Child: " + formatByteCount(2000000) + "\n");
-}
-
-TEST(CleanupEntry, DeletesItsPathAndNothingWithoutOne) {
-  TempDir dir;
-  writeFileOfSize(dir / "victim/inner", 10);
-  auto node = entry("victim");
-  node->deleteItem(std::nullopt);
-  EXPECT_TRUE(std::filesystem::exists(dir / "victim"));
-  node->deleteItem(dir / "victim");
-  EXPECT_FALSE(std::filesystem::exists(dir / "victim"));
+  EXPECT_EQ(entry("Root", false, {child})->description(2),
+            "\t\t Root\n\t\t\t Child: " + formatByteCount(2000000) + "\n");
 }
 
 TEST(CleanupEntryDeathTest, ASumBeyondSixtyFourBitsStopsWithAMessage) {
   EXPECT_EQ(addSizes(INT64_MAX - 1, 1), INT64_MAX);
   EXPECT_DEATH(addSizes(INT64_MAX, 1), "size sum overflows");
-  auto group = entry("group");
-  group->addItems({leaf("a", Selection::on, INT64_MAX), leaf("b", Selection::on, 1)});
+  auto group = entry("group", false, {leaf("a", Selection::on, INT64_MAX), leaf("b", Selection::on, 1)});
   EXPECT_DEATH(group->selectedSize(), "overflows");
+}
+
+// Each call as one line; a unit as "location: description <file name> index/count".
+struct RecordingDeleteDelegate : DevFilesDeleteDelegate {
+  std::vector<std::string> events;
+  static std::string shown(const std::optional<fs::path>& url) { return url ? url->filename().string() : "-"; }
+  void deleteStarted(DevFiles&) override { events.push_back("started"); }
+  void deletingItem(DevFiles&, const std::string& location, const std::string& description,
+                    const std::optional<fs::path>& url, size_t index, size_t count) override {
+    events.push_back(location + ": " + description + " <" + shown(url) + "> " + std::to_string(index) + "/" +
+                     std::to_string(count));
+  }
+  void deleteFailed(DevFiles&, const std::exception& error, const std::string&, const std::string&,
+                    const std::optional<fs::path>& url) override {
+    events.push_back("failed <" + shown(url) + ">" + (*error.what() ? "" : " without a message"));
+  }
+  void deleteFinished(DevFiles&) override { events.push_back("finished"); }
+};
+
+// Deletes without a path, like a simulator runtime removed through simctl.
+struct CommandDeletedEntry : CleanupEntry {
+  CommandDeletedEntry() : CleanupEntry("iOS 17.4", "21E213", std::nullopt, std::nullopt, false, true) {}
+  bool hasPaths() const override { return true; }
+  bool isEmpty() const override { return false; }
+  void deleteItem(const std::optional<fs::path>& path) override { deletedWith.push_back(path); }
+  std::vector<std::optional<fs::path>> deletedWith;
+};
+
+// Listed for reference only, like a synced cloud folder.
+struct ReferenceOnlyEntry : CleanupEntry {
+  ReferenceOnlyEntry() : CleanupEntry("iCloud Drive", "", std::nullopt, std::nullopt, false, true) {}
+  bool hasPaths() const override { return false; }
+  void select() override {}
+};
+
+class DeletionEngine : public ::testing::Test {
+ protected:
+  DeletionEngine() { devFiles->setDeleteDelegate(delegate); }
+
+  void add(Location location, const CleanupEntryPtr& entry) {
+    devFiles->entry(location)->addItem(entry);
+    devFiles->entry(location)->updateSelection();
+  }
+  fs::path file(const std::string& name, size_t bytes = 100) {
+    test::writeFileOfSize(temp / "items" / name, bytes);
+    return temp / "items" / name;
+  }
+  std::vector<std::string> workList() {
+    std::vector<std::string> order;
+    for (const auto& item : makeDeletionList(*devFiles))
+      order.push_back(item.locationLabel + "/" + item.entry->label());
+    return order;
+  }
+
+  TempDir temp;
+  test::DeveloperFolderFixture fixture{temp / "Library/Developer"};
+  std::shared_ptr<DevFiles> devFiles =
+      DevFiles::create(fixture.developerFolder(), std::nullopt, std::nullopt).value_or(nullptr);
+  std::shared_ptr<RecordingDeleteDelegate> delegate = std::make_shared<RecordingDeleteDelegate>();
+};
+
+TEST_F(DeletionEngine, WalksLocationsInOrderEachDepthFirstFromTheLastChildSkippingUntickedNodes) {
+  const auto on = Selection::on;
+  add(Location::archives, entry("Project", true, {leaf("A", on), leaf("B", on)}));
+  add(Location::deviceSupport, leaf("C", on));
+  add(Location::projectBuilds, entry("Outer", true, {entry("Inner", true, {leaf("D", on)})}));
+  // Unticked nodes give no units, but their ticked children do.
+  auto unticked = entry("Unticked", false, {leaf("Inner", on)});
+  add(Location::documentationCache, entry("Parent", true, {leaf("Kept", Selection::off), leaf("Gone", on), unticked}));
+
+  EXPECT_THAT(workList(), ElementsAre("Device Support/C", "Archives/B", "Archives/A", "Documentation Cache/Inner",
+                                      "Documentation Cache/Gone", "Project Build Folders/D"));
+
+  // A location that is off is skipped whole; a ticked item inside it means a caller forgot to
+  // recompute the ancestors, which debug builds refuse rather than lose the item silently.
+  add(Location::logs, leaf("Log", on));
+  devFiles->entry(Location::logs)->setSelection(CleanupEntry::Selection::off);
+  EXPECT_DEBUG_DEATH(workList(), "ticked item under an unticked location");
+}
+
+TEST_F(DeletionEngine, EachPathIsAUnitAndAFailedUnitIsReportedWhileTheRunGoesOn) {
+  const fs::path one = file("one"), vanished = file("vanished"), three = file("three");
+  add(Location::derivedData, holding("Project", {one, vanished, three}, true));
+  fs::remove(vanished);
+
+  deleteSelected(*devFiles, false);
+  EXPECT_THAT(delegate->events,
+              ElementsAre("started", "Derived Data: Project  <one> 1/3", "Derived Data: Project  <vanished> 2/3",
+                          "failed <vanished>", "Derived Data: Project  <three> 3/3", "finished"));
+  EXPECT_FALSE(fs::exists(one) || fs::exists(three));
+  // The engine leaves the tree as it was.
+  EXPECT_EQ(devFiles->entry(Location::derivedData)->items().front()->paths().size(), 3u);
+}
+
+TEST_F(DeletionEngine, EntriesThatDeleteWithoutAPathGetOneUnitWithoutURL) {
+  auto runtime = std::make_shared<CommandDeletedEntry>();
+  add(Location::simulatorRuntimes, runtime);
+  add(Location::cloudStorage, std::make_shared<ReferenceOnlyEntry>());
+  LogCapture log;
+
+  deleteSelected(*devFiles, false);
+  EXPECT_THAT(delegate->events, ElementsAre("started", "Platform Runtimes: iOS 17.4 21E213 <-> 1/1", "finished"));
+  EXPECT_THAT(runtime->deletedWith, ElementsAre(std::nullopt));
+  EXPECT_THAT(linesStartingWith(log, "Deleting "),
+              ElementsAre("\u2755 Deleting : Platform Runtimes: iOS 17.4 21E213 (-)"));
+}
+
+TEST_F(DeletionEngine, DryRunLeavesTheTreeByteIdenticalAndSaysSo) {
+  fixture.populate();
+  fs::create_directory_symlink(temp.path(), fixture.xcode() / "DerivedData" / "link-to-home");
+  devFiles->scan({Location::derivedData, Location::archives, Location::oldDocumentation});
+  devFiles->entry(Location::derivedData)->select();
+  devFiles->entry(Location::oldDocumentation)->select();
+  devFiles->entry(Location::derivedData)->updateSelection();
+  const auto before = test::snapshot(temp.path());
+  LogCapture log;
+
+  deleteSelected(*devFiles, true);
+  EXPECT_EQ(test::snapshot(temp.path()), before);
+  const auto lines = linesStartingWith(log, "Deleting ");
+  // Two projects and three folders under "Other" (one of them the link); the old documentation.
+  EXPECT_THAT(lines, AllOf(SizeIs(6), Each(HasSubstr("Deleting [DRY RUN!]: "))));
+  EXPECT_THAT(lines.back(), HasSubstr("Deleting [DRY RUN!]: Old Documentation Downloads:  ("));
+  EXPECT_THAT(delegate->events, AllOf(SizeIs(8), Each(Not(StartsWith("failed")))));  // started, six units, finished
+}
+
+TEST_F(DeletionEngine, SelectedSizeAddsUpTheLocations) {
+  add(Location::archives, entry("Holder", true, {leaf("On", Selection::on, 1000)}));
+  add(Location::projectBuilds, leaf("Other", Selection::on, 24));
+  EXPECT_EQ(devFiles->selectedSize(), 1024);
+  devFiles->entry(Location::projectBuilds)->deselect();
+  EXPECT_EQ(devFiles->selectedSize(), 1000);
 }
 
 }  // namespace

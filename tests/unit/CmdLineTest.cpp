@@ -1,8 +1,10 @@
+// The command line: its argument parser, the "clean" value, the listing and the deletion report.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <sstream>
-#include <variant>
 
+#include "cli/ArgumentsParser.h"
 #include "cli/CmdLine.h"
 #include "platform/Error.h"
 #include "platform/Host.h"
@@ -11,9 +13,60 @@
 namespace tw {
 namespace {
 
+namespace fs = std::filesystem;
 using Location = DevFiles::Location;
 using Locations = std::vector<Location>;
-using Piece = std::string;
+using Kind = ArgumentsParser::Error::Kind;
+using ::testing::AllOf;
+using ::testing::Property;
+using ::testing::Throws;
+
+ArgumentsParser toolParser() {
+  ArgumentsParser parser("tidewell", "Reclaims storage");
+  parser.addOption("info", "Show all items available to clean.");
+  parser.addOptionWithValue("clean", "Perform cleaning of given items.", std::vector<std::string>{"all", "archives"});
+  parser.addOption("--help", "Prints this message");
+  return parser;
+}
+
+TEST(ArgumentsParser, ErrorsNameTheTokenThatCouldNotBeTaken) {
+  using E = ArgumentsParser::Error;
+  const std::vector<std::tuple<std::vector<std::string>, Kind, std::string>> cases = {
+      {{"/usr/local/bin/tidewell"}, Kind::insufficientArguments, ""},
+      {{"tw", "inf"}, Kind::wrongArgument, "inf"},  // whole names only, each once (more run end to end)
+      {{"tw", "clean=all"}, Kind::wrongArgument, "clean=all"},
+      {{"tw", "clean", "all", "clean", "archives"}, Kind::wrongArgument, "clean"},
+      {{"tw", "info", "clean"}, Kind::noValue, "clean"}};
+  auto parser = toolParser();
+  for (const auto& [arguments, kind, argument] : cases)
+    EXPECT_THAT([&] { parser.parse(arguments); },
+                Throws<E>(AllOf(Property(&E::kind, kind), Property(&E::argument, argument))))
+        << testing::PrintToString(arguments);
+  EXPECT_TRUE(parser.parse({}).empty());
+}
+
+TEST(ArgumentsParser, ResultsFollowCommandLineOrderValuesAreVerbatimAndUsageKeepsRegistrationOrder) {
+  auto parser = toolParser();
+  auto given = parser.parse({"tw", "--help", "clean", "info", "info"});
+  ASSERT_EQ(given.size(), 3u);
+  EXPECT_EQ(given[0].name(), "--help");
+  EXPECT_TRUE(given[0].plain() && given[0].plain()->enabled);
+  EXPECT_EQ(given[1].name(), "clean");
+  EXPECT_EQ(given[1].withValue()->value, "info");  // the next token, whatever it is
+  EXPECT_EQ(given[2].name(), "info");
+  for (std::string value : {"", " all ", "--help"})
+    EXPECT_EQ(parser.parse({"tw", "clean", value}).at(0).withValue()->value, value);
+  // The registered copies stay unset, so the same parser parses again from scratch.
+  for (const auto& option : parser.options()) EXPECT_FALSE(option.isSet()) << option.name();
+  parser.addOptionWithValue("free", "Anything goes.", std::nullopt);
+  parser.addOptionWithValue("none", "Nothing goes.", std::vector<std::string>{});
+  EXPECT_EQ(parser.usageText(),
+            "OVERVIEW: Reclaims storage\n\nUSAGE: tidewell <command> [options]\n\nOPTIONS:\n\n"
+            " info\n\tShow all items available to clean.\n clean <all,archives>\n\tPerform cleaning of given items.\n"
+            " --help\n\tPrints this message\n free <value>\n\tAnything goes.\n none <>\n\tNothing goes.\n");
+  // Without a tool name the usage names the running program.
+  EXPECT_NE(ArgumentsParser(std::nullopt, "d").usageText().find("USAGE: tidewell_tests <command>"), std::string::npos);
+}
 
 TEST(CmdLineLocations, NamesAreSplitAtCommasTrimmedAndKeptInOrderAndUnknownPiecesAreRejected) {
   const Locations all(DevFiles::allLocations().begin(), DevFiles::allLocations().end());
@@ -22,26 +75,24 @@ TEST(CmdLineLocations, NamesAreSplitAtCommasTrimmedAndKeptInOrderAndUnknownPiece
   auto expanded = CmdLine::parseLocations("archives,all");  // "all" inside a list as well
   ASSERT_EQ(expanded.size(), all.size() + 1);
   EXPECT_EQ(expanded.front(), Location::archives);
-  // Each value with the locations it names, or the trimmed piece it is rejected for.
-  const std::vector<std::pair<std::string, std::variant<Locations, Piece>>> cases = {
+  // Each value with the locations it names, or the trimmed piece it is rejected for (more run end to end).
+  const std::vector<std::pair<std::string, std::variant<Locations, std::string>>> cases = {
       {"derived-data, archives,,", Locations{Location::derivedData, Location::archives}},
       {" runtimes \n,\u00A0cloud-caches", Locations{Location::simulatorRuntimes, Location::cloudStorage}},
       {"archives,device-support,archives", Locations{Location::archives, Location::deviceSupport, Location::archives}},
       {",,,", Locations{}},
-      {"Derived-Data", Piece("Derived-Data")},
-      {"derived-data, bogus \n", Piece("bogus")},
-      {"derived-data, ,archives", Piece("")},
-      {"ALL,archives", Piece("ALL")},
-      {"all archives", Piece("all archives")},
-      {"\xff\xfe", Piece("\xff\xfe")}};
+      {"derived-data, ,archives", std::string("")},
+      {"all archives", std::string("all archives")},
+      {"\xff\xfe", std::string("\xff\xfe")}};
   for (const auto& [value, expected] : cases) {
-    try {
-      const Locations parsed = CmdLine::parseLocations(value);
-      EXPECT_EQ(parsed, std::get<Locations>(expected)) << value;
-    } catch (const CmdLine::Error& error) {
-      EXPECT_EQ(error.kind(), CmdLine::Error::Kind::wrongOption);
-      EXPECT_EQ(error.option(), std::get<Piece>(expected)) << value;
+    if (auto* locations = std::get_if<Locations>(&expected)) {
+      EXPECT_EQ(CmdLine::parseLocations(value), *locations) << value;
+      continue;
     }
+    EXPECT_THAT([&] { CmdLine::parseLocations(value); },
+                Throws<CmdLine::Error>(AllOf(Property(&CmdLine::Error::kind, CmdLine::Error::Kind::wrongOption),
+                                             Property(&CmdLine::Error::option, std::get<std::string>(expected)))))
+        << value;
   }
 }
 
@@ -55,55 +106,39 @@ CleanupEntryPtr entry(std::string label, std::string extraInfo, std::optional<in
 
 TEST(CmdLineListing, RootsInDescendingCodePointOrderChildrenInStoredOrderOneTabDeeper) {
   std::ostringstream out;
-  CmdLine cmdLine(out);
-  auto derived = entry("Derived Data", "", 3'500'000,
-                       {entry("WeatherApp", "/Users/sam/WeatherApp.xcodeproj", 3'000'000,
-                              {entry("Build", "", 2'999'000), entry("Index", "", std::nullopt)}),
-                        entry("Alpha", "", 500'000)});
   // "É" written as E + combining acute sorts as U+00C9, above every ASCII letter, but prints as given.
-  cmdLine.printInfo({entry("Archives", "", std::nullopt), derived, entry("apple", "", 1),
-                     entry("E\u0301clair", "old", 1'000), entry("Zeta", "", 0)});
+  CmdLine(out).printInfo({entry("Zeta", "", 0, {entry("b", "/x/b", 1'500'000), entry("a", "", std::nullopt)}),
+                          entry("E\u0301clair", "old", 1'000), entry("apple", "", 1)});
   EXPECT_EQ(out.str(),
-            "[1 KB] E\u0301clair (old)\n\n"
-            "[1 byte] apple \n\n"
-            "[Zero KB] Zeta \n\n"
-            "[3.5 MB] Derived Data \n"
-            "\t[3 MB] WeatherApp (/Users/sam/WeatherApp.xcodeproj)\n"
-            "\t\t[3 MB] Build \n"
-            "\t\t[Zero KB] Index \n"
-            "\t[500 KB] Alpha \n\n"
-            "[Zero KB] Archives \n\n");
+            "[1 KB] E\u0301clair (old)\n\n[1 byte] apple \n\n"
+            "[Zero KB] Zeta \n\t[1.5 MB] b (/x/b)\n\t[Zero KB] a \n\n");
 }
 
-// A developer folder in a temporary home, installed as the current host, and a driver for it.
-struct CmdLineDriver : ::testing::Test {
-  void SetUp() override {
-    std::filesystem::create_directories(developer / "Xcode");
-    std::filesystem::create_directories(developer / "CoreSimulator");
-    Host host = Host::current();
-    host.home = home.path();
-    host.configDirectory = home / "config";
-    host.temporaryDirectory = home.path();
-    scoped.emplace(host);
-    devFiles = DevFiles::create(developer, std::nullopt, std::nullopt).value_or(nullptr);
-    ASSERT_TRUE(devFiles);
-  }
+// The deletion report's lines, then a clean in a temporary home that deletes only what it names.
+TEST(CmdLineDriver, ReportsEachItemAndCleansOnlyTheNamedLocationsWhateverWasSelectedBefore) {
   test::TempDir home;
-  std::filesystem::path developer = home / "Library/Developer";
-  std::optional<ScopedHost> scoped;
+  const auto developer = home / "Library/Developer";
+  const auto derivedProject = developer / "Xcode/DerivedData/WeatherApp-abc";
+  const auto archive = developer / "Xcode/Archives/2024-03-04/WeatherApp.xcarchive";
+  test::writeFileOfSize(derivedProject / "Build/app", 2'000);
+  test::writeFileOfSize(archive / "Info.plist", 5'000);
+  fs::create_directories(developer / "CoreSimulator");
+  Host host = Host::current();
+  host.home = host.temporaryDirectory = home.path();
+  host.configDirectory = home / "config";
+  ScopedHost scoped(host);
+  auto devFiles = DevFiles::create(developer, std::nullopt, std::nullopt).value_or(nullptr);
+  ASSERT_TRUE(devFiles);
   std::ostringstream out;
-  std::shared_ptr<CmdLine> cmdLine = std::make_shared<CmdLine>(out);
-  std::shared_ptr<DevFiles> devFiles;
-};
+  auto cmdLine = std::make_shared<CmdLine>(out);
 
-TEST_F(CmdLineDriver, DeletionProgressAndFailureLines) {
   cmdLine->deleteStarted(*devFiles);
-  cmdLine->deletingItem(*devFiles, "Derived Data", "WeatherApp /Users/sam/W.xcodeproj",
-                        std::filesystem::path("/x/WeatherApp-abc"), 1, 12);
-  cmdLine->deletingItem(*devFiles, "Archives", "", std::filesystem::path("/x/A 1.xcarchive"), 2, 12);
+  cmdLine->deletingItem(*devFiles, "Derived Data", "WeatherApp /Users/sam/W.xcodeproj", fs::path("/x/WeatherApp-abc"),
+                        1, 12);
+  cmdLine->deletingItem(*devFiles, "Archives", "", fs::path("/x/A 1.xcarchive"), 2, 12);
   cmdLine->deletingItem(*devFiles, "System", "", std::nullopt, 12, 12);
   cmdLine->deleteFailed(*devFiles, FileSystemError("Permission denied", EACCES, "/x/y"), "UserData Cache",
-                        "ignored description", std::filesystem::path("/x/UserData/Previews"));
+                        "ignored description", fs::path("/x/UserData/Previews"));
   cmdLine->deleteFailed(*devFiles, Error("Operation not permitted"), "old logs", "", std::nullopt);
   cmdLine->deleteFinished(*devFiles);
   EXPECT_EQ(out.str(),
@@ -113,13 +148,8 @@ TEST_F(CmdLineDriver, DeletionProgressAndFailureLines) {
             "System: 12/12\n"
             "Warning: Following file couldn't be removed: Userdata Cache: /x/UserData/Previews Permission denied\n"
             "Warning: Following file couldn't be removed: Old Logs: - Operation not permitted\n");
-}
 
-TEST_F(CmdLineDriver, CleaningDeletesOnlyTheNamedLocationsWhateverWasSelectedBefore) {
-  auto derivedProject = developer / "Xcode/DerivedData/WeatherApp-abc";
-  auto archive = developer / "Xcode/Archives/2024-03-04/WeatherApp.xcarchive";
-  test::writeFileOfSize(derivedProject / "Build/app", 2'000);
-  test::writeFileOfSize(archive / "Info.plist", 5'000);
+  out.str("");
   devFiles->setDeleteDelegate(cmdLine);
   for (const auto& [location, path] :
        {std::pair{Location::derivedData, derivedProject}, {Location::archives, archive}}) {
@@ -130,8 +160,8 @@ TEST_F(CmdLineDriver, CleaningDeletesOnlyTheNamedLocationsWhateverWasSelectedBef
     devFiles->entry(location)->addItem(item);
   }
   cmdLine->clean(*devFiles, {Location::derivedData});
-  EXPECT_FALSE(std::filesystem::exists(derivedProject));
-  EXPECT_TRUE(std::filesystem::exists(archive / "Info.plist"));
+  EXPECT_FALSE(fs::exists(derivedProject));
+  EXPECT_TRUE(fs::exists(archive / "Info.plist"));
   EXPECT_NE(out.str().find("\n\nTotal bytes cleaned: 2 KB\n"), std::string::npos) << out.str();
 }
 

@@ -1,11 +1,16 @@
+// Getting at a folder: its bookmark, the open panel and its alerts, and the custom folders' own checks.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <deque>
+
 #include "app/Preferences.h"
+#include "fs/Files.h"
 #include "fs/FolderAccess.h"
 #include "platform/Bookmark.h"
 #include "platform/Host.h"
-#include "support/FolderAccessFakes.h"
+#include "platform/UserDefaults.h"
+#include "support/LogCapture.h"
 #include "support/TempDir.h"
 #include "support/Unprivileged.h"
 
@@ -14,32 +19,51 @@ namespace {
 
 namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
-using Alerts = std::vector<test::FakeFolderAccessUI::Alert>;
-using Panels = std::vector<test::FakeFolderAccessUI::Panel>;
+using Panels = std::vector<std::pair<fs::path, std::string>>;
+using Alerts = std::vector<std::tuple<std::string, std::string, std::string>>;
+using Answer = std::function<std::optional<fs::path>(long& response)>;
 
 const std::string kMessage = "Let Tidewell in, please.";
 const std::string kWarning = "\u26A0\uFE0F URL+AcquireAccessFromSandbox: ";
 
+std::optional<fs::path> cancel(long& response) { return response = 0, std::nullopt; }
+
+// Answers each open panel with the next scripted answer (which may change the disk, as a user
+// making the folder in the panel does) and records every panel and alert.
+struct FakeFolderAccessUI : FolderAccessUI {
+  std::optional<fs::path> runOpenPanel(const fs::path& folder, const std::string& message, long& response) override {
+    panels.emplace_back(folder, message);
+    if (answers.empty()) throw std::logic_error("the open panel was shown once more than the test expected");
+    const Answer answer = std::move(answers.front());
+    answers.pop_front();
+    return answer(response);
+  }
+  void showInformationalAlert(const std::string& message, const std::string& text, const std::string& button) override {
+    alerts.emplace_back(message, text, button);
+  }
+  std::deque<Answer> answers;
+  Panels panels;
+  Alerts alerts;
+};
+
 class FolderAccessTest : public ::testing::Test {
  protected:
-  FolderAccessTest()
-      : host_(Host{.home = dir_ / "home", .temporaryDirectory = dir_.path(), .configDirectory = dir_ / "config"}) {}
-
-  // The preferences with `bookmark` (or none) stored for the folder under test.
-  GrantSettings& seeded(const std::optional<std::vector<uint8_t>>& bookmark) {
-    if (bookmark) Preferences::shared().setFolderBookmark(folder_, *bookmark);
-    if (!bookmark) Preferences::shared().removeFolderBookmark(folder_);
-    return Preferences::shared();
-  }
   std::optional<std::vector<uint8_t>> stored(const fs::path& folder) {
     return Preferences::shared().data(Preferences::bookmarkKey(folder));
   }
+  // Access to the folder under test with `bookmark` (or none) stored for it.
+  std::optional<fs::path> acquire(const std::optional<std::vector<uint8_t>>& bookmark, CancelPolicy policy,
+                                  FolderAccessUI* ui) {
+    if (bookmark) Preferences::shared().setFolderBookmark(folder_, *bookmark);
+    if (!bookmark) Preferences::shared().removeFolderBookmark(folder_);
+    return acquireAccess(folder_, Preferences::shared(), policy, kMessage, ui);
+  }
 
   test::TempDir dir_;
-  ScopedHost host_;
+  const fs::path home_ = dir_ / "Users" / "someone", folder_ = dir_ / "Developer";
+  ScopedHost host_{Host{.home = home_, .temporaryDirectory = dir_.path(), .configDirectory = dir_ / "config"}};
   test::LogCapture log_;
-  test::FakeFolderAccessUI ui_;
-  const fs::path folder_ = dir_ / "Developer";
+  FakeFolderAccessUI ui_;
 };
 
 TEST_F(FolderAccessTest, StaleBookmarkIsReplacedBeforeTheFolderIsReturned) {
@@ -48,14 +72,12 @@ TEST_F(FolderAccessTest, StaleBookmarkIsReplacedBeforeTheFolderIsReturned) {
   const fs::path real = dir_ / "RealDeveloper";
   fs::create_directories(real);
   const auto old = Bookmark::create(real);
-  Preferences::shared().setData(Preferences::bookmarkKey(folder_), old);
   fs::create_directories(dir_ / "replacement");
   fs::remove(real);
   fs::rename(dir_ / "replacement", real);
   ASSERT_TRUE(Bookmark::resolve(old).isStale);
 
-  EXPECT_EQ(acquireAccess(folder_, seeded(old), CancelPolicy::allowed, kMessage, &ui_), real);
-
+  EXPECT_EQ(acquire(old, CancelPolicy::allowed, &ui_), real);
   const auto fresh = stored(folder_);
   ASSERT_TRUE(fresh.has_value());
   EXPECT_EQ(Bookmark::resolve(*fresh).path, real);
@@ -74,9 +96,7 @@ TEST_F(FolderAccessTest, WrongPickIsExplainedAndThePanelShownAgain) {
     return std::optional<fs::path>(folder_.string() + "/");
   });
 
-  EXPECT_EQ(acquireAccess(folder_, seeded(std::nullopt), CancelPolicy::notAllowed, kMessage, &ui_),
-            folder_.string() + "/");
-
+  EXPECT_EQ(acquire(std::nullopt, CancelPolicy::notAllowed, &ui_), folder_.string() + "/");
   EXPECT_EQ(ui_.panels, (Panels{{folder_, kMessage}, {folder_, kMessage}}));
   EXPECT_EQ(
       ui_.alerts,
@@ -87,9 +107,9 @@ TEST_F(FolderAccessTest, WrongPickIsExplainedAndThePanelShownAgain) {
 }
 
 TEST_F(FolderAccessTest, CancelEndsWithoutGrantOnlyWhenAllowedAndBadBookmarksAreLogged) {
-  ui_.answers.push_back([](long& response) { return response = 0, std::optional<fs::path>(); });
+  ui_.answers.push_back(cancel);
   const std::vector<uint8_t> junk{'j', 'u', 'n', 'k'};
-  EXPECT_EQ(acquireAccess(folder_, seeded(junk), CancelPolicy::allowed, kMessage, &ui_), std::nullopt);
+  EXPECT_EQ(acquire(junk, CancelPolicy::allowed, &ui_), std::nullopt);
   EXPECT_EQ(log_.lines(), (Lines{kWarning + "Failed to resolve bookmark: The bookmark couldn\u2019t be resolved "
                                             "because its data isn\u2019t in the correct format.",
                                  kWarning + "Didn't get folder from Open panel! Modal response: 0"}));
@@ -98,24 +118,24 @@ TEST_F(FolderAccessTest, CancelEndsWithoutGrantOnlyWhenAllowedAndBadBookmarksAre
   log_.clear();
   ui_.answers.push_back([](long& response) { return response = -1000, std::optional<fs::path>(); });
   ui_.answers.push_back([&](long&) { return fs::create_directories(folder_), std::optional<fs::path>(folder_); });
-  EXPECT_EQ(acquireAccess(folder_, seeded(std::nullopt), CancelPolicy::notAllowed, kMessage, &ui_), folder_);
+  EXPECT_EQ(acquire(std::nullopt, CancelPolicy::notAllowed, &ui_), folder_);
   EXPECT_EQ(log_.lines(), Lines{kWarning + "Didn't get folder from Open panel! Modal response: -1000"});
   EXPECT_EQ(ui_.panels.size(), 3u);
 }
 
 TEST_F(FolderAccessTest, CommandLineUsesTheFolderOrItsBookmarkAndNeverAsks) {
-  EXPECT_EQ(acquireAccess(folder_, seeded(std::nullopt), CancelPolicy::allowed, kMessage, nullptr), std::nullopt);
+  EXPECT_EQ(acquire(std::nullopt, CancelPolicy::allowed, nullptr), std::nullopt);
   const fs::path granted = dir_ / "Granted";
   fs::create_directories(granted);
   const auto blob = Bookmark::create(granted);
-  EXPECT_EQ(acquireAccess(folder_, seeded(blob), CancelPolicy::notAllowed, kMessage, nullptr), granted);
+  EXPECT_EQ(acquire(blob, CancelPolicy::notAllowed, nullptr), granted);
   EXPECT_TRUE(log_.lines().empty());
   fs::remove(granted);
-  EXPECT_EQ(acquireAccess(folder_, seeded(blob), CancelPolicy::notAllowed, kMessage, nullptr), std::nullopt);
+  EXPECT_EQ(acquire(blob, CancelPolicy::notAllowed, nullptr), std::nullopt);
   EXPECT_EQ(log_.lines().size(), 1u);
   // An accessible folder is returned as it is, its bookmark left alone.
   fs::create_directories(folder_);
-  EXPECT_EQ(acquireAccess(folder_, seeded(blob), CancelPolicy::notAllowed, kMessage, nullptr), folder_);
+  EXPECT_EQ(acquire(blob, CancelPolicy::notAllowed, nullptr), folder_);
   EXPECT_EQ(stored(folder_), blob);
   EXPECT_TRUE(ui_.panels.empty());
 }
@@ -126,9 +146,8 @@ TEST_F(FolderAccessTest, PickedFolderWithoutWriteAccessIsRefusedWithAdvice) {
     const auto blob = Bookmark::create(folder_);
     ::chmod(folder_.c_str(), 0500);
     ui_.answers.push_back([&](long&) { return std::optional<fs::path>(folder_); });
-
     std::string problems;
-    if (acquireAccess(folder_, seeded(blob), CancelPolicy::notAllowed, kMessage, &ui_)) problems += "granted\n";
+    if (acquire(blob, CancelPolicy::notAllowed, &ui_)) problems += "granted\n";
     if (stored(folder_)) problems += "bookmark kept\n";
     if (ui_.panels.size() != 1) problems += "panels differ\n";
     if (ui_.alerts !=
@@ -146,13 +165,66 @@ TEST_F(FolderAccessTest, PickedFolderWithoutWriteAccessIsRefusedWithAdvice) {
             "(Tidewell.SandboxFolderAccessError error 1.)",
         "\u274C URL+AcquireAccessFromSandbox: Can't access folder after selecting it from Open panel, no access: " +
             folder_.string()};
-    if (log_.lines() != expected) {
-      for (const auto& line : log_.lines()) problems += "log: " + line + "\n";
-    }
+    for (const auto& line : log_.lines() != expected ? log_.lines() : Lines{}) problems += "log: " + line + "\n";
     return problems;
   });
   if (!result) GTEST_SKIP() << "no unprivileged user to run as";
   EXPECT_EQ(*result, "");
+}
+
+TEST_F(FolderAccessTest, DeveloperFolderGrantAsksWithItsMessageAndIsFoundAgainFromTheCommandLine) {
+  const fs::path developer = home_ / "Library" / "Developer";
+  EXPECT_EQ(Files::developerFolder(), developer);
+  ui_.answers.push_back(cancel);
+  EXPECT_EQ(Files::developerFolderGrant(Preferences::shared(), &ui_), std::nullopt);
+  EXPECT_EQ(ui_.panels, (Panels{{developer,
+                                 "Tidewell needs permission to your Developer folder to scan Xcode cache files. Folder "
+                                 "should be already selected and all you need to do is to click \"Open\"."}}));
+  EXPECT_EQ(Files::developerFolderGrant(Preferences::shared(), nullptr), std::nullopt);
+
+  ui_.answers.push_back([&](long&) { return fs::create_directories(developer), std::optional<fs::path>(developer); });
+  EXPECT_EQ(Files::developerFolderGrant(Preferences::shared(), &ui_), developer);
+  EXPECT_EQ(Files::developerFolderGrant(Preferences::shared(), nullptr), developer);
+  EXPECT_EQ(ui_.panels.size(), 2u);
+}
+
+// A custom folder is deleted wholesale: ".", "/" or the home folder would empty far too much.
+TEST_F(FolderAccessTest, CustomFoldersThatAreNotOwnFoldersAreIgnoredWithALogLine) {
+  EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), std::nullopt);  // none set
+  fs::create_directories(home_);
+  fs::create_directories(dir_ / "Archives");
+  test::writeFile(dir_ / "plain file", "x");
+  fs::create_directory_symlink("/", dir_ / "link to root");
+  fs::create_directory_symlink(home_, dir_ / "link to home");
+  const std::pair<fs::path, std::string> cases[] = {
+      {".", "it is not an absolute path"},
+      {"Library/Developer", "it is not an absolute path"},
+      {"/", "it is the root folder"},
+      {dir_ / "link to root", "it is the root folder"},
+      {home_ / "..", "it holds the home folder"},
+      {dir_.path(), "it holds the home folder"},
+      {home_, "it is the home folder"},
+      {dir_ / "link to home", "it is the home folder"},
+      {dir_ / "Missing Archives", "it no longer exists"},
+      {dir_ / "plain file", "it is not a folder"},
+  };
+  for (const auto& [folder, reason] : cases) {
+    log_.clear();
+    // Written as a settings file may hold them: the store's own writer makes paths absolute.
+    UserDefaults store(Preferences::shared().storePath());
+    store.setString(Preferences::Keys::customArchivesFolder, folder.string());
+    store.setString(Preferences::Keys::customDerivedDataFolder, folder.string());
+    EXPECT_EQ(Files::customArchivesFolderGrant(Preferences::shared(), &ui_), std::nullopt) << folder;
+    EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), std::nullopt) << folder;
+    const std::string ignoring = "\u26A0\uFE0F Files: Ignoring the custom ", because = "\u201D: " + reason + ".";
+    EXPECT_EQ(log_.lines(), (Lines{ignoring + "archives folder \u201C" + folder.string() + because,
+                                   ignoring + "derived data folder \u201C" + folder.string() + because}));
+  }
+  EXPECT_TRUE(ui_.panels.empty());
+  Preferences::shared().setCustomArchivesFolder(dir_ / "Archives");
+  EXPECT_EQ(Files::customArchivesFolderGrant(Preferences::shared(), &ui_), dir_ / "Archives");
+  Preferences::shared().setCustomDerivedDataFolder(dir_ / "Archives");
+  EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), dir_ / "Archives");
 }
 
 }  // namespace

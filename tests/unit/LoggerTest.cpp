@@ -13,10 +13,9 @@ namespace fs = std::filesystem;
 using test::readFile;
 using Level = Logger::Level;
 
-constexpr const char* kPrefix = "dev.tidewell.Tidewell";
-
 // A logger writing to a file in `folder` and not to the console.
-std::unique_ptr<Logger> fileLogger(const fs::path& folder, Level level = Level::info, const char* prefix = kPrefix,
+std::unique_ptr<Logger> fileLogger(const fs::path& folder, Level level = Level::info,
+                                   const char* prefix = "dev.tidewell.Tidewell",
                                    Logger::FileLogging logging = Logger::FileLogging::on) {
   auto logger = std::make_unique<Logger>("MainLog", level, logging, folder, prefix);
   logger->setConsoleLogging(false);
@@ -27,19 +26,16 @@ TEST(Logger, RotatesLatestToPreviousOverThreeStarts) {
   test::TempDir dir;
   const auto latest = dir / "dev.tidewell.Tidewell-MainLog-LogFile-latest.log";
   const auto previous = dir / "dev.tidewell.Tidewell-MainLog-LogFile-previous.log";
-  auto first = fileLogger(dir.path());
-  first->info("first run");
-  EXPECT_FALSE(first->oldLogFilePath().has_value());
-  EXPECT_EQ(first->logFilePath(), latest);
-  first.reset();
-  auto second = fileLogger(dir.path());
-  second->warning("second run");
-  EXPECT_EQ(second->oldLogFilePath(), previous);
-  EXPECT_EQ(readFile(previous), "\u2755 first run\n");
-  second.reset();
-  fileLogger(dir.path())->error("third run");
-  EXPECT_EQ(readFile(previous), "\u26A0\uFE0F second run\n");
-  EXPECT_EQ(readFile(latest), "\u274C third run\n");
+  std::optional<std::string> before;  // what the run before wrote
+  for (const std::string run : {"first", "second", "third"}) {
+    auto logger = fileLogger(dir.path());
+    EXPECT_EQ(logger->logFilePath(), latest);
+    EXPECT_EQ(logger->oldLogFilePath(), before ? std::optional(previous) : std::nullopt);
+    EXPECT_EQ(before ? readFile(previous) : "", before.value_or(""));
+    logger->info(run);
+    before = "\u2755 " + run + "\n";
+  }
+  EXPECT_EQ(readFile(latest), before);
 }
 
 TEST(Logger, LevelFiltersFormatCharactersPassAndTheObserverSeesEveryWrittenLine) {
@@ -56,7 +52,7 @@ TEST(Logger, LevelFiltersFormatCharactersPassAndTheObserverSeesEveryWrittenLine)
 
 TEST(Logger, WithoutFileLoggingOrAFolderThatCanBeMadeNoFileIsWritten) {
   test::TempDir dir;
-  auto off = fileLogger(dir.path(), Level::info, kPrefix, Logger::FileLogging::off);
+  auto off = fileLogger(dir.path(), Level::info, "x", Logger::FileLogging::off);
   off->info("nowhere");
   EXPECT_FALSE(off->logFilePath().has_value());
   EXPECT_TRUE(fs::is_empty(dir.path()));
@@ -73,19 +69,16 @@ TEST(Logger, ConcurrentLinesStayWhole) {
   auto logger = fileLogger(dir.path());
   const std::string payload(300, 'p');
   std::vector<std::thread> threads;
-  for (int t = 0; t < 8; ++t) {
+  for (int t = 0; t < 8; ++t)
     threads.emplace_back([&, t] {
       for (int i = 0; i < 200; ++i) logger->info("thread " + std::to_string(t) + " " + payload);
     });
-  }
   for (auto& thread : threads) thread.join();
   const std::string written = readFile(*logger->logFilePath());
   std::istringstream contents(written);
   size_t lines = 0;
-  for (std::string line; std::getline(contents, line); ++lines) {
-    EXPECT_EQ(line.rfind("\u2755 thread ", 0), 0u) << line;
-    EXPECT_EQ(line.substr(line.size() - payload.size()), payload);
-  }
+  for (std::string line; std::getline(contents, line); ++lines)
+    EXPECT_TRUE(line.rfind("\u2755 thread ", 0) == 0 && line.ends_with(" " + payload)) << line;
   EXPECT_EQ(lines, 8u * 200u);
   EXPECT_EQ(written.back(), '\n');
 }

@@ -1,7 +1,8 @@
-// Model values and entry kinds: Apple build numbers, versions, the device table, Xcode entries' texts.
+// Model values and how they read: Apple builds, versions, the device table, Xcode entries, text, dates and sizes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <limits>
 #include <optional>
@@ -12,8 +13,10 @@
 #include "model/AppleDevices.h"
 #include "model/Version.h"
 #include "model/XcodeEntries.h"
+#include "platform/ByteCountFormatter.h"
 #include "platform/CsvReader.h"
 #include "platform/FileDates.h"
+#include "platform/Text.h"
 #include "platform/TextLocale.h"
 #include "support/LogCapture.h"
 #include "support/TempDir.h"
@@ -27,16 +30,13 @@ using ::testing::HasSubstr;
 using OSType = DeviceSupportFileEntry::OSType;
 using Icon = CleanupEntry::Icon;
 
+// 4 March 2024, 09:41:00 UTC.
+const EntryDate kMarch4 = sys_days{year{2024} / March / 4} + hours{9} + minutes{41};
+
 Version version(std::string_view text) { return *Version::fromString(text); }
 
-TEST(AppleBuild, SplitsNumberLetterAndDailyPart) {
-  struct Case {
-    std::string text;
-    std::optional<int64_t> major;
-    std::optional<std::string> letter;
-    std::string daily;
-  };
-  const std::vector<Case> cases = {
+TEST(AppleBuild, SplitsIntoNumberLetterAndDailyPartAndOrdersByThem) {
+  const std::vector<std::tuple<std::string, std::optional<int64_t>, std::optional<std::string>, std::string>> cases = {
       {"21A5248p", 21, "A", "5248p"},
       {"15", 15, std::nullopt, ""},
       {"   ", std::nullopt, std::nullopt, ""},
@@ -47,34 +47,22 @@ TEST(AppleBuild, SplitsNumberLetterAndDailyPart) {
       {"99999999999999999999Z", std::numeric_limits<int64_t>::max(), "Z", ""},
       {"20e\xCC\x81x", 20, "e\xCC\x81", "x"},  // e with a combining accent is one character
   };
-  for (const auto& c : cases) {
-    AppleBuild build(c.text);
-    EXPECT_EQ(build.major, c.major) << c.text;
-    EXPECT_EQ(build.minor, c.letter) << c.text;
-    EXPECT_EQ(build.daily, c.daily) << c.text;
-    EXPECT_EQ(build.toString(), c.text);
+  for (const auto& [text, major, letter, daily] : cases) {
+    AppleBuild build(text);
+    EXPECT_TRUE(build.major == major && build.minor == letter && build.daily == daily) << text;
+    EXPECT_EQ(build.toString(), text);
   }
-  EXPECT_EQ(AppleBuild("21E219"), AppleBuild(" 21 E219"));  // equality compares the parts
-  EXPECT_EQ(AppleBuild("21A5248p"), AppleBuild(" 21 A 5248p"));
-  EXPECT_NE(AppleBuild("A1"), AppleBuild("0A1"));  // an absent number differs from 0
-}
-
-TEST(AppleBuild, OrdersByNumberThenLetterThenDailyTextLiterally) {
-  // Each build comes strictly before the next one: a missing number counts as 0, no letter
-  // comes before a letter, upper case before lower case, daily parts compare as text.
-  const std::vector<std::string> ascending = {
-      "-2A",  "",       "A1",  "1A",   "9Z",   "21",     "21A5248p", "21A559",
-      "21B5", "21E999", "21F", "21a1", "22A1", "22A100", "22A99",
-  };
+  EXPECT_EQ(AppleBuild("21A5248p"), AppleBuild(" 21 A 5248p"));  // equality compares the parts
+  EXPECT_NE(AppleBuild("A1"), AppleBuild("0A1"));                // an absent number differs from 0
+  // Strictly ascending: no number counts as 0, no letter before a letter, upper before lower case.
+  const std::vector<std::string> ascending = {"-2A",  "",       "A1",  "1A",   "9Z",   "21",     "21A5248p", "21A559",
+                                              "21B5", "21E999", "21F", "21a1", "22A1", "22A100", "22A99"};
   for (size_t i = 0; i + 1 < ascending.size(); ++i) {
-    AppleBuild earlier(ascending[i]);
-    AppleBuild later(ascending[i + 1]);
-    EXPECT_TRUE(earlier < later) << ascending[i] << " < " << ascending[i + 1];
-    EXPECT_FALSE(later < earlier) << ascending[i + 1] << " < " << ascending[i];
+    const AppleBuild earlier(ascending[i]), later(ascending[i + 1]);
+    EXPECT_TRUE(earlier < later && !(later < earlier)) << ascending[i] << " < " << ascending[i + 1];
   }
   // A number decides as soon as one side has it.
-  EXPECT_FALSE(AppleBuild("0B") < AppleBuild("A"));
-  EXPECT_FALSE(AppleBuild("A") < AppleBuild("0B"));
+  EXPECT_FALSE(AppleBuild("0B") < AppleBuild("A") || AppleBuild("A") < AppleBuild("0B"));
   EXPECT_TRUE(AppleBuild("(20E247)") < AppleBuild("(21E219)"));
 }
 
@@ -82,7 +70,7 @@ std::optional<std::string> printed(const std::optional<Version>& version) {
   return version ? std::optional<std::string>(version->toString()) : std::nullopt;
 }
 
-TEST(Version, ParsesTwoAndThreePartsAndPrintsThemBack) {
+TEST(Version, ParsesTwoAndThreePartsPrintsThemBackAndOrdersThem) {
   // Empty pieces are dropped, nothing is trimmed.
   const std::vector<std::pair<std::string, std::optional<std::string>>> cases = {
       {"15.2.0", "15.2.0"},
@@ -95,12 +83,8 @@ TEST(Version, ParsesTwoAndThreePartsAndPrintsThemBack) {
       {"1.2.3..4", std::nullopt},
       {" 15.2", std::nullopt},
       {"-1.2", std::nullopt},
-      {"１.２", std::nullopt},
-  };
+      {"１.２", std::nullopt}};
   for (const auto& [text, expected] : cases) EXPECT_EQ(printed(Version::fromString(text)), expected) << text;
-}
-
-TEST(Version, OrdersByMajorMinorAndPatch) {
   const std::vector<std::string> ascending = {"2.0", "9.9.9", "10.0", "16.0", "16.0.1", "16.1", "16.10", "17.0"};
   for (size_t i = 0; i + 1 < ascending.size(); ++i) {
     const Version earlier = version(ascending[i]), later = version(ascending[i + 1]);
@@ -108,8 +92,7 @@ TEST(Version, OrdersByMajorMinorAndPatch) {
   }
   // An absent patch equals a zero patch, though it prints differently.
   EXPECT_EQ(version("15.2"), version("15.2.0"));
-  EXPECT_FALSE(version("15.2") < version("15.2.0"));
-  EXPECT_FALSE(version("15.2.0") < version("15.2"));
+  EXPECT_FALSE(version("15.2") < version("15.2.0") || version("15.2.0") < version("15.2"));
 }
 
 TEST(Version, ReadsTheOperatingSystemVersionRecord) {
@@ -120,8 +103,7 @@ TEST(Version, ReadsTheOperatingSystemVersionRecord) {
       {"NSOperatingSystemVersion(majorVersion: 17,\nminorVersion: 4, patchVersion: 1)", std::nullopt},
       {"NSOperatingSystemVersion(MajorVersion: 17, minorVersion: 4, patchVersion: 1)", std::nullopt},
       {"majorVersion: 17, minorVersion: 4, patchVersion: 1", std::nullopt},  // read as a dotted version
-      {"17.4", "17.4"},
-  };
+      {"17.4", "17.4"}};
   for (const auto& [text, expected] : cases) EXPECT_EQ(printed(Version::parse(text)), expected) << text;
   EXPECT_FALSE(Version::fromVersionRecordText("majorVersion: 99999999999999999999, minorVersion: 1, patchVersion: 1"));
 }
@@ -147,19 +129,15 @@ TEST(AppleDevices, LooksUpNamesWithTheTableRules) {
                          "x,\"Odd,1\",\"Say \"\"hi\"\", C:\\dir\",2020\n"         // doubled quotes, no escapes
                          "x,\"Multi,1\",\"Two\nLines\n\",2020\n");
   EXPECT_TRUE(log.lines().empty());
-  const std::vector<std::pair<std::string, std::string>> names = {
-      {"iPhone16,2", "iPhone 15 Pro Max"},
-      {"iPhone15,2", "iPhone 14 Pro"},
-      {"Watch7,1", "Watch7,1"},
-      {"Watch7,2", "Watch7,2"},
-      {"NULL", "NULL"},
-      {"AppleTV14,1", "Apple TV 4K (3rd generation)"},
-      {"Odd,1", "Say \"hi\", C:\\dir"},
-      {"Multi,1", "Two\nLines"},
-      {"Unknown9,9", "Unknown9,9"},
-      {"", "Unknown Device"},
-  };
+  const std::vector<std::pair<std::string, std::string>> names = {{"iPhone16,2", "iPhone 15 Pro Max"},
+                                                                  {"iPhone15,2", "iPhone 14 Pro"},
+                                                                  {"AppleTV14,1", "Apple TV 4K (3rd generation)"},
+                                                                  {"Odd,1", "Say \"hi\", C:\\dir"},
+                                                                  {"Multi,1", "Two\nLines"},
+                                                                  {"", "Unknown Device"}};
   for (const auto& [identifier, name] : names) EXPECT_EQ(table.lookup(identifier), name);
+  for (const char* identifier : {"Watch7,1", "Watch7,2", "NULL", "Unknown9,9"})
+    EXPECT_EQ(table.lookup(identifier), identifier);
   EXPECT_EQ(table.size(), 7u);
   // A column holding only numbers or booleans is read as such: its cells are no text.
   EXPECT_EQ(tableFrom(dir, "identifier,name\nA1,1\nA2,2.5\n").lookup("A1"), "A1");
@@ -170,14 +148,9 @@ TEST(AppleDevices, LooksUpNamesWithTheTableRules) {
 
 TEST(AppleDevices, AMissingOrBrokenTableLogsOnceAndAnswersWithTheIdentifier) {
   test::TempDir dir;
-  {
-    LogCapture log;
-    auto devices = AppleDevices::fromFile(dir / "device_identifiers.csv");
-    ASSERT_EQ(log.lines().size(), 1u);
-    EXPECT_THAT(log.lines()[0], HasSubstr("AppleDevices: device_identifiers.csv missing in bundle."));
-    EXPECT_EQ(devices.lookup("iPhone16,2"), "iPhone16,2");
-  }
-  for (const auto& [contents, reason] : std::vector<std::pair<std::string, std::string>>{
+  // A missing table (the first case) and broken ones.
+  for (const auto& [contents, reason] : std::vector<std::pair<std::optional<std::string>, std::string>>{
+           {std::nullopt, "AppleDevices: device_identifiers.csv missing in bundle."},
            {"identifier,name\n\"iPhone16,2,iPhone\n", "unterminated quoted field"},
            {"identifier,name\niPh\"one,x\n", "misplaced quote"},
            {"identifier,name\n\"a\"b,x\n", "after a closing quote"},
@@ -186,15 +159,14 @@ TEST(AppleDevices, AMissingOrBrokenTableLogsOnceAndAnswersWithTheIdentifier) {
            {"identifier,name\nlonely\n", "line 2 has 1 field, the header has 2"},
            {"identifier,name\n\"a,1\",b\nWatch7,1,Apple Watch\n", "line 3 has 3 fields"}}) {
     LogCapture log;
-    auto devices = tableFrom(dir, contents);
+    auto devices = contents ? tableFrom(dir, *contents) : AppleDevices::fromFile(dir / "device_identifiers.csv");
     ASSERT_EQ(log.lines().size(), 1u) << reason;
-    EXPECT_THAT(log.lines()[0], HasSubstr("AppleDevices: Unable to load device_identifiers.csv: "));
+    EXPECT_THAT(log.lines()[0], HasSubstr(contents ? "AppleDevices: Unable to load device_identifiers.csv: " : ""));
     EXPECT_THAT(log.lines()[0], HasSubstr(reason));
     EXPECT_EQ(devices.size(), 0u) << reason;
+    EXPECT_EQ(devices.lookup("iPhone16,2"), "iPhone16,2");
   }
 }
-
-const EntryDate kMarch4 = sys_days{year{2024} / March / 4} + hours{9} + minutes{41};
 
 class XcodeEntries : public ::testing::Test {
  protected:
@@ -203,36 +175,9 @@ class XcodeEntries : public ::testing::Test {
   ScopedAppleDevices devices_{tableFrom(dir_, "identifier,name\n\"iPhone15,2\",iPhone 14 Pro\n")};
 };
 
-TEST_F(XcodeEntries, VersionedAndDerivedDataEntriesShowTheirFacts) {
-  DeviceLogsFileEntry logs(version("17.2"), true);
-  EXPECT_EQ(logs.tooltipText(), "Old logs from Xcode 17.2");
-  EXPECT_EQ(logs.itemDescription(), "Logs from Xcode 17.2 ");
-  DocumentationCacheFileEntry cache(version("15.0.1"), false);
-  EXPECT_EQ(cache.tooltipText(), "Documentation cache files from Xcode 15.0.1");
-  DerivedDataFileEntry derived("My App", "/Users/me/My App/My App.xcworkspace", false);
-  EXPECT_EQ(derived.extraInfo(), "/Users/me/My App/My App.xcworkspace");
-  EXPECT_EQ(derived.itemDescription(), "My App /Users/me/My App/My App.xcworkspace");
-  SimulatorFileEntry simulator("iPhone 15", "5A1B-UDID", "iOS 17.4", false);
-  EXPECT_EQ(simulator.tooltipText(), "iPhone 15 iOS 17.4");
-  EXPECT_FALSE(simulator.tooltip());
-  // Entry kinds are leaves: they take paths but no children.
-  auto leaf = std::make_shared<DeviceLogsFileEntry>(version("16.4"), true);
-  leaf->addPath("/logs/a");
-  leaf->addItem(std::make_shared<DeviceLogsFileEntry>(version("16.3"), true));
-  EXPECT_EQ(leaf->paths().size(), 1u);
-  EXPECT_TRUE(leaf->items().empty());
-}
-
 TEST_F(XcodeEntries, DeviceSupportLabelsWithAndWithoutDevicesBuildsAndArchitectures) {
-  struct Case {
-    std::optional<std::string> device;
-    OSType type;
-    std::string version;
-    std::optional<std::string> build, architecture;
-    EntryDate date;
-    std::string label, tooltip;
-  };
-  const std::vector<Case> cases = {
+  using Opt = std::optional<std::string>;
+  const std::vector<std::tuple<Opt, OSType, std::string, Opt, Opt, EntryDate, std::string, std::string>> cases = {
       {std::nullopt, OSType::iOS, "17.4", "(21E219)", std::nullopt, kMarch4, "iOS 17.4 (21E219)",
        "iOS 17.4 (21E219) Mar 4, 2024"},
       {"iPhone15,2", OSType::iOS, "17.4", "(21E219)", "arm64e", kMarch4, "iOS 17.4 (21E219) (iPhone 14 Pro)", ""},
@@ -242,47 +187,35 @@ TEST_F(XcodeEntries, DeviceSupportLabelsWithAndWithoutDevicesBuildsAndArchitectu
       {std::nullopt, DeviceSupportFileEntry::osTypeFromName("ios"), "17.4", "21E219", std::nullopt, kMarch4,
        " 17.4 21E219", "17.4 21E219 Mar 4, 2024"},
       {std::nullopt, OSType::macOS, "14.4", std::nullopt, std::nullopt, distantPast(), "macOS 14.4 ",
-       "macOS 14.4  Jan 1, 1"},
-  };
-  for (const auto& c : cases) {
-    std::optional<AppleBuild> build;
-    if (c.build) build = AppleBuild(*c.build);
-    DeviceSupportFileEntry entry(c.device, c.type, version(c.version), build, c.date, c.architecture, false);
-    EXPECT_EQ(entry.label(), c.label);
-    if (!c.tooltip.empty()) {
-      EXPECT_EQ(entry.tooltipText(), c.tooltip) << c.label;
-    }
+       "macOS 14.4  Jan 1, 1"}};
+  for (const auto& [device, type, text, build, architecture, date, label, tooltip] : cases) {
+    DeviceSupportFileEntry entry(device, type, version(text), build ? std::optional(AppleBuild(*build)) : std::nullopt,
+                                 date, architecture, false);
+    EXPECT_EQ(entry.label(), label);
+    EXPECT_TRUE(tooltip.empty() || entry.tooltipText() == tooltip) << entry.tooltipText();
   }
 }
 
-TEST_F(XcodeEntries, OSTypesComeFromExactNames) {
-  const std::vector<std::pair<std::string, OSType>> cases = {
+TEST_F(XcodeEntries, OSTypesComeFromExactNamesAndIconsCoverTheVersionsWithTheirOwnPicture) {
+  const std::vector<std::pair<std::string, OSType>> names = {
       {"iOS", OSType::iOS},           {"watchOS", OSType::watchOS}, {"tvOS", OSType::tvOS},  {"macOS", OSType::macOS},
-      {"visionOS", OSType::visionOS}, {"ios", OSType::other},       {"xrOS", OSType::other}, {"iOS ", OSType::other},
-  };
-  for (const auto& [name, type] : cases) EXPECT_EQ(DeviceSupportFileEntry::osTypeFromName(name), type) << name;
-}
-
-TEST_F(XcodeEntries, DeviceSupportIconsCoverTheVersionsWithTheirOwnPicture) {
-  const std::vector<std::tuple<OSType, std::string, std::string>> cases = {
-      {OSType::iOS, "2.0", "OS/iOS/2"},
-      {OSType::iOS, "1.0", "OS/iOS/Generic"},
-      {OSType::iOS, "19.0", "OS/iOS/Generic"},
-      {OSType::iOS, "26.0", "OS/iOS/26"},
-      {OSType::iOS, "27.0", "OS/iOS/Generic"},
-      {OSType::watchOS, "12.0", "OS/watchOS/Generic"},
-      {OSType::tvOS, "8.0", "OS/tvOS/Generic"},
-      {OSType::tvOS, "9.0", "OS/tvOS/9"},
-      {OSType::macOS, "11.7", "OS/macOS/Generic"},
-      {OSType::macOS, "15.4", "OS/macOS/15"},
-      {OSType::macOS, "16.0", "OS/macOS/Generic"},
-      {OSType::visionOS, "1.2", "OS/visionOS/Generic"},
-      {OSType::visionOS, "2.4", "OS/visionOS/2"},
-      {OSType::other, "26.0", "OS/iOS/Generic"},
-  };
-  for (const auto& [type, text, image] : cases) {
-    DeviceSupportFileEntry entry(std::nullopt, type, version(text), std::nullopt, kMarch4, std::nullopt, false);
-    EXPECT_EQ(entry.icon(), Icon::image(image)) << text << " " << DeviceSupportFileEntry::osTypeDisplayName(type);
+      {"visionOS", OSType::visionOS}, {"ios", OSType::other},       {"xrOS", OSType::other}, {"iOS ", OSType::other}};
+  for (const auto& [name, type] : names) EXPECT_EQ(DeviceSupportFileEntry::osTypeFromName(name), type) << name;
+  // Each type with its pictures' folder and, per version, the picture.
+  const std::vector<std::tuple<OSType, std::string, std::vector<std::pair<std::string, std::string>>>> cases = {
+      {OSType::iOS,
+       "iOS",
+       {{"1.0", "Generic"}, {"2.0", "2"}, {"19.0", "Generic"}, {"26.0", "26"}, {"27.0", "Generic"}}},
+      {OSType::watchOS, "watchOS", {{"12.0", "Generic"}}},
+      {OSType::tvOS, "tvOS", {{"8.0", "Generic"}, {"9.0", "9"}}},
+      {OSType::macOS, "macOS", {{"11.7", "Generic"}, {"15.4", "15"}, {"16.0", "Generic"}}},
+      {OSType::visionOS, "visionOS", {{"1.2", "Generic"}, {"2.4", "2"}}},
+      {OSType::other, "iOS", {{"26.0", "Generic"}}}};
+  for (const auto& [type, folder, pictures] : cases) {
+    for (const auto& [text, picture] : pictures) {
+      DeviceSupportFileEntry entry(std::nullopt, type, version(text), std::nullopt, kMarch4, std::nullopt, false);
+      EXPECT_EQ(entry.icon(), Icon::image("OS/" + folder + "/" + picture)) << folder << " " << text;
+    }
   }
 }
 
@@ -306,9 +239,7 @@ TEST_F(XcodeEntries, ArchivesShowVersionBuildStatusAndDate) {
   ArchiveFileEntry shipped("Tidewell", "dev.tidewell.Tidewell", "2.1", "42", kMarch4, Status::success, false,
                            "/archives/Tidewell.xcarchive");
   EXPECT_EQ(shipped.label(), "2.1 (42) ✅");
-  const std::string date = shipped.extraInfo();
-  EXPECT_EQ(date.substr(0, 12), "3/4/24, 9:41") << date;
-  EXPECT_EQ(shipped.itemDescription(), "Tidewell 2.1 (42) (" + date + ")");
+  EXPECT_EQ(shipped.extraInfo().substr(0, 12), "3/4/24, 9:41") << shipped.extraInfo();
   EXPECT_EQ(ArchiveFileEntry("App", "b", "1.0.1", "7", kMarch4, Status::failure, true, "/a").label(), "1.0.1 (7) ❌");
   ArchiveFileEntry unsubmitted("App", "b", "1.0 beta", "7", kMarch4, Status::undefined, false, "/a.xcarchive");
   EXPECT_EQ(unsubmitted.label(), "1.0 beta (7) ");  // ends with the space after the parenthesis
@@ -321,12 +252,81 @@ TEST(FileDates, CreationDateOfRealItemsAndMissingOnes) {
   test::writeFile(dir / "folder/file", "x");
   const auto created = fileCreationDate(dir / "folder");
   ASSERT_TRUE(created.has_value());
-  EXPECT_GE(*created, before);
-  EXPECT_LE(*created, system_clock::now() + seconds(5));
+  EXPECT_TRUE(*created >= before && *created <= system_clock::now() + seconds(5));
   // A link is examined itself, not its target: a dangling one still has a date.
   std::filesystem::create_symlink(dir / "nowhere", dir / "dangling");
   EXPECT_TRUE(fileCreationDate(dir / "dangling").has_value());
   EXPECT_FALSE(fileCreationDate(dir / "missing").has_value());
+}
+
+std::vector<std::string> sortedStandard(std::vector<std::string> texts) {
+  std::sort(texts.begin(), texts.end(),
+            [](const std::string& a, const std::string& b) { return localizedStandardCompare(a, b) < 0; });
+  return texts;
+}
+
+TEST(Text, ComparesNumbersByValueCaseLastInTheLocaleCapitalizesAndComposes) {
+  ScopedTextLocale locale("en_US", "UTC");
+  EXPECT_EQ(sortedStandard({"Xcode 15.10", "xcode 15.2", "Zebra", "Xcode 15.1", "apple", "Xcode 9", "file10", "file2"}),
+            (std::vector<std::string>{"apple", "file2", "file10", "Xcode 9", "Xcode 15.1", "xcode 15.2", "Xcode 15.10",
+                                      "Zebra"}));
+  // Texts that differ only in case are not the same, but get a fixed order either way round.
+  int caseOnly = localizedStandardCompare("derived", "Derived");
+  EXPECT_NE(caseOnly, 0);
+  EXPECT_EQ(localizedStandardCompare("Derived", "derived"), -caseOnly);
+  EXPECT_EQ(localizedStandardCompare("Same", "Same"), 0);
+  EXPECT_LT(localizedStandardCompare("\xC3\xA9t\xC3\xA9", "ete2"), 0);  // accents weigh less than digits
+  EXPECT_NE(localizedStandardCompare("a\xFF", "a\xFE"), 0);             // broken UTF-8 compares without failing
+  EXPECT_EQ(capitalizedWords("IDE CACHES\tand  more"), "Ide Caches\tAnd  More");
+  EXPECT_EQ(capitalizedWords("\xC3\xA9t\xC3\xA9 \xC3\x89T\xC3\x89"), "\xC3\x89t\xC3\xA9 \xC3\x89t\xC3\xA9");
+  EXPECT_EQ(canonicalNormalized("Cafe\xCC\x81"), "Caf\xC3\xA9");
+  EXPECT_EQ(canonicalNormalized("\xEF\xAC\x81"), "\xEF\xAC\x81");  // the "fi" ligature stays: NFC, not NFKC
+  EXPECT_FALSE(canonicalNormalized("bad\xFF").empty());
+  // Swedish sorts "ö" after "z"; German sorts it with "o".
+  for (const auto& [language, after] : {std::pair{"sv_SE", true}, {"de_DE", false}}) {
+    ScopedTextLocale scoped(language, "UTC");
+    EXPECT_EQ(localizedStandardCompare("\xC3\xB6l", "zebra") > 0, after) << language;
+  }
+}
+
+TEST(Text, FormatsDatesInTheLocaleAndTimeZone) {
+  // Berlin is UTC+1 in winter; late evening in Los Angeles is already the next day in UTC.
+  const std::vector<std::tuple<const char*, const char*, TimePoint, const char*, const char*>> cases = {
+      {"en_US", "UTC", kMarch4, "Mar 4, 2024", nullptr},
+      {"en_US", "UTC", distantPast(), "Jan 1, 1", nullptr},
+      {"de_DE", "Europe/Berlin", kMarch4, "04.03.2024", "04.03.24, 10:41"},
+      {"en_US", "America/Los_Angeles", sys_days{year{2024} / March / 5} + hours{3}, "Mar 4, 2024", nullptr}};
+  for (const auto& [language, zone, time, medium, shortForm] : cases) {
+    ScopedTextLocale scoped(language, zone);
+    EXPECT_EQ(formatMediumDate(time), medium) << language << " " << zone;
+    EXPECT_TRUE(!shortForm || formatShortDateTime(time) == shortForm) << formatShortDateTime(time);
+  }
+}
+
+using Cases = std::vector<std::pair<int64_t, const char*>>;
+
+// The C locale (en_US_POSIX) writes numbers as American English does; 999,500 B moves on to MB.
+const Cases kEnglish = {{0, "Zero KB"},         {1, "1 byte"},           {2, "2 bytes"},
+                        {999, "999 bytes"},     {1000, "1 KB"},          {1499, "1 KB"},
+                        {1500, "2 KB"},         {999499, "999 KB"},      {999500, "1 MB"},
+                        {1000000, "1 MB"},      {1049999, "1 MB"},       {1050000, "1.1 MB"},
+                        {1500000, "1.5 MB"},    {1048576, "1 MB"},       {999949999, "999.9 MB"},
+                        {999950000, "1 GB"},    {1234567890, "1.23 GB"}, {1205000000, "1.21 GB"},
+                        {1200000000, "1.2 GB"}, {1000000000000, "1 TB"}, {5555000000000000, "5.56 PB"},
+                        {INT64_MAX, "9.22 EB"}, {-1, "-1 byte"},         {-999, "-999 bytes"},
+                        {-1500, "-2 KB"},       {-1500000, "-1.5 MB"},   {INT64_MIN, "-9.22 EB"}};
+// Numbers follow the locale while the units stay.
+const Cases kGerman = {
+    {0, "Zero KB"},      {1, "1 byte"},           {999, "999 bytes"},    {1500, "2 KB"},
+    {1300000, "1,3 MB"}, {1234567890, "1,23 GB"}, {-1500000, "-1,5 MB"}, {5555000000000000, "5,56 PB"}};
+
+TEST(ByteCountFormatter, MatchesTheFileStyleTableWithNumbersInTheLocale) {
+  for (const auto& [locale, zone, cases] : {std::tuple{"en_US", "UTC", &kEnglish},
+                                            {"en_US_POSIX", "UTC", &kEnglish},
+                                            {"de_DE", "Europe/Berlin", &kGerman}}) {
+    ScopedTextLocale scoped(locale, zone);
+    for (const auto& [bytes, text] : *cases) EXPECT_EQ(formatByteCount(bytes), text) << locale << " " << bytes;
+  }
 }
 
 }  // namespace

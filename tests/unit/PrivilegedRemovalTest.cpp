@@ -1,9 +1,5 @@
 // Which paths the privileged remover accepts, and that a safety refusal never reaches the administrator.
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "fs/RemoveItem.h"
 #include "fs/Shell.h"
@@ -13,14 +9,13 @@
 #include "support/CatalogueFixture.h"
 #include "support/StandInTools.h"
 #include "support/TempDir.h"
+#include "support/Unprivileged.h"
 
 namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
-using test::readFile;
-using test::shellQuoted;
-using test::writeFile;
+using namespace test;
 
 class PrivilegedRemovalCheck : public ::testing::Test {
  protected:
@@ -31,8 +26,6 @@ class PrivilegedRemovalCheck : public ::testing::Test {
     writeFile(fixture.at("/Applications/Install macOS Sonoma.app/Contents/Info.plist"), "i");
     writeFile(fixture.at("/Applications/Xcode.app/Contents/Info.plist"), "x");
     writeFile(fixture.at("/elsewhere/Updates/041-12345/update.pkg"), "outside");
-    fs::create_directory_symlink(fixture.at("/elsewhere/Updates"), fixture.at("/Library/Linked"));
-    fs::create_directory_symlink(fixture.at("/elsewhere"), fixture.at("/Shortcut"));
     fs::create_directory_symlink(fixture.at("/elsewhere/Updates/041-12345"), updates / "041-link");
   }
 
@@ -42,8 +35,11 @@ class PrivilegedRemovalCheck : public ::testing::Test {
     if (auto* refusal = std::get_if<PrivilegedRemoval::Refusal>(&checked)) return refusal->reason;
     return "accepted";
   }
+  static bool refusedFor(const fs::path& path, const std::string& reason) {
+    return verdict(path.string()).find(reason) != std::string::npos;
+  }
 
-  test::CatalogueFixture fixture;
+  CatalogueFixture fixture;
   fs::path updates = fixture.at("/Library/Updates");
 };
 
@@ -68,22 +64,19 @@ TEST_F(PrivilegedRemovalCheck, AcceptsOnlyListedItemsReachedWithoutLinks) {
       {root + "/Library/Updates/041-link", "symbolic link"},
       {root + "/Library/Updates/041-missing", "No such file"},
   };
-  for (const auto& [path, expected] : cases) {
-    const std::string result = verdict(path);
-    EXPECT_NE(result.find(expected), std::string::npos) << path << ": " << result;
-  }
+  for (const auto& [path, expected] : cases) EXPECT_TRUE(refusedFor(path, expected)) << path << ": " << verdict(path);
 
   // A link anywhere on the way: the location folder itself, or a folder above it.
   fs::rename(updates, fixture.at("/Library/Updates.real"));
   fs::create_directory_symlink(fixture.at("/elsewhere/Updates"), updates);
-  EXPECT_NE(verdict(root + "/Library/Updates/041-12345").find("symbolic link"), std::string::npos);
+  EXPECT_TRUE(refusedFor(updates / "041-12345", "symbolic link"));
   fs::remove(updates);
   fs::rename(fixture.at("/Library/Updates.real"), updates);
   const fs::path viaLink = fixture.root().parent_path() / "via";
   fs::create_directory_symlink(fixture.root(), viaLink);
   {
     ScopedHost linkedRoot(Host{.home = fixture.home(), .root = viaLink});
-    EXPECT_NE(verdict(viaLink.string() + "/Library/Updates/041-12345").find("symbolic link"), std::string::npos);
+    EXPECT_TRUE(refusedFor(viaLink / "Library/Updates/041-12345", "symbolic link"));
   }
   EXPECT_EQ(readFile(fixture.at("/elsewhere/Updates/041-12345/update.pkg")), "outside");
 }
@@ -103,64 +96,48 @@ TEST_F(PrivilegedRemovalCheck, RemovesTheCheckedItemEvenWhenItsFolderIsSwappedFo
 }
 
 #if defined(__linux__)
-// Runs `body` in a child whose private namespace mounts `source` (tmpfs when empty) at `mountPoint`; 77: no namespace.
-template <typename Body>
-int withMount(const fs::path& source, const fs::path& mountPoint, Body body) {
-  const pid_t child = ::fork();
-  if (child == 0) {
-    const bool mounted = ::unshare(CLONE_NEWNS) == 0 &&
-                         ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-                         (source.empty() ? ::mount("tmpfs", mountPoint.c_str(), "tmpfs", 0, nullptr)
-                                         : ::mount(source.c_str(), mountPoint.c_str(), nullptr, MS_BIND, nullptr)) == 0;
-    ::_exit(mounted ? body() : 77);
-  }
-  int status = 0;
-  if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
-  return WEXITSTATUS(status);
-}
-
 // A volume mounted at the item or inside it (a same-device bind mount included) is refused.
 TEST_F(PrivilegedRemovalCheck, RefusesItemsThatAreOrHoldMountPoints) {
   const fs::path item = updates / "041-12345";
   fs::create_directories(item / "Payload" / "mnt");
   for (const fs::path& mountPoint : {item, item / "Payload" / "mnt"}) {
-    const int status = withMount(fixture.at("/elsewhere"), mountPoint,
-                                 [&] { return verdict(item.string()).find("mounted") != std::string::npos ? 0 : 1; });
-    if (status == 77) GTEST_SKIP() << "no mount namespace for this user";
-    EXPECT_EQ(status, 0) << "a mount at " << mountPoint << " was not refused";
+    const auto failure = runWithMount(fixture.at("/elsewhere"), mountPoint, [&]() -> std::string {
+      return refusedFor(item, "mounted") ? "" : "not refused: " + verdict(item.string());
+    });
+    if (!failure) GTEST_SKIP() << "no mount namespace for this user";
+    EXPECT_EQ(*failure, "") << "a mount at " << mountPoint;
   }
   EXPECT_EQ(verdict(item.string()), "accepted");
 }
 
 // A volume inside an installer is refused for safety and never handed to pkexec (which would empty it).
 TEST(PrivilegedFallback, AnotherVolumeInsideTheItemIsNeverHandedToTheAdministrator) {
-  test::CatalogueFixture fixture;
+  CatalogueFixture fixture;
   ScopedAdministratorRunner polkit{AdministratorRunner::polkit};
   const fs::path item = fixture.at("/Applications/Install macOS Sonoma.app"), calls = fixture.root() / "pkexec-calls";
   const fs::path volume = item / "Contents" / "SharedSupport" / "Volume";
   writeFile(item / "Contents" / "Info.plist", "i");
   fs::create_directories(volume);
-  test::writeStandInTool(fixture.root(), "/usr/bin/pkexec",
-                         "echo \"$@\" >> " + shellQuoted(calls.string()) + "\nexec \"$@\"");
-  const int status = withMount({}, volume, [&] {
+  writeStandInTool(fixture.root(), "/usr/bin/pkexec",
+                   "echo \"$@\" >> " + shellQuoted(calls.string()) + "\nexec \"$@\"");
+  const auto failure = runWithMount({}, volume, [&]() -> std::string {
     writeFile(volume / "precious", "p");
-    PrivilegedFileEntry entry{"Install macOS Sonoma.app", "", "installer"};
     try {
-      entry.deleteItem(item);
+      PrivilegedFileEntry{"Install macOS Sonoma.app", "", "installer"}.deleteItem(item);
     } catch (const RemovalError& error) {
-      if (error.kind() != RemovalFailure::safety || error.code() != EXDEV) return 2;
+      if (error.kind() != RemovalFailure::safety || error.code() != EXDEV) return "not a safety refusal";
     }
-    return fs::exists(volume / "precious") && !fs::exists(calls) ? 0 : 1;
+    return fs::exists(volume / "precious") && !fs::exists(calls) ? "" : "the volume was emptied or pkexec called";
   });
-  if (status == 77) GTEST_SKIP() << "no mount namespace for this user";
-  EXPECT_EQ(status, 0) << "1: the other volume was emptied or pkexec was called; 2: not a safety refusal";
+  if (!failure) GTEST_SKIP() << "no mount namespace for this user";
+  EXPECT_EQ(*failure, "");
 }
 #endif
 
 #if defined(TIDEWELL_TEST_HOOKS)
 // Plain removal of an update fails; what the administrator runner gets to see depends on why.
 TEST(PrivilegedFallback, OnlyALackOfRightsReachesTheAdministratorRunner) {
-  test::CatalogueFixture fixture;
+  CatalogueFixture fixture;
   ScopedAdministratorRunner polkit{AdministratorRunner::polkit};
   const fs::path updates = fixture.at("/Library/Updates"), item = updates / "041-12345";
   const fs::path calls = fixture.root() / "pkexec-calls", remover = fixture.at(kPrivilegedRemoverPath);
@@ -174,7 +151,7 @@ TEST(PrivilegedFallback, OnlyALackOfRightsReachesTheAdministratorRunner) {
   };
   changing = item / "Payload";
   writeFile(changing / "data", "d");
-  test::writeStandInTool(fixture.root(), "/usr/bin/pkexec", "echo \"$@\" >> " + shellQuoted(calls.string()));
+  writeStandInTool(fixture.root(), "/usr/bin/pkexec", "echo \"$@\" >> " + shellQuoted(calls.string()));
   PrivilegedFileEntry entry{"041-12345", "", "update"};
   try {
     entry.deleteItem(item);
@@ -191,15 +168,15 @@ TEST(PrivilegedFallback, OnlyALackOfRightsReachesTheAdministratorRunner) {
   fs::remove_all(item);
   for (bool installed : {true, false}) {
     writeFile(item / "Payload" / "data", "d");
-    if (installed) test::writeStandInTool(fixture.root(), kPrivilegedRemoverPath, "exit 0");
+    if (installed) writeStandInTool(fixture.root(), kPrivilegedRemoverPath, "exit 0");
     if (!installed) fs::remove(remover);
-    test::RemovalBlocker blocker(updates);
+    RemovalBlocker blocker(updates);
     if (!blocker.active()) GTEST_SKIP() << "cannot make removal fail on this file system";
     fs::remove(calls);
     EXPECT_NO_THROW(entry.deleteItem(item));
-    const std::string expected =
-        installed ? remover.string() + " " + item.string() : "/bin/sh -c " + privilegedRemovalCommand(item);
-    EXPECT_EQ(readFile(calls), expected + "\n");
+    EXPECT_EQ(
+        readFile(calls),
+        (installed ? remover.string() + " " + item.string() : "/bin/sh -c " + privilegedRemovalCommand(item)) + "\n");
   }
 }
 #endif

@@ -1,9 +1,21 @@
+// Removal on real trees: odd names, links, unreadable folders, few descriptors, and attacks on a selection's
+// edge (bind mounts, swapped parents and folders).
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <tuple>
+
+#include "fs/DirectorySize.h"
+#include "fs/DirectoryWalk.h"
 #include "fs/RemoveItem.h"
 #include "platform/Error.h"
+#include "platform/FolderResolution.h"
+#include "platform/ThreadPool.h"
+#include "scan/DevCaches.h"
+#include "scan/ProjectBuildsScanner.h"
+#include "support/CatalogueFixture.h"
 #include "support/TempDir.h"
 #include "support/Unprivileged.h"
 
@@ -13,10 +25,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace test;
 
-bool present(const fs::path& path) {
-  struct stat status {};
-  return ::lstat(path.c_str(), &status) == 0;
-}
+bool present(const fs::path& path) { return fs::exists(fs::symlink_status(path)); }
 
 // A folder outside the removed tree, with its snapshot taken.
 std::map<std::string, std::string> makeOutsideFolder(const fs::path& outside) {
@@ -26,11 +35,20 @@ std::map<std::string, std::string> makeOutsideFolder(const fs::path& outside) {
   return snapshot(outside);
 }
 
+// Describes a FileSystemError as "code path: text", or says that none came.
+std::string removalError(const fs::path& path) {
+  try {
+    removeItem(path);
+  } catch (const FileSystemError& error) {
+    return std::to_string(error.code()) + " " + error.path().string() + ": " + error.what();
+  }
+  return "no error";
+}
+
 TEST(RemoveItem, RemovesTreesOfOddNamesAndLinksButNeverTheirTargets) {
   TempDir dir;
-  const fs::path outside = dir / "outside";
+  const fs::path outside = dir / "outside", victim = dir / "victim folder";
   const auto before = makeOutsideFolder(outside);
-  const fs::path victim = dir / "victim folder";
   writeFile(victim / "new\nline" / "-rf" / "--" / "file", "2");
   writeFile(victim / std::string("bad\xff\xfe utf8") / std::string("\xc3\x28"), "3");
   writeFile(victim / ".hidden" / "..." / "x", "4");
@@ -61,23 +79,11 @@ TEST(RemoveItem, RemovesTreesOfOddNamesAndLinksButNeverTheirTargets) {
   EXPECT_TRUE(fs::is_symlink(dir / "via"));
 }
 
-// Describes a FileSystemError as "code path: text", or says that none came.
-std::string removalError(const fs::path& path) {
-  try {
-    removeItem(path);
-  } catch (const FileSystemError& error) {
-    return std::to_string(error.code()) + " " + error.path().string() + ": " + error.what();
-  }
-  return "no error";
-}
-
 TEST(RemoveItem, MissingPathOrMeaninglessNameIsAReadableError) {
   TempDir dir;
   const fs::path missing = dir / "missing parent" / "child";
-  EXPECT_EQ(removalError(missing), std::to_string(ENOENT) + " " + missing.string() +
-                                       ": The file \u201C"
-                                       "child"
-                                       "\u201D doesn\u2019t exist.");
+  EXPECT_EQ(removalError(missing),
+            std::to_string(ENOENT) + " " + missing.string() + ": The file \u201Cchild\u201D doesn\u2019t exist.");
   writeFile(dir / "keep", "k");
   for (const std::string& path : {(dir / ".").string(), dir.path().string() + "/..", std::string()}) {
     EXPECT_THROW(removeItem(path), FileSystemError) << path;
@@ -113,26 +119,6 @@ TEST(RemoveItem, UnremovableItemIsTheErrorAndTheRestIsRemoved) {
   EXPECT_EQ(*result, "");
 }
 
-// A tree far deeper than any descriptor limit, removed with a low limit in force.
-TEST(RemoveItem, RemovesVeryDeepTreeWithFewDescriptors) {
-  TempDir dir;
-  fs::create_directory(dir / "deep");
-  int current = ::open((dir / "deep").c_str(), O_RDONLY | O_DIRECTORY);
-  for (int level = 0; level < 10000; ++level) {
-    if (level % 100 == 0) ::close(::openat(current, "file at this level", O_WRONLY | O_CREAT, 0600));
-    ASSERT_EQ(::mkdirat(current, "d", 0700), 0) << level;
-    const int next = ::openat(current, "d", O_RDONLY | O_DIRECTORY);
-    ::close(current);
-    current = next;
-  }
-  ::close(current);
-
-  std::string failure = "not run";
-  withDescriptorLimit(256, [&] { failure = failureOf([&] { removeItem(dir / "deep"); }); });
-  EXPECT_EQ(failure, "");
-  EXPECT_FALSE(present(dir / "deep"));
-}
-
 #if defined(TIDEWELL_TEST_HOOKS)
 // A folder swapped for a link exactly between the removal's look and its opening: never entered.
 TEST(RemoveItem, FolderSwappedForLinkBeforeOpeningIsNeverEntered) {
@@ -166,14 +152,12 @@ TEST(RemoveItem, FolderSwappedForLinkBeforeOpeningIsNeverEntered) {
 // Another thread keeps swapping a folder inside the tree for a link outside: the outside stays untouched.
 TEST(RemoveItem, SwappingAFolderForALinkNeverReachesOutside) {
   TempDir dir;
-  const fs::path outside = dir / "outside";
+  const fs::path outside = dir / "outside", victim = dir / "victim", sub = victim / "a" / "sub";
   const auto before = makeOutsideFolder(outside);
   for (int round = 0; round < 150; ++round) {
-    const fs::path victim = dir / "victim", sub = victim / "a" / "sub";
     for (int i = 0; i < 30; ++i) writeFile(sub / ("f" + std::to_string(i)), "x");
     for (int i = 0; i < 10; ++i) writeFile(sub / "many" / std::to_string(i), "y");
     writeFile(victim / "b" / "c", "z");
-
     {
       LinkSwapper swapper(sub, outside);
       (void)failureOf([&] { removeItem(victim); });  // a changing tree may win a round, never reach outside
@@ -182,6 +166,193 @@ TEST(RemoveItem, SwappingAFolderForALinkNeverReachesOutside) {
     if (present(victim)) removeItem(victim);
     ASSERT_FALSE(present(victim));
   }
+}
+
+void makeFiles(const fs::path& folder, int count) {
+  for (int i = 0; i < count; ++i) writeFile(folder / ("sub" + std::to_string(i % 4)) / std::to_string(i), "x");
+}
+
+// Failures of both walks (a pool of the child's own, as many threads as a large Mac has: the
+// child has none of the parent's workers).
+std::string measuredWrongly(const fs::path& folder, int64_t expected) {
+  ThreadPool pool(12);
+  const int64_t sequential = allocatedSizeOfDirectory(folder, nullptr, WalkMode::sequential);
+  const int64_t parallel = allocatedSizeOfDirectory(folder, nullptr, WalkMode::parallel, &pool);
+  if (sequential == expected && parallel == expected) return "";
+  return folder.filename().string() + " measured " + std::to_string(sequential) + " and " + std::to_string(parallel) +
+         " instead of " + std::to_string(expected) + "\n";
+}
+
+ino_t inode(int fd) {
+  struct stat status {};
+  return fd >= 0 && ::fstat(fd, &status) == 0 ? status.st_ino : 0;
+}
+
+// Both ways of resolving below a trusted folder open the same folder and stop at the same name.
+TEST(SelectionBoundary, ResolvingBelowAnAnchorStopsAtTheFirstLinkOrMissingFolder) {
+  TempDir dir;
+  fs::create_directories(dir / "a" / "b" / "c");
+  writeFile(dir / "a" / "b" / "file", "x");
+  fs::create_directory_symlink(dir / "a" / "b", dir / "a" / "link");
+  const int anchor = ::open(dir.path().c_str(), O_RDONLY | O_DIRECTORY);
+  // What it opens (empty when it must fail), the error and the name that stopped it.
+  const std::tuple<std::string, fs::path, int, std::string> cases[] = {
+      {"a/b/c", dir / "a" / "b" / "c", 0, ""}, {"", dir.path(), 0, ""},
+      {"a/link/c", {}, ELOOP, "link"},         {"a/link", {}, ELOOP, "link"},
+      {"a/b/file", {}, ENOTDIR, "file"},       {"a/missing/c", {}, ENOENT, "missing"},
+  };
+  for (auto resolution : {BeneathResolution::automatic, BeneathResolution::componentByComponent}) {
+    for (const auto& [relative, opens, error, component] : cases) {
+      const BeneathResult result = openFolderBeneath(anchor, relative, resolution);
+      const int expected = opens.empty() ? -1 : ::open(opens.c_str(), O_RDONLY | O_DIRECTORY);
+      EXPECT_EQ(std::tuple(inode(result.fd), result.error, result.component),
+                std::tuple(inode(expected), error, component))
+          << relative;
+      for (int fd : {result.fd, expected}) ::close(fd);
+    }
+    EXPECT_EQ(openFolderBeneath(anchor, "../" + dir.path().filename().string(), resolution).fd, -1);
+  }
+  ::close(anchor);
+}
+
+// A same-device bind mount inside the selection is neither measured nor entered by the removal.
+TEST(SelectionBoundary, ABindMountInsideTheSelectionIsNeverEnteredNorMeasured) {
+  TempDir dir;
+  const fs::path outside = dir / "outside", project = dir / "DerivedData" / "App-abc", mnt = project / "Index" / "mnt";
+  makeFiles(outside, 40);
+  writeFileOfSize(project / "Build" / "product", 64 * 1024);
+  fs::create_directories(mnt);
+  const int64_t ownBytes = allocatedBytes(project / "Build" / "product");
+
+  const auto failures = runWithMount(outside, mnt, [&] {
+    std::string result;
+    const int index = ::open((project / "Index").c_str(), O_RDONLY | O_DIRECTORY);
+    const int mount = ::open(mnt.c_str(), O_RDONLY | O_DIRECTORY);
+    const int build = ::open((project / "Build").c_str(), O_RDONLY | O_DIRECTORY);
+    for (auto method : {MountDetection::automatic, MountDetection::mountRootAttribute, MountDetection::mountId,
+                        MountDetection::mountInfo}) {
+      if (mountDetectionAvailable(method) && (!isMountRoot(index, mount, method) || isMountRoot(index, build, method)))
+        result += "method " + std::to_string(int(method)) + " is wrong about a mount\n";
+    }
+    result += measuredWrongly(project, ownBytes);
+    const std::string failure = failureOf([&] { removeItem(project); });
+    if (failure != "\u201Cmnt\u201D couldn\u2019t be removed because it is on another volume.")
+      result += "removal said: " + failure + "\n";
+    return result;
+  });
+  if (!failures) GTEST_SKIP() << "no private bind mount for this user";
+  EXPECT_EQ(*failures, "");
+  EXPECT_EQ(countFiles(outside), 40) << "files of the mounted folder lost";
+  EXPECT_FALSE(fs::exists(project / "Build"));
+  EXPECT_TRUE(fs::is_directory(mnt));
+}
+
+// A cache folder reached through a link (project "vendor" or catalogue pattern) is not shown nor deleted.
+TEST(SelectionBoundary, ACacheFolderReachedThroughALinkIsNeitherShownNorDeleted) {
+  TempDir dir;
+  const fs::path home = dir / "home", outside = dir / "shared-vendor", linked = home / "Projects" / "linked";
+  const fs::path own = home / "Projects" / "own";
+  ScopedHost host(Host{.home = home, .root = dir / "root", .temporaryDirectory = dir.path()});
+  writeFileOfSize(outside / "bundle" / "gems" / "big", 2 << 20);
+  makeFiles(outside / "bundle", 12);
+  writeFile(linked / "Gemfile", "x");
+  fs::create_directory_symlink(outside, linked / "vendor");
+  writeFile(own / "Gemfile", "x");
+  writeFileOfSize(own / "vendor" / "bundle" / "big", 2 << 20);
+
+  std::vector<fs::path> shown;
+  for (const auto& kind : ProjectBuildsScanner::scan({}))
+    for (const auto& item : kind->items()) shown.push_back(item->paths().front());
+  EXPECT_EQ(shown, std::vector<fs::path>{own / "vendor" / "bundle"});
+  EXPECT_EQ(measurePath(linked / "vendor" / "bundle", nullptr), 0);
+
+  fs::create_directory_symlink(outside, home / ".linked-tool");
+  const auto catalogue = DevCaches::makeEntries(
+      {{"", "Linked tool", "", {"~/.linked-tool/bundle"}}, {"", "Own vendor", "", {"~/Projects/own/vendor/bundle"}}});
+  ASSERT_EQ(catalogue.size(), 1u);
+  EXPECT_EQ(catalogue.front()->label(), "Own vendor");
+
+  EXPECT_EQ(failureOf([&] { removeItem(linked / "vendor" / "bundle"); }),
+            "\u201Cbundle\u201D couldn\u2019t be removed because \u201Cvendor\u201D in its path is a symbolic link.");
+  EXPECT_EQ(countFiles(outside), 13);
+}
+
+// The DerivedData folder keeps being swapped for a link during the removal; TIDEWELL_PARENT_SWAP_TRIALS sets trials.
+TEST(SelectionBoundary, ParentFolderSwappedForALinkLosesNothingOutside) {
+  TempDir dir;
+  const fs::path home = dir / "home", outside = dir / "outside" / "App-abc";
+  const fs::path derivedData = home / "Library" / "Developer" / "Xcode" / "DerivedData";
+  ScopedHost host(Host{.home = home, .root = dir / "root", .temporaryDirectory = dir.path()});
+  constexpr int kFiles = 60;
+  makeFiles(outside, kFiles);
+
+  const char* wanted = std::getenv("TIDEWELL_PARENT_SWAP_TRIALS");
+  const int trials = wanted ? std::max(1, std::atoi(wanted)) : 200;
+  int lost = 0, trialsWithLoss = 0, refused = 0;
+  for (int trial = 0; trial < trials; ++trial) {
+    makeFiles(derivedData / "App-abc", kFiles);
+    {
+      LinkSwapper swapper(derivedData, outside.parent_path());
+      refused += !failureOf([&] { removeItem(derivedData / "App-abc"); }).empty();
+    }
+    if (const int missing = kFiles - countFiles(outside); missing > 0) {
+      lost += missing, ++trialsWithLoss;
+      makeFiles(outside, kFiles);
+    }
+    fs::remove_all(derivedData / "App-abc");
+  }
+  std::printf("parent swap: %d trials, %d refused, %d files lost in %d trials\n", trials, refused, lost,
+              trialsWithLoss);
+  EXPECT_EQ(lost, 0) << "in " << trialsWithLoss << " of " << trials << " trials";
+}
+
+// Files in `sides` of every folder down `depth` levels of `branches` chains; their bytes.
+int64_t makeDeepTree(const fs::path& root, int branches, int depth, std::initializer_list<const char*> sides) {
+  int64_t bytes = 0;
+  for (int branch = 0; branch < branches; ++branch) {
+    fs::path folder = branches == 1 ? root : root / ("branch" + std::to_string(branch));
+    for (int level = 0; level < depth; ++level, folder /= "d") {
+      for (const char* side : sides) {
+        writeFileOfSize(folder / side / "file", 4096);
+        bytes += allocatedBytes(folder / side / "file");
+      }
+    }
+  }
+  return bytes;
+}
+
+// Under `ulimit -n 16`: a 30-folder chain, a tree branching at every level, many deep branches
+// that keep every thread of a parallel walk busy at once, and a chain far deeper than any limit.
+TEST(SelectionBoundary, RemovalAndMeasurementWorkUnderSixteenDescriptors) {
+  TempDir dir;
+  fs::create_directory(dir / "Deep");
+  int current = ::open((dir / "Deep").c_str(), O_RDONLY | O_DIRECTORY);
+  for (int level = 0; level < 10000; ++level) {
+    if (level % 100 == 0) ::close(::openat(current, "file at this level", O_WRONLY | O_CREAT, 0600));
+    ASSERT_EQ(::mkdirat(current, "d", 0700), 0) << level;
+    const int next = ::openat(current, "d", O_RDONLY | O_DIRECTORY);
+    ::close(current);
+    current = next;
+  }
+  ::close(current);
+  const std::pair<fs::path, int64_t> trees[] = {{dir / "Chain", makeDeepTree(dir / "Chain", 1, 30, {""})},
+                                                {dir / "Comb", makeDeepTree(dir / "Comb", 1, 200, {"a", "c"})},
+                                                {dir / "Wide", makeDeepTree(dir / "Wide", 12, 20, {"x"})},
+                                                {dir / "Deep", 0}};
+  const std::string failures = runInChild([&]() -> std::string {
+    // The program itself holds a few descriptors (its log, the settings store) besides the standard streams.
+    for (int i = 0; i < 4; ++i) (void)::open("/dev/null", O_RDONLY);
+    const rlimit limit{16, 16};
+    if (::setrlimit(RLIMIT_NOFILE, &limit) != 0) return "setrlimit failed";
+    std::string result;
+    for (const auto& [folder, expected] : trees) {
+      result += failureOf([&] { result += measuredWrongly(folder, expected); });
+      result += failureOf([&] { removeItem(folder); });
+    }
+    return result;
+  });
+  EXPECT_EQ(failures, "");
+  for (const auto& tree : trees) EXPECT_FALSE(fs::exists(tree.first));
 }
 
 }  // namespace

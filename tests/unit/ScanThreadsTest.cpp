@@ -1,9 +1,12 @@
-// Thread rules: a worker scan leaves the shown tree to its owner; a stopped scan or deletion ends cleanly.
+// Thread rules: a worker scan leaves the shown tree to its owner, a stopped scan or deletion ends cleanly,
+// and the pool runs nested and failing work to the end.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <deque>
 #include <mutex>
+#include <set>
+#include <stdexcept>
 #include <thread>
 
 #include "clean/DeletionEngine.h"
@@ -24,35 +27,44 @@ namespace fs = std::filesystem;
 using Location = DevFiles::Location;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using Tasks = std::deque<std::function<void()>>;
 
-struct RecordingScanDelegate : DevFilesScanDelegate {
+struct RecordingDelegate : DevFilesScanDelegate, DevFilesDeleteDelegate {
   std::function<void(Location)> onLocation;
+  std::stop_source stop;  // requested when the deletion reaches its third unit
   std::vector<std::string> events;
-  bool finished = false;
+  std::atomic<bool> finished = false;
   void scanStarted(DevFiles&) override { events.emplace_back("started"); }
   void locationScanned(DevFiles&, Location location) override {
     events.emplace_back(DevFiles::commandLineName(location));
     if (onLocation) onLocation(location);
   }
-  void scanFinished(DevFiles&) override {
-    events.emplace_back("finished");
-    finished = true;
+  void scanFinished(DevFiles&) override { events.emplace_back("finished"), finished = true; }
+  void deleteStarted(DevFiles&) override { events.emplace_back("started"); }
+  void deletingItem(DevFiles&, const std::string&, const std::string&, const std::optional<fs::path>&, size_t index,
+                    size_t) override {
+    events.push_back("deleting " + std::to_string(index));
+    if (index == 2) stop.request_stop();
   }
+  void deleteFailed(DevFiles&, const std::exception&, const std::string&, const std::string&,
+                    const std::optional<fs::path>&) override {
+    events.emplace_back("failed");
+  }
+  void deleteFinished(DevFiles&) override { events.emplace_back("finished"); }
 };
 
 // Everything a view reads of the tree, read the way a view would.
 int64_t readWholeTree(const DevFiles& devFiles) {
-  int64_t checksum = 0;
+  int64_t checksum = devFiles.totalSize() % 1000 + static_cast<int64_t>(devFiles.state());
   std::vector<CleanupEntryPtr> stack(devFiles.rootEntries().begin(), devFiles.rootEntries().end());
   while (!stack.empty()) {
-    CleanupEntryPtr entry = stack.back();
+    const CleanupEntryPtr entry = stack.back();
     stack.pop_back();
-    checksum += static_cast<int64_t>(entry->label().size() + entry->extraInfo().size());
-    checksum += entry->size().bytesOrZero() % 1000 + static_cast<int64_t>(entry->selection());
-    checksum += entry->selectedSize() % 1000 + static_cast<int64_t>(entry->paths().size());
-    for (const auto& item : entry->items()) stack.push_back(item);
+    checksum += static_cast<int64_t>(entry->label().size() + entry->extraInfo().size() + entry->paths().size());
+    checksum += entry->size().bytesOrZero() % 1000 + entry->selectedSize() % 1000 + int64_t(entry->selection());
+    stack.insert(stack.end(), entry->items().begin(), entry->items().end());
   }
-  return checksum + devFiles.totalSize() % 1000 + static_cast<int64_t>(devFiles.state());
+  return checksum;
 }
 
 class ScanThreads : public ::testing::Test {
@@ -61,37 +73,38 @@ class ScanThreads : public ::testing::Test {
   std::shared_ptr<DevFiles> create(DevFiles::Executor executor = nullptr) {
     return DevFiles::create(home.developerFolder, std::nullopt, std::nullopt, std::move(executor)).value_or(nullptr);
   }
+  std::shared_ptr<DevFiles> createQueued(Tasks& tasks, std::mutex& mutex) {
+    return create([&](std::function<void()> task) {
+      std::lock_guard lock(mutex);
+      tasks.push_back(std::move(task));
+    });
+  }
 
   test::TempDir temp;
   ScopedHost host{test::hostWithRoot(temp.path())};
   test::FixtureHome home;
+  std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
 };
 
 TEST_F(ScanThreads, AScanOnAWorkerLeavesTheShownTreeToItsOwner) {
-  // The reference: the same home scanned in place.
-  auto inPlace = create();
+  auto inPlace = create();  // the reference: the same home scanned in place
   inPlace->scan({DevFiles::allLocations().begin(), DevFiles::allLocations().end()});
 
   // A second thread stands in for a window's event loop: it runs the posted tasks and, in
   // between, keeps reading the whole tree.
   std::mutex mutex;
-  std::deque<std::function<void()>> tasks;
-  auto devFiles = create([&](std::function<void()> task) {
-    std::lock_guard lock(mutex);
-    tasks.push_back(std::move(task));
-  });
-  auto delegate = std::make_shared<RecordingScanDelegate>();
+  Tasks tasks;
+  auto devFiles = createQueued(tasks, mutex);
   devFiles->setScanDelegate(delegate);
   int reads = 0;
   std::thread owner([&] {
     while (!delegate->finished) {
-      std::function<void()> task;
-      {
-        std::lock_guard lock(mutex);
-        if (!tasks.empty()) task = std::move(tasks.front()), tasks.pop_front();
-      }
+      std::unique_lock lock(mutex);
+      std::function<void()> task = tasks.empty() ? nullptr : std::move(tasks.front());
+      if (task) tasks.pop_front();
+      lock.unlock();
       if (task) task();
-      reads += readWholeTree(*devFiles) != 0 ? 1 : 0;
+      reads += readWholeTree(*devFiles) != 0;
     }
   });
   devFiles->scan({DevFiles::allLocations().begin(), DevFiles::allLocations().end()});
@@ -115,7 +128,6 @@ TEST_F(ScanThreads, AStoppedScanPostsNothingMoreAndShowsOnlyFinishedLocations) {
   // Stopped between two locations (the command line's inline delivery).
   std::stop_source stop;
   auto devFiles = create();
-  auto delegate = std::make_shared<RecordingScanDelegate>();
   delegate->onLocation = [&](Location location) {
     if (location == Location::derivedData) stop.request_stop();
   };
@@ -128,9 +140,10 @@ TEST_F(ScanThreads, AStoppedScanPostsNothingMoreAndShowsOnlyFinishedLocations) {
 
   // Stopped after the worker finished but before the owner ran the tasks (a window closed
   // with a scan's results still queued): the tree stays as it was.
-  std::deque<std::function<void()>> queued;
-  auto queuedDriver = create([&](std::function<void()> task) { queued.push_back(std::move(task)); });
-  auto quiet = std::make_shared<RecordingScanDelegate>();
+  std::mutex mutex;
+  Tasks queued;
+  auto queuedDriver = createQueued(queued, mutex);
+  auto quiet = std::make_shared<RecordingDelegate>();
   queuedDriver->setScanDelegate(quiet);
   std::stop_source late;
   queuedDriver->scan({Location::derivedData}, late.get_token());
@@ -153,37 +166,15 @@ TEST_F(ScanThreads, DeepLoopsOfAStoppedJobGiveUp) {
   EXPECT_THAT(DevCaches::expandPattern("~/Library/Developer/Xcode/*"), IsEmpty());
   // The pool's workers work for the job that queued the task, and see its token.
   std::atomic<int> stoppedIterations{0};
-  ThreadPool::shared().concurrentPerform(64, [&](size_t) {
-    if (cancellationRequested()) stoppedIterations.fetch_add(1);
-  });
+  ThreadPool::shared().concurrentPerform(64, [&](size_t) { stoppedIterations += cancellationRequested(); });
   EXPECT_EQ(stoppedIterations.load(), 64);
 }
-
-struct StoppingDeleteDelegate : DevFilesDeleteDelegate {
-  std::stop_source stop;
-  std::vector<std::string> events;
-  void deleteStarted(DevFiles&) override { events.emplace_back("started"); }
-  void deletingItem(DevFiles&, const std::string&, const std::string&, const std::optional<fs::path>&, size_t index,
-                    size_t) override {
-    events.push_back("deleting " + std::to_string(index));
-    if (index == 2) stop.request_stop();
-  }
-  void deleteFailed(DevFiles&, const std::exception&, const std::string&, const std::string&,
-                    const std::optional<fs::path>&) override {
-    events.emplace_back("failed");
-  }
-  void deleteFinished(DevFiles&) override { events.emplace_back("finished"); }
-};
 
 TEST_F(ScanThreads, AStoppedDeletionFinishesTheUnitAtHandAndReportsTheEnd) {
   auto devFiles = create();
   devFiles->scan({Location::derivedData});
-  const auto& location = devFiles->entry(Location::derivedData);
-  ASSERT_GE(location->items().size(), 3u);
-  location->changeSelection(CleanupEntry::Selection::on);
-  auto delegate = std::make_shared<StoppingDeleteDelegate>();
+  devFiles->entry(Location::derivedData)->changeSelection(CleanupEntry::Selection::on);
   devFiles->setDeleteDelegate(delegate);
-
   const std::vector<DeletionItem> units = makeDeletionList(*devFiles);
   ASSERT_GE(units.size(), 3u);
 
@@ -192,6 +183,85 @@ TEST_F(ScanThreads, AStoppedDeletionFinishesTheUnitAtHandAndReportsTheEnd) {
   for (size_t index = 0; index < units.size(); ++index) {
     EXPECT_EQ(fs::exists(*units[index].url), index >= 2) << *units[index].url;
   }
+}
+
+TEST(ThreadPoolTest, ConcurrentPerformRunsEveryIterationOnceOnWorkersAndTheCaller) {
+  ThreadPool pool(2);
+  for (size_t count : {0u, 1u, 7u, 10000u}) {
+    std::vector<std::atomic<int>> runs(count);
+    pool.concurrentPerform(count, [&](size_t index) { runs[index].fetch_add(1); });
+    for (size_t i = 0; i < count; ++i) ASSERT_EQ(runs[i].load(), 1) << "iteration " << i << " of " << count;
+  }
+  // Every iteration waits until three have started at once: the caller and both workers take part.
+  std::mutex mutex;
+  std::set<std::thread::id> threads;
+  std::atomic<int> arrived{0};
+  pool.concurrentPerform(3, [&](size_t) {
+    {
+      std::lock_guard lock(mutex);
+      threads.insert(std::this_thread::get_id());
+    }
+    for (arrived.fetch_add(1); arrived.load() < 3;) std::this_thread::yield();
+  });
+  EXPECT_EQ(threads.size(), 3u);
+}
+
+TEST(ThreadPoolTest, NestedUseOnASingleWorkerCompletes) {
+  // One worker and three levels of nesting, groups inside loops: only help-while-waiting lets this finish.
+  ThreadPool pool(1);
+  std::atomic<int> leaves{0};
+  pool.concurrentPerform(4, [&](size_t) {
+    ThreadPool::TaskGroup group(pool);
+    for (int task = 0; task < 5; ++task)
+      group.run([&] { pool.concurrentPerform(6, [&](size_t) { leaves.fetch_add(1); }); });
+    group.wait();
+  });
+  EXPECT_EQ(leaves.load(), 4 * 5 * 6);
+}
+
+TEST(ThreadPoolTest, ErrorsReachTheCallerAfterEveryTaskRanAndThePoolKeepsWorking) {
+  ThreadPool pool(2);
+  EXPECT_THROW(pool.concurrentPerform(4,
+                                      [&](size_t outer) {
+                                        pool.concurrentPerform(4, [&](size_t inner) {
+                                          if (outer == 2 && inner == 1) throw std::logic_error("deep failure");
+                                        });
+                                      }),
+               std::logic_error);
+  ThreadPool::TaskGroup group(pool);
+  std::atomic<int> ran{0};
+  for (int i = 0; i < 200; ++i) {
+    group.run([&ran, i] {
+      if (ran.fetch_add(1), i % 50 == 0) throw std::runtime_error("task failed");
+    });
+  }
+  EXPECT_THROW(group.wait(), std::runtime_error);
+  EXPECT_EQ(ran.load(), 200);
+  group.run([&ran] { ran.fetch_add(1); });  // the error was reported once; the group is clean again
+  EXPECT_NO_THROW(group.wait());
+  EXPECT_EQ(ran.load(), 201);
+}
+
+// A parallel tree walk whose tasks add tasks, while outside threads share the pool.
+TEST(ThreadPoolTest, TasksThatAddTasksAndOutsideCallersShareOnePool) {
+  ThreadPool pool(3);
+  std::atomic<int> visited{0}, total{0};
+  std::vector<std::thread> callers;
+  for (int caller = 0; caller < 4; ++caller) {
+    callers.emplace_back([&] {
+      for (int round = 0; round < 50; ++round) pool.concurrentPerform(20, [&](size_t) { total.fetch_add(1); });
+    });
+  }
+  ThreadPool::TaskGroup group(pool);
+  std::function<void(int)> visit = [&](int depth) {
+    visited.fetch_add(1);
+    for (int child = 0; depth > 0 && child < 4; ++child) group.run([&visit, depth] { visit(depth - 1); });
+  };
+  group.run([&] { visit(6); });
+  group.wait();
+  for (auto& caller : callers) caller.join();
+  EXPECT_EQ(visited.load(), 5461);  // 1 + 4 + 16 + ... + 4^6
+  EXPECT_EQ(total.load(), 4 * 50 * 20);
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
+// Running tools: output, arguments, time and output limits, and runs with administrator rights.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <fstream>
@@ -9,6 +11,7 @@
 #include <tuple>
 
 #include "fs/Shell.h"
+#include "platform/AdministratorRunner.h"
 #include "platform/Host.h"
 #include "support/StandInEnvironment.h"
 #include "support/StandInTools.h"
@@ -17,68 +20,61 @@
 namespace tw {
 namespace {
 
-using test::writeStandInTool;
+namespace fs = std::filesystem;
+using namespace test;
 
 class ShellRun : public ::testing::Test {
  protected:
-  test::TempDir root;
-  ScopedHost host{test::hostWithRoot(root.path())};
+  TempDir root;
+  ScopedHost host{hostWithRoot(root.path())};
 };
 
-TEST_F(ShellRun, StandardErrorAndOutputShareOnePipeInWriteOrder) {
-  writeStandInTool(root.path(), "/usr/bin/mixed", "printf 'out1 '; printf 'err1 ' >&2; printf 'out2'");
-  EXPECT_EQ(Shell::run("/usr/bin/mixed", {}).output, "out1 err1 out2");
-}
-
-TEST_F(ShellRun, ReadsTenMegabytesBeforeWaiting) {
-  // Far more than a pipe holds: waiting before reading would never end.
-  writeStandInTool(root.path(), "/usr/bin/chatty",
-                   "head -c 10485760 /dev/zero | tr '\\000' 'x'\necho ' end' >&2\nexit 7");
-  auto result = Shell::run("/usr/bin/chatty", {});
-  EXPECT_EQ(result.status, 7);
-  ASSERT_EQ(result.output.size(), 10485760u + 5u);
-  EXPECT_EQ(result.output.find_first_not_of('x'), 10485760u);
-}
-
-TEST_F(ShellRun, PassesArgumentsVerbatimAndSignalsAsFailure) {
-  writeStandInTool(root.path(), "/usr/bin/args", "for a in \"$@\"; do printf '[%s]\\n' \"$a\"; done\nexit 255");
-  auto result = Shell::run("/usr/bin/args", {"two words", "", "$HOME", "*", "it's \"quoted\"", "back\\slash"});
-  EXPECT_EQ(result.output, "[two words]\n[]\n[$HOME]\n[*]\n[it's \"quoted\"]\n[back\\slash]\n");
-  EXPECT_EQ(result.status, 255);
-
-  writeStandInTool(root.path(), "/usr/bin/killed", "printf 'before'; kill -TERM $$");
-  auto killed = Shell::run("/usr/bin/killed", {});
-  EXPECT_EQ(killed.status, SIGTERM);
-  EXPECT_EQ(killed.output, "before");
+TEST_F(ShellRun, PassesArgumentsVerbatimAndReadsAllOutputAndTheStatus) {
+  const std::string tenMegabytes(10485760, 'x');
+  // The tool's body and arguments, its status and output.
+  const std::tuple<const char*, std::vector<std::string>, int, std::string> cases[] = {
+      // Standard error and output share one pipe, in write order.
+      {"printf 'out1 '; printf 'err1 ' >&2; printf 'out2'", {}, 0, "out1 err1 out2"},
+      // Far more than a pipe holds: waiting before reading would never end.
+      {"head -c 10485760 /dev/zero | tr '\\000' 'x'\necho ' end' >&2\nexit 7", {}, 7, tenMegabytes + " end\n"},
+      {"for a in \"$@\"; do printf '[%s]\\n' \"$a\"; done\nexit 255",
+       {"two words", "", "$HOME", "*", "it's \"quoted\"", "back\\slash"},
+       255,
+       "[two words]\n[]\n[$HOME]\n[*]\n[it's \"quoted\"]\n[back\\slash]\n"},
+      {"printf 'before'; kill -TERM $$", {}, SIGTERM, "before"},
+      // Output that is not well-formed UTF-8 becomes empty.
+      {"printf \"$1\"", {"ok \\303\\251 \\360\\237\\230\\200"}, 0, "ok \u00e9 \U0001F600"},
+      {"printf \"$1\"", {"stray \\377"}, 0, ""},
+      {"printf \"$1\"", {"overlong \\300\\257"}, 0, ""},
+      {"printf \"$1\"", {"surrogate \\355\\240\\200"}, 0, ""},
+      {"printf \"$1\"", {"cut \\342\\234"}, 0, ""},
+  };
+  for (const auto& [body, arguments, status, output] : cases) {
+    writeStandInTool(root.path(), "/usr/bin/tool", body);
+    const auto result = Shell::run("/usr/bin/tool", arguments);
+    EXPECT_EQ(result.status, status) << body;
+    EXPECT_TRUE(result.output == output) << body << " printed " << result.output.substr(0, 100);
+  }
 }
 
 TEST_F(ShellRun, ProgramThatCannotStartLogsOneLineAndGivesMinusOne) {
-  test::writeFile(root / "usr/bin/not-executable", "#!/bin/sh\necho never\n");
+  writeFile(root / "usr/bin/not-executable", "#!/bin/sh\necho never\n");
   for (const auto& [path, description] : std::vector<std::pair<std::string, std::string>>{
            {"/usr/bin/missing-tool", "No such file or directory"}, {"/usr/bin/not-executable", "Permission denied"}}) {
-    test::LogCapture log;
-    auto result = Shell::run(path, {"argument"});
-    EXPECT_EQ(result.status, -1);
-    EXPECT_EQ(result.output, "");
+    LogCapture log;
+    const auto result = Shell::run(path, {"argument"});
+    EXPECT_EQ(std::tie(result.status, result.output), std::tuple(-1, ""));
     EXPECT_EQ(log.lines(), std::vector<std::string>{"\u274C Shell: Cannot run " + path + ": " + description});
   }
 }
 
-TEST_F(ShellRun, OutputThatIsNotWellFormedUTF8BecomesEmpty) {
-  writeStandInTool(root.path(), "/usr/bin/bytes", "printf \"$1\"");
-  EXPECT_EQ(Shell::run("/usr/bin/bytes", {"ok \\303\\251 \\360\\237\\230\\200"}).output, "ok \u00e9 \U0001F600");
-  for (const char* bad : {"stray \\377", "overlong \\300\\257", "surrogate \\355\\240\\200", "cut \\342\\234"}) {
-    EXPECT_EQ(Shell::run("/usr/bin/bytes", {bad}).output, "") << bad;
-  }
-}
-
 TEST_F(ShellRun, ChildInheritsNoOtherDescriptor) {
-  if (!std::filesystem::exists("/proc/self/fd")) GTEST_SKIP() << "needs /proc to list a child's descriptors";
-  test::writeFile(root / "leak-marker", "");
-  int leaky = ::open((root / "leak-marker").c_str(), O_RDONLY);  // without close-on-exec
+  if (!fs::exists("/proc/self/fd")) GTEST_SKIP() << "needs /proc to list a child's descriptors";
+  writeFile(root / "leak-marker", "");
+  const int leaky = ::open((root / "leak-marker").c_str(), O_RDONLY);  // without close-on-exec
   ASSERT_GE(leaky, 0);
   writeStandInTool(root.path(), "/usr/bin/fds", "exec ls -l /proc/self/fd");
-  auto result = Shell::run("/usr/bin/fds", {});
+  const auto result = Shell::run("/usr/bin/fds", {});
   ::close(leaky);
   ASSERT_EQ(result.status, 0) << result.output;
   EXPECT_NE(result.output.find(" 0 -> /dev/null"), std::string::npos) << result.output;
@@ -89,8 +85,8 @@ TEST_F(ShellRun, ChildInheritsNoOtherDescriptor) {
 bool processEnds(pid_t pid) {
   for (int tries = 0; tries < 1000; ++tries) {
     std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
-    auto state = text.rfind(") ");
+    const std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    const auto state = text.rfind(") ");
     if (text.empty() || (state != std::string::npos && text[state + 2] == 'Z')) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
@@ -98,45 +94,40 @@ bool processEnds(pid_t pid) {
 }
 
 TEST_F(ShellRun, AToolThatNeverFinishesOrFloodsIsEndedWithEverythingItStartedAndTheRunGoesOn) {
-  if (!std::filesystem::exists("/proc/self/stat")) GTEST_SKIP() << "needs /proc to see the processes end";
-  const auto pids = root / "pids";
+  if (!fs::exists("/proc/self/stat")) GTEST_SKIP() << "needs /proc to see the processes end";
+  const std::string notePid = "& echo $! >> " + shellQuoted((root / "pids").string()) + ";";
   using namespace std::chrono_literals;
   // The limit leaves a busy machine time to start the tool and let it print and note its child;
   // where the limit is not what ends the tool, it is long enough never to be reached.
+  const std::string ended = " it was ended with every process it started";
   const std::tuple<const char*, std::string, std::chrono::milliseconds, int, std::string, std::string> cases[] = {
       // Still running at the limit: ended, group and all, even when it ignores SIGTERM.
-      {"/usr/bin/stuck", "echo started; sleep 1000 & echo $! >> '" + pids.string() + "'; wait", 2500ms, -1,
-       "started\n",
-       "\u274C Shell: /usr/bin/stuck did not finish within 2500 ms; it was ended with every process it started"},
-      {"/usr/bin/stubborn",
-       "trap '' TERM; echo started; sleep 1000 & echo $! >> '" + pids.string() + "'; while :; do wait; done", 2s, -1,
-       "started\n",
-       "\u274C Shell: /usr/bin/stubborn did not finish within 2 s; it was ended with every process it started"},
+      {"/usr/bin/stuck", "echo started; sleep 1000 " + notePid + " wait", 2500ms, -1, "started\n",
+       "\u274C Shell: /usr/bin/stuck did not finish within 2500 ms;" + ended},
+      {"/usr/bin/stubborn", "trap '' TERM; echo started; sleep 1000 " + notePid + " while :; do wait; done", 2s, -1,
+       "started\n", "\u274C Shell: /usr/bin/stubborn did not finish within 2 s;" + ended},
       // Printing without end: ended as soon as the output passes the limit.
-      {"/usr/bin/flood", "yes flood & echo $! >> '" + pids.string() + "'; wait", 60s, -1, "",
-       "\u274C Shell: /usr/bin/flood printed more than 1048576 bytes; it was ended with every process it started"},
+      {"/usr/bin/flood", "yes flood " + notePid + " wait", 60s, -1, "",
+       "\u274C Shell: /usr/bin/flood printed more than 1048576 bytes;" + ended},
       // Finished, but left a child holding the output open: its own status and output count.
-      {"/usr/bin/leaves-child", "sleep 1000 & echo $! >> '" + pids.string() + "'; echo done; exit 3", 60s, 3,
-       "done\n",
+      {"/usr/bin/leaves-child", "sleep 1000 " + notePid + " echo done; exit 3", 60s, 3, "done\n",
        "\u26A0\uFE0F Shell: /usr/bin/leaves-child exited but left a process holding its output open; that process "
        "was ended"},
   };
   for (const auto& [tool, body, limit, status, output, logged] : cases) {
     SCOPED_TRACE(tool);
-    Host limited = test::hostWithRoot(root.path());
+    Host limited = hostWithRoot(root.path());
     limited.commandTimeLimit = limit;
     limited.commandOutputLimit = 1 << 20;
     ScopedHost scoped(limited);
-    std::filesystem::remove(pids);
+    fs::remove(root / "pids");
     writeStandInTool(root.path(), tool, body);
-    test::LogCapture log;
-    auto result = Shell::run(tool, {});
-    EXPECT_EQ(result.status, status);
-    EXPECT_EQ(result.output, output);
+    LogCapture log;
+    const auto result = Shell::run(tool, {});
+    EXPECT_EQ(std::tie(result.status, result.output), std::tie(status, output));
     EXPECT_EQ(log.lines(), std::vector<std::string>{logged});
-    std::ifstream written(pids);
     pid_t child = 0;
-    ASSERT_TRUE(written >> child);
+    ASSERT_TRUE(std::ifstream(root / "pids") >> child);
     EXPECT_TRUE(processEnds(child)) << "the tool's child " << child << " is still running";
   }
 }
@@ -144,23 +135,75 @@ TEST_F(ShellRun, AToolThatNeverFinishesOrFloodsIsEndedWithEverythingItStartedAnd
 TEST_F(ShellRun, SeveralRunsAtOnceFromThreadsKeepTheirOwnOutput) {
   writeStandInTool(root.path(), "/usr/bin/echo-many",
                    "i=0\nwhile [ $i -lt 2000 ]; do echo \"$1\"; i=$((i+1)); done\nexit \"$2\"");
-  std::vector<std::vector<Shell::Result>> results(6);
+  std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
   for (int t = 0; t < 6; ++t) {
-    threads.emplace_back([t, &results] {
+    threads.emplace_back([t, &wrong] {
+      std::string expected;
+      for (int i = 0; i < 2000; ++i) expected += "thread " + std::to_string(t) + "\n";
       for (int run = 0; run < 4; ++run) {
-        results[t].push_back(Shell::run("/usr/bin/echo-many", {"thread " + std::to_string(t), std::to_string(t)}));
+        const auto result = Shell::run("/usr/bin/echo-many", {"thread " + std::to_string(t), std::to_string(t)});
+        wrong += result.status != t || result.output != expected;
       }
     });
   }
   for (auto& thread : threads) thread.join();
-  for (int t = 0; t < 6; ++t) {
-    std::string expected;
-    for (int i = 0; i < 2000; ++i) expected += "thread " + std::to_string(t) + "\n";
-    for (const auto& result : results[t]) {
-      EXPECT_EQ(result.status, t);
-      EXPECT_TRUE(result.output == expected) << "thread " << t << " got " << result.output.size() << " bytes";
+  EXPECT_EQ(wrong.load(), 0) << "runs that got another's output or status";
+}
+
+TEST_F(ShellRun, EachAdministratorRunnerHandsOverTheCommandOrProgramUnchanged) {
+  writeStandInOsascript(root.path(), root / "received");
+  writeStandInPkexec(root.path(), root / "received");
+  // Backslashes and double quotes everywhere, ending in a backslash: the stand-in osascript's
+  // literal breaks if either escape is missing or done in the wrong order.
+  const std::string command = "printf '%s|' \"say \\\"hi\\\"\" 'back\\slash' > " +
+                              shellQuoted((root / "written").string()) + "; printf '%s\\n' quoted \\\\";
+  const fs::path program = writeStandInTool(root.path(), "/usr/lib/tidewell/remover",
+                                            "printf '%s|' \"$@\" > " + shellQuoted((root / "got").string()));
+  const std::vector<std::string> arguments{"/Applications/Install macOS 'Big' \"Sur\" $(x) \\.app", "-rf"};
+  const std::string nul(1, '\0');
+  for (auto flavour : {AdministratorRunner::appleScript, AdministratorRunner::polkit}) {
+    ScopedAdministratorRunner runner(flavour);
+    const bool polkit = flavour == AdministratorRunner::polkit;
+    for (const char* file : {"written", "got"}) fs::remove(root / file);
+    EXPECT_NO_THROW(Shell::runAsAdministrator(command));
+    EXPECT_EQ(readFile(root / "received"), polkit ? "/bin/sh" + nul + "-c" + nul + command + nul : command);
+    EXPECT_EQ(readFile(root / "written"), "say \"hi\"|back\\slash|");
+    EXPECT_NO_THROW(Shell::runAsAdministrator(program.string(), arguments));
+    EXPECT_EQ(readFile(root / "got"), arguments[0] + "|" + arguments[1] + "|");
+    if (polkit) {
+      EXPECT_EQ(readFile(root / "received"), program.string() + nul + arguments[0] + nul + arguments[1] + nul);
     }
+  }
+}
+
+// The command, output and text of the Shell::CommandError that running `command` as administrator raises.
+std::tuple<std::string, std::string, std::string> commandError(const std::string& command) {
+  try {
+    Shell::runAsAdministrator(command);
+  } catch (const Shell::CommandError& error) {
+    return {error.command(), error.output(), error.what()};
+  }
+  return {"no error", "", ""};
+}
+
+TEST_F(ShellRun, FailedDismissedOrRefusedAdministratorCommandsBecomeCommandErrors) {
+  writeStandInOsascript(root.path(), root / "received");
+  writeStandInPkexec(root.path(), root / "received");
+  const std::string command = R"(echo "no \"luck\"" >&2; exit 3)";
+  for (auto flavour : {AdministratorRunner::appleScript, AdministratorRunner::polkit}) {
+    ScopedAdministratorRunner runner(flavour);
+    EXPECT_EQ(commandError(command),
+              std::tuple(command, "no \"luck\"\n", "Command failed: " + command + "\nno \"luck\"\n"));
+  }
+  ScopedAdministratorRunner polkit(AdministratorRunner::polkit);
+  const std::pair<std::string, std::string> refusals[] = {
+      {"printf 'Request dismissed\\n' >&2; exit 126", "Request dismissed\n"},
+      {"exit 126", "The administrator authentication was dismissed."},  // a silent refusal still says why
+      {"exit 127", "Not authorized to run the command as administrator."}};
+  for (const auto& [pkexec, output] : refusals) {
+    writeStandInTool(root.path(), "/usr/bin/pkexec", pkexec);
+    EXPECT_EQ(std::get<1>(commandError("/bin/rm -rf '/Library/Updates/041-12345'")), output) << pkexec;
   }
 }
 
