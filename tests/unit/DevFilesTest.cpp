@@ -32,12 +32,6 @@ using test::ArchiveDistributions, test::ArchiveInfo, test::labelsOf, test::lines
 using test::TempDir;
 constexpr auto kBinary = test::PropertyListFormat::binary;
 
-const CleanupEntryPtr& group(const std::vector<CleanupEntryPtr>& groups, const std::string& label) {
-  auto found = std::find_if(groups.begin(), groups.end(), [&](const auto& entry) { return entry->label() == label; });
-  EXPECT_NE(found, groups.end()) << label;
-  return *found;
-}
-
 template <class Kind>
 std::shared_ptr<Kind> as(const CleanupEntryPtr& entry) {
   auto kind = std::dynamic_pointer_cast<Kind>(entry);
@@ -63,8 +57,9 @@ class XcodeScanners : public ::testing::Test {
 };
 using DevFilesTest = XcodeScanners;
 
-TEST_F(DevFilesTest, BuildsTheTreeOfEighteenLocations) {
-  auto devFiles = fixture.devFiles();
+TEST_F(DevFilesTest, BuildsTheTreeOfEighteenLocationsAndHoldsAccessToItsFoldersForItsLifetime) {
+  TempDir derived, archives, otherArchives;
+  auto devFiles = fixture.devFiles(derived.path(), archives.path());
   ASSERT_NE(devFiles, nullptr);
   EXPECT_THAT(
       labelsOf(devFiles->appleGroupEntry()->items()),
@@ -83,6 +78,16 @@ TEST_F(DevFilesTest, BuildsTheTreeOfEighteenLocations) {
               ElementsAre("device-support", "archives", "derived-data", "docs-cache", "user-data-cache", "old-logs",
                           "old-documentation", "simulators", "runtimes", "package-caches", "tool-caches", "ide-caches",
                           "ai-caches", "browser-caches", "app-caches", "cloud-caches", "system", "project-builds"));
+
+  EXPECT_EQ(securityScopeAccessCount(fixture.developerFolder()), 1);
+  EXPECT_EQ(securityScopeAccessCount(archives.path()), 1);
+  devFiles->updateCustomFolders(std::nullopt, otherArchives.path());
+  EXPECT_EQ(securityScopeAccessCount(derived.path()), 0);
+  EXPECT_EQ(securityScopeAccessCount(archives.path()), 0);
+  EXPECT_EQ(securityScopeAccessCount(otherArchives.path()), 1);
+  devFiles.reset();
+  EXPECT_EQ(securityScopeAccessCount(fixture.developerFolder()), 0);
+  EXPECT_EQ(securityScopeAccessCount(otherArchives.path()), 0);
 }
 
 TEST_F(DevFilesTest, ConstructionNeedsWritableXcodeAndCoreSimulatorFolders) {
@@ -109,22 +114,6 @@ TEST_F(DevFilesTest, ConstructionNeedsWritableXcodeAndCoreSimulatorFolders) {
   fs::create_directories(developer / "CoreSimulator");
   EXPECT_EQ(fixture.devFiles(), nullptr);
   EXPECT_EQ(securityScopeAccessCount(developer), 0);  // a refused driver leaves the scopes it entered
-}
-
-TEST_F(DevFilesTest, HoldsAccessToItsFoldersForItsLifetime) {
-  TempDir derived, archives, otherArchives;
-  {
-    auto devFiles = fixture.devFiles(derived.path(), archives.path());
-    ASSERT_NE(devFiles, nullptr);
-    EXPECT_EQ(securityScopeAccessCount(fixture.developerFolder()), 1);
-    EXPECT_EQ(securityScopeAccessCount(archives.path()), 1);
-    devFiles->updateCustomFolders(std::nullopt, otherArchives.path());
-    EXPECT_EQ(securityScopeAccessCount(derived.path()), 0);
-    EXPECT_EQ(securityScopeAccessCount(archives.path()), 0);
-    EXPECT_EQ(securityScopeAccessCount(otherArchives.path()), 1);
-  }
-  EXPECT_EQ(securityScopeAccessCount(fixture.developerFolder()), 0);
-  EXPECT_EQ(securityScopeAccessCount(otherArchives.path()), 0);
 }
 
 TEST_F(DevFilesTest, ScanCallbacksArriveThroughTheExecutorInOrderOnlyWhileDelegateAndDriverLive) {
@@ -172,28 +161,24 @@ TEST_F(DevFilesTest, ScanCallbacksArriveThroughTheExecutorInOrderOnlyWhileDelega
   direct->setScanDelegate(delegate);
   direct->scan({});
   EXPECT_THAT(delegate->events, ElementsAre("started 1", "finished"));
-}
 
-TEST_F(DevFilesTest, EachScanStartsFromEmptyEntriesAndTouchesOnlyItsLocations) {
-  fixture.populate();
-  auto devFiles = fixture.devFiles();
-  devFiles->scan({Location::derivedData});
-  const CleanupEntryPtr derivedData = devFiles->entry(Location::derivedData);
+  // Each scan starts from empty entries and touches only its locations.
+  direct->scan({Location::derivedData});
+  const CleanupEntryPtr derivedData = direct->entry(Location::derivedData);
   EXPECT_EQ(derivedData->items().size(), 3u);  // two projects and "Other"
   for (Location location : DevFiles::allLocations())
-    EXPECT_EQ(devFiles->entry(location)->size().isUnknown(), location != Location::derivedData);
-
+    EXPECT_EQ(direct->entry(location)->size().isUnknown(), location != Location::derivedData);
   fs::remove_all(fixture.xcode() / "DerivedData");
-  devFiles->scan({Location::derivedData});
-  EXPECT_EQ(devFiles->entry(Location::derivedData), derivedData);
+  direct->scan({Location::derivedData});
+  EXPECT_EQ(direct->entry(Location::derivedData), derivedData);
   EXPECT_THAT(derivedData->items(), IsEmpty());
   EXPECT_EQ(derivedData->size(), CleanupEntry::Size::value(0));
   // reset() keeps the state and the selections of the location entries.
-  devFiles->entry(Location::archives)->select();
-  devFiles->reset();
-  EXPECT_EQ(devFiles->state(), DevFiles::State::scanComplete);
-  EXPECT_EQ(devFiles->entry(Location::archives)->selection(), Selection::on);
-  EXPECT_TRUE(devFiles->entry(Location::derivedData)->size().isUnknown());
+  direct->entry(Location::archives)->select();
+  direct->reset();
+  EXPECT_EQ(direct->state(), DevFiles::State::scanComplete);
+  EXPECT_EQ(direct->entry(Location::archives)->selection(), Selection::on);
+  EXPECT_TRUE(direct->entry(Location::derivedData)->size().isUnknown());
 }
 
 TEST_F(XcodeScanners, DeviceSupportReadsNamesMergesArchitecturesSortsNewestFirstAndSkipsWithALine) {
@@ -265,22 +250,18 @@ TEST_F(XcodeScanners, ArchivesReadEverySubmissionStateFromXmlAndBinaryLists) {
 TEST_F(XcodeScanners, ArchivesWithIncompleteOrCorruptInfoAreSkippedWithTheirOwnLine) {
   const std::string cannot = "\u26A0\uFE0F DevFiles: Cannot get ";
   const std::string unreadable = "\u26A0\uFE0F DevFiles: Cannot open Info.plist file from archive: ";
-  struct Case {
-    std::string name;
-    ArchiveInfo info;
-    std::string line;
-    std::optional<std::string> infoText;  // replaces the Info.plist; empty: none
-  };
-  const std::vector<Case> cases{
-      {"NoName", {.name = std::nullopt}, cannot + "project name from archive: "},
-      {"NumberName", {.nameAsNumber = true}, cannot + "project name from archive: "},
-      {"NoDate", {.creationDate = std::nullopt}, cannot + "archive date from archive: "},
+  // name, Info.plist, expected line, and a text to replace the file with (empty: no file)
+  const std::vector<std::tuple<std::string, ArchiveInfo, std::string, std::optional<std::string>>> cases{
+      {"NoName", {.name = std::nullopt}, cannot + "project name from archive: ", {}},
+      {"NumberName", {.nameAsNumber = true}, cannot + "project name from archive: ", {}},
+      {"NoDate", {.creationDate = std::nullopt}, cannot + "archive date from archive: ", {}},
       {"NoProperties",
        {.applicationProperties = false},
-       cannot + "'ApplicationProperties' from archive Info.plist file: "},
-      {"NoBundle", {.bundleIdentifier = std::nullopt}, cannot + "bundle name from archive: "},
-      {"NoVersion", {.shortVersion = std::nullopt}, "\u2755 DevFiles: Cannot get bundle version from archive: "},
-      {"NoBuild", {.bundleVersion = std::nullopt}, cannot + "bundle build from archive: "},
+       cannot + "'ApplicationProperties' from archive Info.plist file: ",
+       {}},
+      {"NoBundle", {.bundleIdentifier = std::nullopt}, cannot + "bundle name from archive: ", {}},
+      {"NoVersion", {.shortVersion = std::nullopt}, "\u2755 DevFiles: Cannot get bundle version from archive: ", {}},
+      {"NoBuild", {.bundleVersion = std::nullopt}, cannot + "bundle build from archive: ", {}},
       {"Corrupt", {}, unreadable, "<?xml version=\"1.0\"?><plist><dict><key>Name</key><string>Half"},
       {"Missing", {}, unreadable, ""},
       {"Array",
@@ -288,19 +269,17 @@ TEST_F(XcodeScanners, ArchivesWithIncompleteOrCorruptInfoAreSkippedWithTheirOwnL
        unreadable,
        "<?xml version=\"1.0\"?><plist version=\"1.0\"><array><string>x</string></array></plist>"},
   };
-  std::vector<fs::path> paths;
-  for (const Case& broken : cases) {
-    paths.push_back(fixture.addArchive("2024-02-02", broken.name, broken.info));
-    if (broken.infoText) fs::remove(paths.back() / "Info.plist");
-    if (broken.infoText && !broken.infoText->empty()) test::writeFile(paths.back() / "Info.plist", *broken.infoText);
+  for (const auto& [name, info, line, text] : cases) {
+    const fs::path plist = fixture.addArchive("2024-02-02", name, info) / "Info.plist";
+    if (text) fs::remove(plist);
+    if (text && !text->empty()) test::writeFile(plist, *text);
   }
   fixture.addArchive("2024-02-02", "Good", {.name = "Fine"});
   LogCapture log;
-
   EXPECT_THAT(labelsOf(scanArchives(*fixture.devFiles())), ElementsAre("Fine"));
-  for (size_t index = 0; index < cases.size(); ++index) {
-    EXPECT_THAT(log.lines(), Contains(StartsWith(cases[index].line + paths[index].string())).Times(1))
-        << cases[index].name;
+  for (const auto& [name, info, line, text] : cases) {
+    const fs::path archive = fixture.xcode() / "Archives/2024-02-02" / (name + ".xcarchive");
+    EXPECT_THAT(log.lines(), Contains(StartsWith(line + archive.string())).Times(1)) << name;
   }
 }
 
@@ -368,40 +347,41 @@ TEST_F(XcodeScanners, DerivedDataNamesProjectsFromTheirInfoAndListsTheRestUnderO
 }
 
 TEST_F(XcodeScanners, DocumentationCachesUserDataAndDeviceLogs) {
-  const fs::path cacheA = fixture.addFolder("DocumentationCache/v238/15.2");
-  const fs::path cacheB = fixture.addFolder("DocumentationCache/v239/15.2.0");
-  fixture.addFolder("DocumentationCache/v239/16.0");
-  fixture.addFolder("DocumentationCache/v239/latest");
+  for (const char* version : {"v238/15.2", "v239/15.2.0", "v239/16.0", "v239/latest"})
+    fixture.addFolder(std::string("DocumentationCache/") + version);
   fixture.addFolder("UserData/Previews", 64 * 1024);
   fixture.addFolder("UserData/Capabilities", 256 * 1024);
   fixture.addFolder("UserData/IB Support/Simulator Devices", 256 * 1024);
-  std::vector<fs::path> logs;
   for (const char* name :
-       {"iOS Device Logs 17.2.db", "Logs from 17.2.0 backup.db", "iOS Device Logs 16.4.db", "Crash Reports.db"}) {
-    test::writeFileOfSize(logs.emplace_back(fixture.xcode() / "iOS Device Logs" / name), 4096);
-  }
+       {"iOS Device Logs 17.2.db", "Logs from 17.2.0 backup.db", "iOS Device Logs 16.4.db", "Crash Reports.db"})
+    test::writeFileOfSize(fixture.xcode() / "iOS Device Logs" / name, 4096);
+  const auto dump = [&](const std::vector<CleanupEntryPtr>& entries) {  // label, ticked, paths in Xcode
+    std::vector<std::string> lines;
+    for (const auto& entry : entries) {
+      lines.push_back(entry->label() + (entry->selection() == Selection::on ? " ticked:" : ":"));
+      for (const auto& path : entry->paths()) lines.back() += " " + path.lexically_relative(fixture.xcode()).string();
+    }
+    return lines;
+  };
   LogCapture log;
 
-  // One entry per version; only the older ones are preselected.
-  const auto caches = scanDocumentationCache(*fixture.devFiles());
-  ASSERT_EQ(caches.size(), 2u);
-  EXPECT_EQ(as<DocumentationCacheFileEntry>(caches[0])->version().toString(), "16.0");
-  EXPECT_THAT(caches[1]->paths(), ElementsAre(cacheA, cacheB));
+  // One entry per release, newest first.
+  EXPECT_THAT(dump(scanDocumentationCache(*fixture.devFiles())),
+              ElementsAre("Cache from Xcode 16.0: DocumentationCache/v239/16.0",
+                          "Cache from Xcode 15.2: DocumentationCache/v238/15.2 DocumentationCache/v239/15.2.0"));
   EXPECT_EQ(
       linesStartingWith(log, "DevFiles: Invalid Xcode version while searching for documentation caches: latest").size(),
       1u);
   // Largest first; equal sizes fall back to the labels.
-  const auto userData = scanUserDataCache(*fixture.devFiles());
-  EXPECT_THAT(labelsOf(userData),
-              ElementsAre("Capabilities Cache", "IB Support Simulator Devices", "SwiftUI Previews"));
-  EXPECT_THAT(userData[0]->paths(), ElementsAre(fixture.xcode() / "UserData/Capabilities"));
-
-  const auto deviceLogs = scanDeviceLogs(*fixture.devFiles());
-  ASSERT_THAT(labelsOf(deviceLogs), ElementsAre("Logs from Xcode 17.2.0", "Logs from Xcode 16.4"));
-  EXPECT_THAT(deviceLogs[0]->paths(), ElementsAre(logs[1], logs[0]));
-  EXPECT_EQ(deviceLogs[0]->selection(), Selection::off);
-  EXPECT_THAT(deviceLogs[1]->paths(), ElementsAre(logs[2]));
-  EXPECT_EQ(deviceLogs[1]->selection(), Selection::on);
+  EXPECT_THAT(dump(scanUserDataCache(*fixture.devFiles())),
+              ElementsAre("Capabilities Cache: UserData/Capabilities",
+                          "IB Support Simulator Devices: UserData/IB Support/Simulator Devices",
+                          "SwiftUI Previews: UserData/Previews"));
+  // Newest first, named after the first log of a release; only the older ones are preselected.
+  EXPECT_THAT(dump(scanDeviceLogs(*fixture.devFiles())),
+              ElementsAre("Logs from Xcode 17.2.0: iOS Device Logs/Logs from 17.2.0 backup.db "
+                          "iOS Device Logs/iOS Device Logs 17.2.db",
+                          "Logs from Xcode 16.4 ticked: iOS Device Logs/iOS Device Logs 16.4.db"));
   EXPECT_THAT(linesStartingWith(log, "DevFiles: Wrong log entry? Version not found (path: "),
               ElementsAre(EndsWith("DevFiles: Wrong log entry? Version not found (path: Crash Reports")));
 }
@@ -434,7 +414,7 @@ TEST_F(XcodeScanners, UnreadableFoldersAndFilesAreSkippedWithALine) {
     LogCapture log;
     const auto groups = scanDeviceSupport(*fixture.devFiles());
     std::string problems;
-    if (!group(groups, "iOS")->items().empty() || group(groups, "tvOS")->items().size() != 1)
+    if (labelsOf(groups).at(2) != "tvOS" || !groups[0]->items().empty() || groups[2]->items().size() != 1)
       problems += "device support items\n";
     if (linesStartingWith(log, "DevFiles: Cannot check contents of '" + locked.string() + "', skipping").size() != 1)
       problems += "no line for the unreadable folder\n";
@@ -520,30 +500,27 @@ TEST(MeasureOnce, HardLinkedFilesAreChargedToTheFirstItemOfTheGroupOnEveryScan) 
     fs::create_directories(folder / "node_modules/typescript");
     fs::create_hard_link(store, folder / "node_modules/typescript/typescript.js");
   }
-  std::string first;
-  for (int scan = 0; scan < 20; ++scan) {
+  const auto scan = [&] {
     auto devFiles = developer.devFiles();
-    ASSERT_NE(devFiles, nullptr);
     devFiles->scan({Location::projectBuilds});
-    const CleanupEntryPtr& builds = devFiles->entry(Location::projectBuilds);
-    if (scan > 0) {
-      ASSERT_EQ(builds->description(0), first) << "scan " << scan;
-      continue;
-    }
-    ASSERT_EQ(builds->items().size(), 1u);  // one kind: node_modules
-    const auto& folders = builds->items()[0]->items();
-    ASSERT_EQ(folders.size(), kProjects);
-    int64_t total = 0;
-    for (size_t index = 0; index < kProjects; ++index) {
-      HardLinkTracker own;
-      const int64_t alone = allocatedSizeOfDirectory(folders[index]->paths().at(0), &own);
-      const int64_t charged = index == 0 ? alone : alone - test::allocatedBytes(store);
-      EXPECT_EQ(folders[index]->size(), CleanupEntry::Size::value(charged)) << folders[index]->paths().at(0);
-      total += charged;
-    }
-    EXPECT_EQ(builds->size(), CleanupEntry::Size::value(total));
-    first = builds->description(0);
+    return devFiles;
+  };
+  const auto devFiles = scan();
+  const CleanupEntryPtr& builds = devFiles->entry(Location::projectBuilds);
+  ASSERT_EQ(builds->items().size(), 1u);  // one kind: node_modules
+  const auto& folders = builds->items()[0]->items();
+  ASSERT_EQ(folders.size(), kProjects);
+  int64_t total = 0;
+  for (size_t index = 0; index < kProjects; ++index) {
+    HardLinkTracker own;
+    const int64_t charged =
+        allocatedSizeOfDirectory(folders[index]->paths().at(0), &own) - (index == 0 ? 0 : test::allocatedBytes(store));
+    EXPECT_EQ(folders[index]->size(), CleanupEntry::Size::value(charged)) << index;
+    total += charged;
   }
+  EXPECT_EQ(builds->size(), CleanupEntry::Size::value(total));
+  for (int again = 1; again < 20; ++again)
+    ASSERT_EQ(scan()->entry(Location::projectBuilds)->description(0), builds->description(0)) << "scan " << again;
 }
 
 #endif
