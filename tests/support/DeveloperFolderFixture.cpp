@@ -53,8 +53,7 @@ std::vector<std::string> labelsOf(const std::vector<CleanupEntryPtr>& entries) {
 
 DeveloperFolderFixture::DeveloperFolderFixture(std::filesystem::path developerFolder)
     : developerFolder_(std::move(developerFolder)) {
-  std::filesystem::create_directories(developerFolder_ / "Xcode");
-  std::filesystem::create_directories(developerFolder_ / "CoreSimulator");
+  for (const char* folder : {"Xcode", "CoreSimulator"}) std::filesystem::create_directories(developerFolder_ / folder);
 }
 
 std::filesystem::path DeveloperFolderFixture::addDerivedData(const std::filesystem::path& folder,
@@ -92,13 +91,6 @@ std::filesystem::path DeveloperFolderFixture::addFolder(const std::string& relat
   return xcode() / relative;
 }
 
-std::shared_ptr<DevFiles> DeveloperFolderFixture::devFiles(std::optional<std::filesystem::path> derivedData,
-                                                           std::optional<std::filesystem::path> archives,
-                                                           DevFiles::Executor executor) const {
-  return DevFiles::create(developerFolder_, std::move(derivedData), std::move(archives), std::move(executor))
-      .value_or(nullptr);
-}
-
 void DeveloperFolderFixture::populate() {
   addDerivedData("Sea_Lion-abcdefghijklmnopqrstuvwxyz", "/Users/dev/Projects/Sea Lion/Sea Lion.xcodeproj", 3 << 20);
   addDerivedData("Harbour-bcdefghijklmnopqrstuvwxyza", "/Users/dev/Projects/Harbour/Harbour.xcworkspace", 2 << 20,
@@ -107,25 +99,17 @@ void DeveloperFolderFixture::populate() {
   std::filesystem::create_directories(xcode() / "DerivedData/ModuleCache.noindex");
   writeFileOfSize(xcode() / "DerivedData/ModuleCache/Swift.pcm", 65536);
 
-  ArchiveInfo seaLion{.name = "Sea Lion",
-                      .distributions = ArchiveDistributions::oneSucceeded,
-                      .shortVersion = "1.2",
-                      .bundleVersion = "12",
-                      .bundleIdentifier = "com.example.sealion"};
-  addArchive("2024-03-01", "Sea Lion 01.03.2024, 10.15", seaLion);
-  seaLion.distributions = ArchiveDistributions::allFailed;
-  seaLion.shortVersion = "1.3";
-  seaLion.bundleVersion = "14";
-  seaLion.creationDate = 1710000000;
-  addArchive("2024-03-09", "Sea Lion 09.03.2024, 16.00", seaLion, PropertyListFormat::binary);
-  addArchive("2024-03-09", "Harbour 09.03.2024, 17.30",
-             {.name = "Harbour", .shortVersion = "2.0", .bundleIdentifier = "com.example.harbour"});
+  using enum ArchiveDistributions;  // name, distributions, version, build, bundle, date
+  addArchive("2024-03-01", "Sea Lion 01.03.2024, 10.15",
+             {"Sea Lion", oneSucceeded, "1.2", "12", "com.example.sealion"});
+  addArchive("2024-03-09", "Sea Lion 09.03.2024, 16.00",
+             {"Sea Lion", allFailed, "1.3", "14", "com.example.sealion", 1710000000}, PropertyListFormat::binary);
+  addArchive("2024-03-09", "Harbour 09.03.2024, 17.30", {"Harbour", missing, "2.0", "1", "com.example.harbour"});
 
-  for (const char* name : {"17.4 (21E219)", "17.4 (21E219) arm64e", "iPhone15,2 17.2 (21C62) arm64e"})
-    addDeviceSupport("iOS", name);
-  addDeviceSupport("watchOS", "10.4 (21T216)");
-  addFolder("DocumentationCache/v238/15.2");
-  addFolder("DocumentationCache/v239/15.3");
+  for (const char* folder : {"iOS DeviceSupport/17.4 (21E219)", "iOS DeviceSupport/17.4 (21E219) arm64e",
+                             "iOS DeviceSupport/iPhone15,2 17.2 (21C62) arm64e", "watchOS DeviceSupport/10.4 (21T216)",
+                             "DocumentationCache/v238/15.2", "DocumentationCache/v239/15.3"})
+    addFolder(folder);
   addFolder("UserData/Previews", 512 * 1024);
   addFolder("UserData/IB Support/Simulator Devices", 256 * 1024);
   for (const char* name : {"iOS Device Logs 17.2.db", "iOS Device Logs 16.4.db"})

@@ -52,9 +52,11 @@ class DeveloperFolderFixture {
   // One of everything in every Xcode location, plus old documentation sets.
   void populate();
   // A scan driver on this folder; null when the driver refuses it.
-  std::shared_ptr<DevFiles> devFiles(std::optional<std::filesystem::path> derivedData = std::nullopt,
-                                     std::optional<std::filesystem::path> archives = std::nullopt,
-                                     DevFiles::Executor executor = nullptr) const;
+  std::shared_ptr<DevFiles> devFiles(std::optional<std::filesystem::path> derivedData = {},
+                                     std::optional<std::filesystem::path> archives = {},
+                                     DevFiles::Executor executor = nullptr) const {
+    return DevFiles::create(developerFolder_, derivedData, archives, executor).value_or(nullptr);
+  }
 
  private:
   std::filesystem::path developerFolder_;

@@ -27,9 +27,8 @@ namespace fs = std::filesystem;
 using namespace ::testing;
 using Location = DevFiles::Location;
 using Selection = CleanupEntry::Selection;
-using Status = ArchiveFileEntry::SubmissionStatus;
-using test::ArchiveDistributions, test::ArchiveInfo, test::labelsOf, test::linesStartingWith, test::LogCapture;
-using test::TempDir;
+using test::ArchiveDistributions, test::ArchiveInfo, test::labelsOf, test::linesStartingWith, test::LogCapture,
+    test::TempDir;
 constexpr auto kBinary = test::PropertyListFormat::binary;
 
 template <class Kind>

@@ -126,14 +126,9 @@ TEST_F(Simulators, UnavailableDevicesAreThoseWhoseRuntimeIsGoneAndNoneWithoutRea
   EXPECT_EQ(describe(simulators::unavailableSimulators(developer), "Unavailable"),
             (Lines{"Apple Vision Pro | 0006 | visionOS 1.2 | 0006", "iPad mini | 0004 | iOS 16.4 | 0004",
                    "iPhone 14 | 0002 | iOS 16.4 | 0002"}));
-  const auto lines = log.lines();
-  EXPECT_NE(
-      std::find(lines.begin(), lines.end(), "\u2755 DevFiles: Unavailable simulator: Apple Vision Pro (visionOS 1.2)"),
-      lines.end());
-  // A record that is no property list is dropped with a line that names it.
-  EXPECT_EQ(lines.back(), "\u26A0\uFE0F DevFiles: The property list " +
-                              (developer / devices / "0011/device.plist").string() +
-                              " is unusable: it is not a property list");
+  EXPECT_EQ(log.lines().back(), "\u26A0\uFE0F DevFiles: The property list " +
+                                    (developer / devices / "0011/device.plist").string() +
+                                    " is unusable: it is not a property list");
 }
 
 TEST_F(Simulators, ClonesAreListedWhateverTheirRuntimeAndDyldCachesInFinderOrder) {
@@ -174,10 +169,9 @@ TEST_F(Simulators, RuntimeListOutputVariants) {
       {" { } \n", {}},
       // The tool's order, whatever the sizes. A record without "runtimeIdentifier" uses its
       // key; wrong types count as missing; sizes are signed 64-bit integers, fractions cut off.
-      {R"({
-        "IOS": {"build": "21E213", "deletable": true, "sizeBytes": 7318396928, "version": "17.4",
-                "path": "/Library/Developer/CoreSimulator/Volumes/iOS_21E213",
-                "runtimeIdentifier": "com.apple.CoreSimulator.SimRuntime.iOS-17-4"},
+      {R"({"IOS": {"build": "21E213", "deletable": true, "sizeBytes": 7318396928, "version": "17.4",
+        "path": "/Library/Developer/CoreSimulator/Volumes/iOS_21E213",
+        "runtimeIdentifier": "com.apple.CoreSimulator.SimRuntime.iOS-17-4"},
         "PROTECTED": {"deletable": false, "runtimeIdentifier": "com.apple.CoreSimulator.SimRuntime.iOS-18-0",
                       "version": "18.0", "sizeBytes": 99999999999},
         "NO-DELETABLE-KEY": {"runtimeIdentifier": "com.apple.CoreSimulator.SimRuntime.xrOS-1-2", "version": "1.2",
@@ -187,8 +181,7 @@ TEST_F(Simulators, RuntimeListOutputVariants) {
         "com.apple.CoreSimulator.SimRuntime.watchOS-10-2": {"version": "10.2", "sizeBytes": 3.5e9,
                                                            "path": "relative/path"},
         "HUGE": {"runtimeIdentifier": "--visionOS-2-0", "sizeBytes": 18446744073709551615, "path": ""},
-        "FRACTIONS": {"version": "1", "sizeBytes": 2.9}, "NEGATIVE-FRACTION": {"sizeBytes": -1.5}
-      })",
+        "FRACTIONS": {"version": "1", "sizeBytes": 2.9}, "NEGATIVE-FRACTION": {"sizeBytes": -1.5}})",
        {"IOS | iOS 17.4 | 21E213 | 7318396928 | /Library/Developer/CoreSimulator/Volumes/iOS_21E213",
         "NO-DELETABLE-KEY | xrOS 1.2 | 21O5565d | - |", "STRANGE | tvOS  |  | -5 |",
         "com.apple.CoreSimulator.SimRuntime.watchOS-10-2 | watchOS 10.2 |  | 3500000000 | " +
