@@ -57,7 +57,7 @@ class XcodeScanners : public ::testing::Test {
 };
 using DevFilesTest = XcodeScanners;
 
-TEST_F(DevFilesTest, BuildsTheTreeOfEighteenLocationsAndHoldsAccessToItsFoldersForItsLifetime) {
+TEST_F(DevFilesTest, NeedsTheXcodeAndCoreSimulatorFoldersBuildsTheTreeAndHoldsAccessToItsFoldersForItsLifetime) {
   TempDir derived, archives, otherArchives;
   auto devFiles = fixture.devFiles(derived.path(), archives.path());
   ASSERT_NE(devFiles, nullptr);
@@ -80,9 +80,7 @@ TEST_F(DevFilesTest, BuildsTheTreeOfEighteenLocationsAndHoldsAccessToItsFoldersF
   devFiles.reset();
   EXPECT_EQ(securityScopeAccessCount(fixture.developerFolder()), 0);
   EXPECT_EQ(securityScopeAccessCount(otherArchives.path()), 0);
-}
 
-TEST_F(DevFilesTest, ConstructionNeedsTheXcodeAndCoreSimulatorFolders) {
   const fs::path developer = fixture.developerFolder();
   fs::remove(developer / "CoreSimulator");
   LogCapture log;
@@ -312,7 +310,9 @@ TEST_F(XcodeScanners, DerivedDataNamesProjectsFromTheirInfoAndListsTheRestUnderO
   EXPECT_THAT(others, ElementsAre("-odd-", "Lost Project", "Typed", "single"));
 }
 
-TEST_F(XcodeScanners, DocumentationCachesUserDataAndDeviceLogs) {
+TEST_F(XcodeScanners, DocumentationCachesUserDataAndDeviceLogsAndNothingWhereTheirFoldersAreMissing) {
+  EXPECT_THAT(scanDocumentationCache(*fixture.devFiles()), IsEmpty());
+  EXPECT_THAT(scanUserDataCache(*fixture.devFiles()), IsEmpty());
   for (const char* version : {"v238/15.2", "v239/15.2.0", "v239/16.0", "v239/latest"})
     fixture.addFolder(std::string("DocumentationCache/") + version);
   fixture.addFolder("UserData/Previews", 64 * 1024);
@@ -350,18 +350,14 @@ TEST_F(XcodeScanners, DocumentationCachesUserDataAndDeviceLogs) {
                           "Logs from Xcode 16.4 ticked: iOS Device Logs/iOS Device Logs 16.4.db"));
   EXPECT_THAT(linesStartingWith(log, "DevFiles: Wrong log entry? Version not found (path: "),
               ElementsAre(EndsWith("DevFiles: Wrong log entry? Version not found (path: Crash Reports")));
-}
 
-TEST_F(XcodeScanners, MissingFoldersOrFilesInTheirPlaceGiveEmptyResults) {
-  EXPECT_THAT(scanDocumentationCache(*fixture.devFiles()), IsEmpty());
-  EXPECT_THAT(scanUserDataCache(*fixture.devFiles()), IsEmpty());
+  // Files in place of the folders: nothing, and only the device-support folders have a line for that.
+  fs::remove_all(fixture.xcode() / "iOS Device Logs");
   for (const char* folder : {"DerivedData", "Archives", "iOS Device Logs"})
     test::writeFile(fixture.xcode() / folder, "not a folder");
-  LogCapture log;
   EXPECT_THAT(scanDerivedData(*fixture.devFiles()), IsEmpty());
   EXPECT_THAT(scanArchives(*fixture.devFiles()), IsEmpty());
   EXPECT_THAT(scanDeviceLogs(*fixture.devFiles()), IsEmpty());
-  // Only the device-support folders have a line for a listing that fails.
   EXPECT_THAT(linesStartingWith(log, "DevFiles: Cannot check contents of '"), IsEmpty());
 }
 
@@ -412,32 +408,22 @@ class FullScan : public ::testing::Test {
       DevFiles::create(home.developerFolder, std::nullopt, std::nullopt).value_or(nullptr);
 };
 
-// The window maps each system image name to a picture, so every scanner must use the shared names.
-TEST_F(FullScan, EveryIconIsOneOfTheSharedSystemImageNames) {
-  ASSERT_NE(devFiles, nullptr);
-  devFiles->scan({DevFiles::allLocations().begin(), DevFiles::allLocations().end()});
-  std::vector<CleanupEntryPtr> entries(devFiles->rootEntries());
-  entries.push_back(std::make_shared<TimeMachineSnapshotFileEntry>("2024-01-01-000000", false));
-  entries.push_back(std::make_shared<CloudSyncFolderEntry>("Dropbox", temp / "Dropbox", "synced"));
-  std::set<std::string> used;
-  while (!entries.empty()) {
-    CleanupEntryPtr entry = entries.back();
-    entries.pop_back();
-    if (entry->icon() && entry->icon()->kind == CleanupEntry::Icon::Kind::system) used.insert(entry->icon()->name);
-    entries.insert(entries.end(), entry->items().begin(), entry->items().end());
-  }
-  for (const auto& name : used) EXPECT_THAT(systemImage::all, Contains(name)) << name;
-  EXPECT_GE(used.size(), 4u);  // folders, documents and computers come from several scanners each
-}
-
 #if defined(TIDEWELL_TEST_HOOKS)
 
 // Group sizes come from each item's first measurement; a folder two locations list is walked by each.
-TEST_F(FullScan, TheScanOfALocationWalksEveryFolderOnce) {
+// The window maps each system image name to a picture, so every scanner must use the shared names.
+TEST_F(FullScan, EachLocationWalksEveryFolderOnceAndUsesOnlyTheSharedSystemImageNames) {
   ASSERT_NE(devFiles, nullptr);
   static std::mutex mutex;
   static std::map<fs::path, int> walks;
   std::map<fs::path, int> walkedInAll;
+  std::set<std::string> icons;
+  const std::function<void(const CleanupEntryPtr&)> collectIcons = [&](const CleanupEntryPtr& entry) {
+    if (entry->icon() && entry->icon()->kind == CleanupEntry::Icon::Kind::system) icons.insert(entry->icon()->name);
+    for (const auto& item : entry->items()) collectIcons(item);
+  };
+  collectIcons(std::make_shared<TimeMachineSnapshotFileEntry>("2024-01-01-000000", false));
+  collectIcons(std::make_shared<CloudSyncFolderEntry>("Dropbox", temp / "Dropbox", "synced"));
   setDirectoryWalkObserver([](const fs::path& folder) {
     std::lock_guard lock(mutex);
     ++walks[folder];
@@ -445,6 +431,7 @@ TEST_F(FullScan, TheScanOfALocationWalksEveryFolderOnce) {
   for (Location location : DevFiles::allLocations()) {
     walks.clear();
     devFiles->scan({location});
+    collectIcons(devFiles->entry(location));
     for (const auto& [folder, count] : walks) {
       EXPECT_EQ(count, 1) << DevFiles::commandLineName(location) << ": " << folder;
       walkedInAll[folder] += count;
@@ -452,6 +439,8 @@ TEST_F(FullScan, TheScanOfALocationWalksEveryFolderOnce) {
   }
   setDirectoryWalkObserver(nullptr);
   for (const auto& folder : home.projectBuildFolders) EXPECT_EQ(walkedInAll[folder], 1) << folder;
+  for (const auto& name : icons) EXPECT_THAT(systemImage::all, Contains(name)) << name;
+  EXPECT_GE(icons.size(), 4u);  // folders, documents and computers come from several scanners each
 }
 
 // Projects' node_modules share packages through hard links, as pnpm's store makes them: each
