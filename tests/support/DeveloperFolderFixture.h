@@ -46,9 +46,6 @@ class DeveloperFolderFixture {
                                    const ArchiveInfo& info, PropertyListFormat format = PropertyListFormat::xml);
   // The folder Xcode/<relative>, holding one file of `bytes`.
   std::filesystem::path addFolder(const std::string& relative, size_t bytes = 4096) const;
-  std::filesystem::path addDeviceSupport(const std::string& os, const std::string& name) const {
-    return addFolder(os + " DeviceSupport/" + name);
-  }
   // One of everything in every Xcode location, plus old documentation sets.
   void populate();
   // A scan driver on this folder; null when the driver refuses it.

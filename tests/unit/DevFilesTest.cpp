@@ -164,10 +164,10 @@ TEST_F(DevFilesTest, ScanCallbacksArriveThroughTheExecutorInOrderOnlyWhileDelega
 TEST_F(XcodeScanners, DeviceSupportReadsNamesMergesArchitecturesSortsNewestFirstAndSkipsWithALine) {
   for (const char* name : {"17.4 (21E219)", "17.4 (21E219) arm64e", "iPhone15,2 17.4 (21E220) arm64e", "17.0 (21A329)",
                            "17.0 (21A5248p)", "17.0.0"})
-    fixture.addDeviceSupport("iOS", name);
-  fixture.addDeviceSupport("watchOS", "Watch6,1 10.2");
+    fixture.addFolder(std::string("iOS DeviceSupport/") + name);
+  fixture.addFolder("watchOS DeviceSupport/Watch6,1 10.2");
   for (const char* name : {"Latest", "17.0 (21A329)\nsecond line", "17.1 \xF0\x9F\x93\xB1 arm64e"})
-    fixture.addDeviceSupport("macOS", name);
+    fixture.addFolder(std::string("macOS DeviceSupport/") + name);
   fs::create_directories(fixture.xcode() / "macOS DeviceSupport/   ");
   fs::create_directories(fixture.xcode() / "visionOS DeviceSupport");
   LogCapture log;
@@ -255,7 +255,6 @@ TEST_F(XcodeScanners, ArchivesAreGroupedByProjectNewestFirstWithTheirStateAndBro
       auto item = as<ArchiveFileEntry>(entry);
       lines.push_back(project->label() + " " + entry->label() + " " +
                       std::array{"success", "failure", "undefined"}[int(item->submissionStatus())]);
-      EXPECT_EQ(item->projectName(), project->label());
       EXPECT_EQ(item->bundleName(), "com.example.app");
       EXPECT_EQ(std::chrono::system_clock::to_time_t(item->date()), 1700000000);
     }
@@ -298,7 +297,6 @@ TEST_F(XcodeScanners, DerivedDataNamesProjectsFromTheirInfoAndListsTheRestUnderO
   auto first = as<DerivedDataFileEntry>(entries[0]);
   EXPECT_EQ(first->pathUrl(), fs::path("/Users/dev/Sea Lion/Sea Lion.xcodeproj"));
   EXPECT_THAT(first->paths(), ElementsAre(xml));
-  EXPECT_GE(entries[2]->size().bytesOrZero(), 1 << 20);
   EXPECT_EQ(as<DerivedDataFileEntry>(entries[3])->pathUrl(), fs::path("/Users/d\u00e9v/Caf\u00e9.xcodeproj"));
   EXPECT_GE(entries[4]->size().bytesOrZero(), 3 << 20);
   std::vector<std::string> others;
@@ -362,9 +360,8 @@ TEST_F(XcodeScanners, DocumentationCachesUserDataAndDeviceLogsAndNothingWhereThe
 }
 
 TEST_F(XcodeScanners, ReadOnlyCacheFoldersAreRefusedAndUnreadableOnesSkippedWithALine) {
-  fixture.addDeviceSupport("iOS", "17.4 (21E219)");
-  fixture.addDeviceSupport("tvOS", "17.4 (21L227)");
-  const fs::path locked = fixture.xcode() / "iOS DeviceSupport";
+  const fs::path locked = fixture.addFolder("iOS DeviceSupport/17.4 (21E219)").parent_path();
+  fixture.addFolder("tvOS DeviceSupport/17.4 (21L227)");
   const fs::path lockedArchive = fixture.addArchive("2024-01-01", "Locked", {});
   const fs::path lockedProject = fixture.addDerivedData("Locked-hash", "/w/Locked.xcodeproj", 4096);
   ASSERT_TRUE(test::handOverTree(temp.path()));
