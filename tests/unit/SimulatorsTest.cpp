@@ -54,37 +54,27 @@ class Simulators : public ::testing::Test {
                      device.binary ? test::PlistFormat::binary : test::PlistFormat::xml);
     writeFile(developer / set / udid / "data/file", "contents");
   }
-  // identifier | label | extra info | known size | paths (below the test root), one line per entry.
-  Lines describeRuntimes(const std::vector<CleanupEntryPtr>& entries) {
+  // One line per entry: identifier (runtimes) | label | extra info | UDID or known size | paths (below the root).
+  Lines describe(const std::vector<CleanupEntryPtr>& entries) {
     Lines lines;
     for (const auto& entry : entries) {
       auto runtime = std::dynamic_pointer_cast<SimulatorRuntimeFileEntry>(entry);
-      if (!runtime) return {"not a runtime: " + entry->label()};
-      auto size = runtime->knownSizeInBytes();
-      std::string line = runtime->imageIdentifier() + " | " + runtime->label() + " | " + runtime->extraInfo() + " | " +
-                         (size ? std::to_string(*size) : "-") + " |";
-      for (const auto& path : runtime->paths()) {
+      auto simulator = std::dynamic_pointer_cast<SimulatorFileEntry>(entry);
+      const auto size = runtime ? runtime->knownSizeInBytes() : std::nullopt;
+      std::string& line = lines.emplace_back((runtime ? runtime->imageIdentifier() + " | " : "") + entry->label() +
+                                             " | " + entry->extraInfo() + " | " +
+                                             (simulator ? simulator->udid()
+                                              : size    ? std::to_string(*size)
+                                                        : "-") +
+                                             " |");
+      for (const auto& path : entry->paths()) {
         const auto relative = path.lexically_relative(root.path());
         line += relative.empty() || *relative.begin() == ".." ? " " + path.string() : " /" + relative.string();
       }
-      lines.push_back(line);
     }
     return lines;
   }
 };
-
-// label | udid | runtime | folder, one line per simulator of a group labelled `label`.
-Lines describe(const std::vector<CleanupEntryPtr>& groups, const std::string& label) {
-  if (groups.size() != 1 || groups[0]->label() != label) return {"not one group " + label};
-  Lines lines;
-  for (const auto& item : groups[0]->items()) {
-    auto simulator = std::dynamic_pointer_cast<SimulatorFileEntry>(item);
-    if (!simulator || simulator->paths().size() != 1) return {"unexpected entry " + item->label()};
-    lines.push_back(simulator->label() + " | " + simulator->udid() + " | " + simulator->runtime() + " | " +
-                    simulator->paths()[0].filename().string());
-  }
-  return lines;
-}
 
 TEST_F(Simulators, UnavailableDevicesAreThoseWhoseRuntimeIsGoneAndNoneWithoutReadableVolumes) {
   LogCapture log;
@@ -123,9 +113,12 @@ TEST_F(Simulators, UnavailableDevicesAreThoseWhoseRuntimeIsGoneAndNoneWithoutRea
   writeDevice(devices, "0008", {.runtime = kIOS16});     // no name
   writeDevice(devices, "0009", {.name = "No runtime"});  // no runtime
   writeFile(developer / devices / "0011/device.plist", "bplist00 truncated");
-  EXPECT_EQ(describe(simulators::unavailableSimulators(developer), "Unavailable"),
-            (Lines{"Apple Vision Pro | 0006 | visionOS 1.2 | 0006", "iPad mini | 0004 | iOS 16.4 | 0004",
-                   "iPhone 14 | 0002 | iOS 16.4 | 0002"}));
+  const auto unavailable = simulators::unavailableSimulators(developer);
+  ASSERT_EQ(test::labelsOf(unavailable), Lines{"Unavailable"});
+  EXPECT_EQ(describe(unavailable[0]->items()),
+            (Lines{"Apple Vision Pro | visionOS 1.2 | 0006 | /home/Library/Developer/CoreSimulator/Devices/0006",
+                   "iPad mini | iOS 16.4 | 0004 | /home/Library/Developer/CoreSimulator/Devices/0004",
+                   "iPhone 14 | iOS 16.4 | 0002 | /home/Library/Developer/CoreSimulator/Devices/0002"}));
   EXPECT_EQ(log.lines().back(), "\u26A0\uFE0F DevFiles: The property list " +
                                     (developer / devices / "0011/device.plist").string() +
                                     " is unusable: it is not a property list");
@@ -142,8 +135,10 @@ TEST_F(Simulators, ClonesAreListedWhateverTheirRuntimeAndDyldCachesInFinderOrder
 
   // Only the dyld caches' group explains itself.
   const auto clones = simulators::xctestClones(developer);
-  EXPECT_EQ(describe(clones, "Clones"),
-            (Lines{"Clone 1 of iPhone 15 | C1 | iOS 16.4 | C1", "Clone 2 of iPhone 15 | C3 | iOS 17.4 | C3"}));
+  ASSERT_EQ(test::labelsOf(clones), Lines{"Clones"});
+  EXPECT_EQ(describe(clones[0]->items()),
+            (Lines{"Clone 1 of iPhone 15 | iOS 16.4 | C1 | /home/Library/Developer/XCTestDevices/C1",
+                   "Clone 2 of iPhone 15 | iOS 17.4 | C3 | /home/Library/Developer/XCTestDevices/C3"}));
   EXPECT_FALSE(clones.at(0)->tooltip());
   const auto caches = simulators::dyldCaches(developer);
   ASSERT_EQ(caches.size(), 1u);
@@ -192,7 +187,7 @@ TEST_F(Simulators, RuntimeListOutputVariants) {
   };
   for (const auto& [json, expected] : cases) {
     LogCapture log;
-    Lines result = describeRuntimes(simulators::runtimesFromList(json));
+    Lines result = describe(simulators::runtimesFromList(json));
     for (const std::string& line : log.lines()) result.push_back(line);
     EXPECT_EQ(result, expected) << json.substr(0, 100);
   }
@@ -213,7 +208,7 @@ TEST_F(Simulators, RuntimesAreListedMeasuredAndDeletedOnePerUnitBySimctlWhoseFai
   devFiles->scan({DevFiles::Location::simulatorRuntimes});
   EXPECT_EQ(readCallLog(callLog), Lines{"simctl runtime list -j"});
   const auto& runtimes = devFiles->entry(DevFiles::Location::simulatorRuntimes)->items();
-  ASSERT_EQ(describeRuntimes(runtimes),
+  ASSERT_EQ(describe(runtimes),
             (Lines{"WITH-PATH | iOS 17.4 |  | 2000 | /Library/Developer/CoreSimulator/Volumes/iOS_21E213",
                    "WITHOUT-PATH | watchOS 10.2 |  | 1000 |",
                    "MEASURED | MEASURED  |  | - | /Library/Developer/CoreSimulator/Volumes/iOS_21E213",
