@@ -388,22 +388,17 @@ TEST_F(XcodeScanners, ReadOnlyCacheFoldersAreRefusedAndUnreadableOnesSkippedWith
   EXPECT_EQ(*failures, "");
 }
 
-class FullScan : public ::testing::Test {
- protected:
-  TempDir temp;
-  test::FixtureHome home = test::FixtureHome::write(temp / "home");
-  bool rootMade = fs::create_directories(temp / "root");  // before the host points at it
-  ScopedHost host{Host{
-      .home = home.root, .root = temp / "root", .temporaryDirectory = temp.path(), .configDirectory = temp / "config"}};
-  std::shared_ptr<DevFiles> devFiles =
-      DevFiles::create(home.developerFolder, std::nullopt, std::nullopt).value_or(nullptr);
-};
-
 #if defined(TIDEWELL_TEST_HOOKS)
 
 // Group sizes come from each item's first measurement; a folder two locations list is walked by each.
 // The window maps each system image name to a picture, so every scanner must use the shared names.
-TEST_F(FullScan, EachLocationWalksEveryFolderOnceAndUsesOnlyTheSharedSystemImageNames) {
+TEST(FullScan, EachLocationWalksEveryFolderOnceAndUsesOnlyTheSharedSystemImageNames) {
+  TempDir temp;
+  const test::FixtureHome home = test::FixtureHome::write(temp / "home");
+  fs::create_directories(temp / "root");
+  ScopedHost host{Host{
+      .home = home.root, .root = temp / "root", .temporaryDirectory = temp.path(), .configDirectory = temp / "config"}};
+  auto devFiles = DevFiles::create(home.developerFolder, std::nullopt, std::nullopt).value_or(nullptr);
   ASSERT_NE(devFiles, nullptr);
   static std::mutex mutex;
   static std::map<fs::path, int> walks;
