@@ -12,21 +12,16 @@ int main(int argc, char** argv) {
     std::cerr << "usage: make-fixture-home <folder> [size-factor]\n";
     return 2;
   }
-  tw::test::FixtureHomeOptions options;
-  if (argc == 3) {
-    char* end = nullptr;
-    unsigned long factor = std::strtoul(argv[2], &end, 10);
-    if (!end || *end != '\0' || factor == 0 || factor > 1000) {
-      std::cerr << "make-fixture-home: size factor must be a whole number from 1 to 1000\n";
-      return 2;
-    }
-    options.sizeFactor = factor;
+  char* end = nullptr;
+  const unsigned long factor = argc == 3 ? std::strtoul(argv[2], &end, 10) : 1;
+  if (argc == 3 && (*end != '\0' || factor == 0 || factor > 1000)) {
+    std::cerr << "make-fixture-home: size factor must be a whole number from 1 to 1000\n";
+    return 2;
   }
   try {
-    std::filesystem::path root(argv[1]);
+    const std::filesystem::path root = std::filesystem::absolute(argv[1]);
     std::filesystem::create_directories(root);
-    auto home = tw::test::FixtureHome::write(std::filesystem::absolute(root), options);
-    std::cout << home.root.string() << "\n";
+    std::cout << tw::test::FixtureHome::write(root, {.sizeFactor = factor}).root.string() << "\n";
   } catch (const std::exception& error) {
     std::cerr << "make-fixture-home: " << error.what() << "\n";
     return 1;
