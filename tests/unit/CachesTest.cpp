@@ -50,7 +50,9 @@ class CatalogueHome : public ::testing::Test {
 };
 using ExpandPattern = CatalogueHome;
 
-TEST_F(ExpandPattern, LiteralPathsMatchOnlyWhatExistsAndFollowLinks) {
+// Literal components follow links; a star, the first in its component only, matches the names
+// of one folder level (files too) by prefix and suffix, in name order.
+TEST_F(ExpandPattern, MatchesOnlyWhatExistsWithOneWildcardPerComponentInNameOrder) {
   makeFolders({"~/.npm", "~/elsewhere/registry", "~/.cargo"});
   EXPECT_EQ(expandPattern("~/.npm"), Paths{home / ".npm"});
   EXPECT_EQ(expandPattern("~//.npm/"), Paths{home / ".npm"}) << "doubled and trailing slashes";
@@ -64,9 +66,7 @@ TEST_F(ExpandPattern, LiteralPathsMatchOnlyWhatExistsAndFollowLinks) {
   EXPECT_EQ(DevCaches::abbreviatedPath(home / ".cargo/git"), "~/.cargo/git");
   EXPECT_EQ(DevCaches::abbreviatedPath(home), "~");
   EXPECT_EQ(DevCaches::abbreviatedPath(home.string() + "2/.cargo"), home.string() + "2/.cargo");
-}
 
-TEST_F(ExpandPattern, StarAtTheEndMatchesByPrefixInNameOrderOutsideTheHome) {
   // As on a Mac, where /tmp is a link to /private/tmp.
   makeFolders({"/private/tmp/metro-b", "/private/tmp/metro-a", "/private/tmp/metro-", "/private/tmp/haste-map-1",
                "/private/var/tmp/_bazel_ann", "~/private/var/tmp/_bazel_home"});
@@ -77,9 +77,7 @@ TEST_F(ExpandPattern, StarAtTheEndMatchesByPrefixInNameOrderOutsideTheHome) {
             (Paths{tmp / "metro-", tmp / "metro-a", tmp / "metro-b", tmp / "metro-file"}));
   EXPECT_TRUE(expandPattern("/tmp/nothing-*").empty());
   EXPECT_EQ(expandPattern("/private/var/tmp/_bazel_*"), Paths{fixture.root() / "private/var/tmp/_bazel_ann"});
-}
 
-TEST_F(ExpandPattern, StarInTheMiddleListsOneLevelAndKeepsOnlyFullMatches) {
   makeFolders({"~/.gem/ruby/3.2.0/cache", "~/.gem/ruby/3.3.0"});
   writeFile(fixture.at("~/.gem/ruby/README"), "not a folder");
   EXPECT_EQ(expandPattern("~/.gem/ruby/*/cache"), Paths{home / ".gem/ruby/3.2.0/cache"});
@@ -254,7 +252,7 @@ TEST_F(ProjectBuildsScannerTest, RulesPickCacheFoldersAndNeverEnterThem) {
                                     {Kind::rubyVendorBundle, {"rails/vendor/bundle"}}}));
 }
 
-TEST_F(ProjectBuildsScannerTest, DepthLimitHiddenFoldersPackagesLinksAndHomeExclusions) {
+TEST_F(ProjectBuildsScannerTest, DepthLimitHiddenFoldersPackagesLinksExclusionsAndSystemRoots) {
   std::string deep;
   for (int depth = 1; depth <= 12; ++depth) deep += "d" + std::to_string(depth) + "/";
   project(deep + "Cargo.toml", {"target"});      // a project at depth 12 is examined
@@ -273,10 +271,19 @@ TEST_F(ProjectBuildsScannerTest, DepthLimitHiddenFoldersPackagesLinksAndHomeExcl
   project("code/engine/Cargo.toml");
   fs::create_directory_symlink(home.parent_path() / "outside/real-target", home / "code/engine/target");
   fs::create_directory_symlink(home.parent_path() / "outside/project", home / "code/linked-project");
+  // "/opt" and "/usr/local" below the host's root are walked too, without their Homebrew trees.
+  // "/opt" is a link here, as it sometimes is: a root is followed.
+  for (const char* marker :
+       {"var/opt/tool/Cargo.toml", "var/opt/homebrew/lib/Cargo.toml", "usr/local/Cellar/x/Cargo.toml",
+        "usr/local/Homebrew/y/Cargo.toml", "usr/local/src/app/Cargo.toml"})
+    project(fs::path("../root") / marker, {"target"});
+  fs::create_directory_symlink("var/opt", fixture.root() / "opt");
 
   auto found = relative(ProjectBuildsScanner::findFolders({}));
-  EXPECT_THAT(found[Kind::rustTarget], UnorderedElementsAre(deep + "target", "code/Library/app/target",
-                                                            "code/engine/target", "code/Not.a.package/target"));
+  EXPECT_THAT(
+      found[Kind::rustTarget],
+      UnorderedElementsAre(deep + "target", "code/Library/app/target", "code/engine/target",
+                           "code/Not.a.package/target", "../root/opt/tool/target", "../root/usr/local/src/app/target"));
   EXPECT_THAT(found[Kind::derivedData], ElementsAre("code/ios/DerivedData"));
 }
 
@@ -321,22 +328,6 @@ ProjectBuildsScanner::FoundFolders sequentialOrder(const fs::path& home) {
     }
   }
   return result;
-}
-
-TEST_F(ProjectBuildsScannerTest, SystemRootsAreWalkedWithoutTheirPackageManagerTrees) {
-  // "/opt" and "/usr/local" are found below the host's root, and so are the Homebrew trees
-  // that the walk must leave alone. "/opt" is a link here, as it sometimes is: a root is followed.
-  const fs::path root = fixture.root();
-  for (const char* marker :
-       {"var/opt/tool/Cargo.toml", "var/opt/homebrew/lib/Cargo.toml", "usr/local/Cellar/x/Cargo.toml",
-        "usr/local/Homebrew/y/Cargo.toml", "usr/local/src/app/Cargo.toml"}) {
-    writeFile(root / marker, "x");
-    fs::create_directories((root / marker).parent_path() / "target");
-  }
-  fs::create_directory_symlink("var/opt", root / "opt");
-  auto found = ProjectBuildsScanner::findFolders({});
-  EXPECT_THAT(found[Kind::rustTarget],
-              UnorderedElementsAre(root / "opt/tool/target", root / "usr/local/src/app/target"));
 }
 
 TEST_F(ProjectBuildsScannerTest, ParallelWalkFindsFoldersInSequentialOrder) {

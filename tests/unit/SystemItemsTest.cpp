@@ -97,36 +97,6 @@ TEST_F(SystemScan, SnapshotsListedByTmutilFormOneGroupOfSizelessItemsThatTmutilD
   }
 }
 
-TEST_F(SystemScan, TrashIsShownFromOneMebibyteWithItsVisibleTopLevelItems) {
-  EXPECT_FALSE(SystemItems::trash()) << "no Trash at all";
-  fixture.file("~/.Trash/movie.mov", 900 * kKiB);
-  EXPECT_FALSE(SystemItems::trash()) << "below 1 MiB";
-  for (const char* file : {"~/.Trash/movie.mov", "~/.Trash/Old Project/build/a.o"}) fixture.file(file, kMiB);
-  fixture.file("~/.Trash/.DS_Store", 8 * kKiB);
-  CleanupEntryPtr trash = SystemItems::trash();
-  ASSERT_TRUE(trash);
-  EXPECT_EQ(trash->tooltipText(),
-            "⚠️ Contents of your Trash. Same as \"Empty Trash\" in Finder – files are gone for good.");
-  EXPECT_EQ(trash->paths(),
-            (std::vector<fs::path>{fixture.at("~/.Trash/Old Project"), fixture.at("~/.Trash/movie.mov")}));
-  EXPECT_GE(trash->size().bytesOrZero(), static_cast<int64_t>(2 * kMiB));
-}
-
-TEST_F(SystemScan, UpdatesAndInstallersNeedAdministratorRightsToDelete) {
-  writeFile(fixture.at("/Library/Updates/index.plist"), "<plist/>");
-  EXPECT_FALSE(SystemItems::updatesAndInstallers()) << "the index alone is no update";
-  fixture.file("/Library/Updates/041-12345/Payload.pkg", 3 * kMiB);
-  fixture.file("/Library/Updates/041-00001/tiny.pkg", 10 * kKiB);
-  for (const char* other : {"Install macOS Sonoma.app/Contents/SharedSupport/a.dmg", "Install Xcode.app/Contents/x",
-                            "Install macOS Notes/x", "Install macOS Beta.app.zip"})
-    fixture.file(std::string("/Applications/") + other, 5 * kMiB);
-  CleanupEntryPtr group = SystemItems::updatesAndInstallers();
-  ASSERT_TRUE(group);
-  ASSERT_EQ(labelsOf(group->items()), (Labels{"Install macOS Sonoma.app", "041-12345"}));
-  for (const auto& item : group->items()) EXPECT_TRUE(dynamic_cast<const PrivilegedFileEntry*>(item.get()));
-  EXPECT_EQ(group->items()[1]->extraInfo(), fixture.at("/Library/Updates/041-12345").string());
-}
-
 TEST_F(SystemScan, DeviceBackupsAreNamedFromTheirInfo) {
   const fs::path backups = fixture.at("~/Library/Application Support/MobileSync/Backup");
   for (const auto& [folder, bytes] : {std::pair{"A", 4 * kMiB},
@@ -160,16 +130,41 @@ TEST_F(SystemScan, DeviceBackupsAreNamedFromTheirInfo) {
   EXPECT_EQ(ann.paths(), std::vector<fs::path>{backups / "00008101-A"});
 }
 
-TEST_F(SystemScan, AllSourcesInTheirFixedOrderWithLargeUserLogs) {
+TEST_F(SystemScan, TrashUpdatesAndAllSourcesInTheirFixedOrderWithLargeUserLogs) {
   EXPECT_TRUE(scanSystemItems().empty()) << "nothing on a fresh machine";
+  // The Trash from 1 MiB, with its visible top-level items.
+  EXPECT_FALSE(SystemItems::trash()) << "no Trash at all";
+  fixture.file("~/.Trash/movie.mov", 900 * kKiB);
+  EXPECT_FALSE(SystemItems::trash()) << "below 1 MiB";
+  for (const char* file : {"~/.Trash/movie.mov", "~/.Trash/Old Project/build/a.o"}) fixture.file(file, kMiB);
+  fixture.file("~/.Trash/.DS_Store", 8 * kKiB);
+  CleanupEntryPtr trash = SystemItems::trash();
+  ASSERT_TRUE(trash);
+  EXPECT_EQ(trash->tooltipText(),
+            "⚠️ Contents of your Trash. Same as \"Empty Trash\" in Finder – files are gone for good.");
+  EXPECT_EQ(trash->paths(),
+            (std::vector<fs::path>{fixture.at("~/.Trash/Old Project"), fixture.at("~/.Trash/movie.mov")}));
+  EXPECT_GE(trash->size().bytesOrZero(), static_cast<int64_t>(2 * kMiB));
+  // Updates and installers, which need administrator rights to delete.
+  writeFile(fixture.at("/Library/Updates/index.plist"), "<plist/>");
+  EXPECT_FALSE(SystemItems::updatesAndInstallers()) << "the index alone is no update";
+  fixture.file("/Library/Updates/041-12345/Payload.pkg", 3 * kMiB);
+  fixture.file("/Library/Updates/041-00001/tiny.pkg", 10 * kKiB);
+  for (const char* other : {"Install macOS Sonoma.app/Contents/SharedSupport/a.dmg", "Install Xcode.app/Contents/x",
+                            "Install macOS Notes/x", "Install macOS Beta.app.zip"})
+    fixture.file(std::string("/Applications/") + other, 5 * kMiB);
+  CleanupEntryPtr group = SystemItems::updatesAndInstallers();
+  ASSERT_TRUE(group);
+  ASSERT_EQ(labelsOf(group->items()), (Labels{"Install macOS Sonoma.app", "041-12345"}));
+  for (const auto& item : group->items()) EXPECT_TRUE(dynamic_cast<const PrivilegedFileEntry*>(item.get()));
+  EXPECT_EQ(group->items()[1]->extraInfo(), fixture.at("/Library/Updates/041-12345").string());
+  // All sources, the large user logs among them.
   standInTmutil("com.apple.TimeMachine.2024-03-04-094100.local\n", 0);
   for (const auto& [file, bytes] : {std::pair{"~/Library/Logs/CoreSimulator/sim.log", 3 * kMiB},
                                     {"~/Library/Logs/big.log", 2 * kMiB},
                                     {"~/Library/Logs/small.log", 10 * kKiB},
                                     {"~/Library/Logs/.hidden.log", 2 * kMiB},
-                                    {"~/Library/Application Support/MobileSync/Backup/X/Manifest.db", 2 * kMiB},
-                                    {"/Library/Updates/041-1/a.pkg", 3 * kMiB},
-                                    {"~/.Trash/a", 4 * kMiB}})
+                                    {"~/Library/Application Support/MobileSync/Backup/X/Manifest.db", 2 * kMiB}})
     fixture.file(file, bytes);
   auto items = scanSystemItems();
   ASSERT_EQ(labelsOf(items), (Labels{"Time Machine Local Snapshots", "Trash", "macOS Updates & Installers",
