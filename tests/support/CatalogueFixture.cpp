@@ -55,10 +55,6 @@ std::filesystem::path CatalogueFixture::file(std::string_view pattern, size_t by
   return path;
 }
 
-std::filesystem::path CatalogueFixture::makeFolderWithData(std::string_view folderPattern, size_t bytes) const {
-  return file(std::string(folderPattern) + "/data.bin", bytes);
-}
-
 int64_t allocatedBytes(const std::filesystem::path& file) {
   struct stat info {};
   return ::lstat(file.c_str(), &info) == 0 ? static_cast<int64_t>(info.st_blocks) * 512 : -1;

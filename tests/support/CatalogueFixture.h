@@ -25,8 +25,6 @@ class CatalogueFixture {
   std::filesystem::path at(std::string_view pattern) const;
   // Writes the file at(pattern) of `bytes` bytes of real data (folders created); returns its path.
   std::filesystem::path file(std::string_view pattern, size_t bytes) const;
-  // Creates `folder` holding one file of `bytes` bytes of real data; returns that file.
-  std::filesystem::path makeFolderWithData(std::string_view folderPattern, size_t bytes) const;
 
  private:
   TempDir temp_;

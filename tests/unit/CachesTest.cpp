@@ -38,7 +38,7 @@ class CatalogueHome : public ::testing::Test {
   }
   // One file of real data in each folder, sizes in MiB.
   void data(std::initializer_list<std::pair<std::string_view, size_t>> folders) const {
-    for (const auto& [folder, mebibytes] : folders) fixture.makeFolderWithData(folder, mebibytes * kMiB);
+    for (const auto& [folder, mebibytes] : folders) fixture.file(std::string(folder) + "/data.bin", mebibytes * kMiB);
   }
   // Found folders as paths relative to the home folder.
   std::map<Kind, Labels> relative(const ProjectBuildsScanner::FoundFolders& all) const {
@@ -161,12 +161,11 @@ TEST_F(MakeEntries, DropsEntriesBelowOneMebibyte) {
     EXPECT_EQ(DevCaches::isLargeEnough(entry), large);
   }
 
-  fs::path probe = fixture.makeFolderWithData("~/probe", kMiB);
+  fs::path probe = fixture.file("~/probe/data.bin", kMiB);
   if (allocatedBytes(probe) != static_cast<int64_t>(kMiB)) GTEST_SKIP() << "1 MiB of data is not 1 MiB here";
   fs::remove_all(probe.parent_path());
-  fixture.makeFolderWithData("~/Library/Caches/CocoaPods", kMiB);
-  fixture.makeFolderWithData("~/Library/Caches/org.swift.swiftpm",
-                             kMiB - static_cast<size_t>(blockSize(fixture.home())));
+  fixture.file("~/Library/Caches/CocoaPods/data.bin", kMiB);
+  fixture.file("~/Library/Caches/org.swift.swiftpm/data.bin", kMiB - static_cast<size_t>(blockSize(home)));
   auto entries = DevCaches::makeEntries(DevCaches::packageManagers());
   ASSERT_EQ(labelsOf(entries), Labels{"CocoaPods"});
   EXPECT_EQ(entries[0]->size(), CleanupEntry::Size::value(1'048'576));
@@ -195,7 +194,7 @@ TEST_F(MakeEntries, OneGroupStaysFlatTwoGroupsAreGroupedBySummedSize) {
 }
 
 TEST_F(MakeEntries, HardLinksCountOncePerEntryButAgainInAnotherEntry) {
-  fs::path shared = fixture.makeFolderWithData("~/.cargo/registry", 2 * kMiB);
+  fs::path shared = fixture.file("~/.cargo/registry/data.bin", 2 * kMiB);
   makeFolders({"~/.cargo/git", "~/.cache/pip"});
   fs::create_hard_link(shared, fixture.at("~/.cargo/git/linked.bin"));
   fs::create_hard_link(shared, fixture.at("~/.cache/pip/linked.bin"));

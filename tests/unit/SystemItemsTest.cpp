@@ -75,10 +75,9 @@ TEST_F(SystemScan, SnapshotsListedByTmutilFormOneGroupOfSizelessItemsThatTmutilD
   EXPECT_EQ(readFile(calls), "listlocalsnapshots|/|");
   ASSERT_EQ(labelsOf(group->items()), (Labels{"Snapshot 2024-03-04-094100", "Snapshot 2024-03-05-101500"}));
   EXPECT_EQ(group->calculateSize(), CleanupEntry::Size::value(0));
-  for (const auto& item : group->items()) {
-    EXPECT_TRUE(dynamic_cast<TimeMachineSnapshotFileEntry*>(item.get()) && item->size().isUnknown());
-    EXPECT_TRUE(item->paths().empty());
-  }
+  for (const auto& item : group->items())
+    EXPECT_TRUE(dynamic_cast<TimeMachineSnapshotFileEntry*>(item.get()) && item->size().isUnknown() &&
+                item->paths().empty());
   // Ticked, it stays ticked when the tree recomputes selections: it is not empty.
   group->items()[0]->select();
   EXPECT_EQ(group->updateSelection(), CleanupEntry::Selection::mixed);
