@@ -32,11 +32,11 @@ plist_t devicePlist(const std::string& udid, const std::string& type, const std:
                {"state", plist_new_uint(1)}});
 }
 
+// About 50 MB in all; every item meant to be listed exceeds 1 MiB.
 struct Writer {
   fs::path root;
-  size_t factor;
 
-  fs::path file(const fs::path& r, size_t bytes) const { return writeFileOfSize(root / r, bytes * factor), root / r; }
+  fs::path file(const fs::path& r, size_t bytes) const { return writeFileOfSize(root / r, bytes), root / r; }
   fs::path text(const fs::path& r, std::string_view contents) const { return writeFile(root / r, contents), root / r; }
   fs::path folder(const fs::path& r) const { return fs::create_directories(root / r), root / r; }
   // Files of `kilobytes` below `folder`; returns the folder.
@@ -242,7 +242,7 @@ plist_t plistDate(long long secondsSince1970) {
 
 FixtureHome FixtureHome::write(const fs::path& root, const FixtureHomeOptions& options) {
   FixtureHome home{.root = root, .developerFolder = root / "Library/Developer"};
-  const Writer w{root, options.sizeFactor};
+  const Writer w{root};
   writeDerivedData(w, home);
   writeArchives(w, home);
   writeDeviceSupport(w, home);

@@ -4,7 +4,6 @@
 
 #include <plist/plist.h>
 
-#include <cstddef>
 #include <filesystem>
 #include <vector>
 
@@ -18,9 +17,8 @@ void writePlist(const std::filesystem::path& path, plist_t plist, PlistFormat fo
 plist_t plistDate(long long secondsSince1970);
 
 struct FixtureHomeOptions {
-  size_t sizeFactor = 1;  // multiplies every file size; at 1 (about 50 MB) listed items exceed 1 MiB
-  bool caches = true;     // tool, editor, browser and app caches outside the developer folder
-  bool projects = true;   // projects with build folders, the Trash, user logs
+  bool caches = true;    // tool, editor, browser and app caches outside the developer folder
+  bool projects = true;  // projects with build folders, the Trash, user logs
 };
 
 // What was written, for tests that check what a scan finds or a clean removes.
