@@ -27,11 +27,11 @@ struct InfoClean : ::testing::Test, test::Sandbox {
   test::DeveloperFolderFixture fixture{home / "Library/Developer"};
 };
 
-TEST_F(InfoClean, InfoListsEveryLocationWithTheScannedItems) {
+TEST_F(InfoClean, InfoListsEveryLocationAndCleanDerivedDataRemovesOnlyItAddingToTheLifetimeTotal) {
   fixture.populate();
-  const auto result = run({"info"});
-  ASSERT_RAN(result);
-  const std::string& out = result.standardOutput;
+  const auto info = run({"info"});
+  ASSERT_RAN(info);
+  const std::string& out = info.standardOutput;
   const int64_t seaLion = measurePath(fixture.xcode() / "DerivedData/Sea_Lion-abcdefghijklmnopqrstuvwxyz", nullptr);
   // Device-support groups sit one level deeper than their location, their items one further.
   for (const std::string& item : std::vector<std::string>{
@@ -49,10 +49,8 @@ TEST_F(InfoClean, InfoListsEveryLocationWithTheScannedItems) {
     previous = location.position(0);
   }
   EXPECT_TRUE(std::regex_search(out, std::regex("\nTotal size available to clean: [^\n]*\n$"))) << out;
-}
 
-TEST_F(InfoClean, CleanDerivedDataRemovesOnlyItAndAddsToTheLifetimeTotal) {
-  fixture.populate();
+  // Cleaning derived data removes only it and adds to the lifetime total.
   preferences().setInteger("TWTotalBytesCleaned", 1000);
   const fs::path derivedData = fixture.xcode() / "DerivedData";
   int64_t expected = 0;
