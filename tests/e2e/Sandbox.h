@@ -17,20 +17,30 @@ namespace tw::test {
 
 using Environment = std::map<std::string, std::optional<std::string>>;
 
+// Exit status and standard output in one string, so that one check compares both.
+inline std::string outcome(const ProcessResult& result) {
+  return std::to_string(result.exitStatus) + " " + result.standardOutput;
+}
+
 struct Sandbox {
   Sandbox() {
     for (const auto& folder : {home, root, tmp, config}) std::filesystem::create_directories(folder);
   }
   // Without `fromCommandLine` the launcher's marker is removed, as for a start from the desktop.
   ProcessOptions options(bool fromCommandLine = true, const Environment& extra = {}) const {
-    ProcessOptions result;
-    result.environment = {
-        {"TIDEWELL_TEST_HOME", home.string()},
-        {"TIDEWELL_TEST_ROOT", root.string()},
-        {"TMPDIR", tmp.string()},
-        {"XDG_CONFIG_HOME", config.string()},
-        {"TIDEWELL_FROM_COMMAND_LINE", fromCommandLine ? std::optional<std::string>("1") : std::nullopt}};
+    ProcessOptions result{.environment = {{"TIDEWELL_TEST_HOME", home.string()},
+                                          {"TIDEWELL_TEST_ROOT", root.string()},
+                                          {"TMPDIR", tmp.string()},
+                                          {"XDG_CONFIG_HOME", config.string()},
+                                          {"TIDEWELL_FROM_COMMAND_LINE",
+                                           fromCommandLine ? std::optional<std::string>("1") : std::nullopt}}};
     for (const auto& [name, value] : extra) result.environment[name] = value;
+    return result;
+  }
+  // A start from a terminal without the launcher's marker.
+  ProcessOptions terminal() const {
+    ProcessOptions result = options(false);
+    result.terminalInput = true;
     return result;
   }
   ProcessResult run(const std::vector<std::string>& arguments, const Environment& extra = {}) const {
@@ -40,9 +50,7 @@ struct Sandbox {
   std::string log() const { return readFile(logFile()); }
   std::string logLine() const { return "You can check full log here: " + logFile().string() + "\n\n"; }
   UserDefaults preferences() const {
-    Host host;
-    host.configDirectory = config;
-    return UserDefaults(UserDefaults::standardStorePath(host));
+    return UserDefaults(UserDefaults::standardStorePath(Host{.configDirectory = config}));
   }
 
   TempDir scratch;

@@ -16,19 +16,15 @@
 namespace tw::test {
 namespace {
 
-// Sets or clears the immutable flag of a folder; false when the file system or the process
-// does not allow it.
+// Sets or clears the immutable flag of a folder; false when the file system or the process does not allow it.
 bool setImmutable(const std::filesystem::path& folder, bool immutable) {
 #if defined(__linux__)
-  int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return false;
+  const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   int flags = 0;
-  bool done = ::ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
-  if (done) {
-    flags = immutable ? (flags | FS_IMMUTABLE_FL) : (flags & ~FS_IMMUTABLE_FL);
-    done = ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
-  }
-  ::close(fd);
+  bool done = fd >= 0 && ::ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
+  flags = immutable ? (flags | FS_IMMUTABLE_FL) : (flags & ~FS_IMMUTABLE_FL);
+  done = done && ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
+  if (fd >= 0) ::close(fd);
   return done;
 #else
   struct stat info {};
@@ -39,7 +35,7 @@ bool setImmutable(const std::filesystem::path& folder, bool immutable) {
 
 }  // namespace
 
-CatalogueFixture::CatalogueFixture() : home_(temp_ / "home"), root_(temp_ / "root") {
+CatalogueFixture::CatalogueFixture() {
   std::filesystem::create_directories(home_);
   std::filesystem::create_directories(root_);
   host_.emplace(
@@ -53,34 +49,26 @@ std::filesystem::path CatalogueFixture::at(std::string_view pattern) const {
   throw std::invalid_argument("not a home or system path: " + std::string(pattern));
 }
 
-std::filesystem::path CatalogueFixture::makeFolderWithData(std::string_view folderPattern, size_t bytes) const {
-  std::filesystem::path file = at(folderPattern) / "data.bin";
-  writeFileOfSize(file, bytes);  // creates the folder
-  return file;
+std::filesystem::path CatalogueFixture::file(std::string_view pattern, size_t bytes) const {
+  const std::filesystem::path path = at(pattern);
+  writeFileOfSize(path, bytes);
+  return path;
 }
 
 int64_t allocatedBytes(const std::filesystem::path& file) {
   struct stat info {};
-  if (::lstat(file.c_str(), &info) != 0) return -1;
-  return static_cast<int64_t>(info.st_blocks) * 512;
+  return ::lstat(file.c_str(), &info) == 0 ? static_cast<int64_t>(info.st_blocks) * 512 : -1;
 }
 
 int64_t blockSize(const std::filesystem::path& folder) {
   struct statvfs info {};
-  if (::statvfs(folder.c_str(), &info) != 0) return 4096;
-  return static_cast<int64_t>(info.f_bsize);
+  return ::statvfs(folder.c_str(), &info) == 0 ? static_cast<int64_t>(info.f_bsize) : 4096;
 }
 
-RemovalBlocker::RemovalBlocker(std::filesystem::path folder) : folder_(std::move(folder)) {
-  if (::geteuid() == 0) {
-    usesImmutableFlag_ = true;
-    active_ = setImmutable(folder_, true);
-  } else {
-    active_ = ::chmod(folder_.c_str(), 0555) == 0;
-  }
+RemovalBlocker::RemovalBlocker(std::filesystem::path folder)
+    : folder_(std::move(folder)), usesImmutableFlag_(::geteuid() == 0) {
+  active_ = usesImmutableFlag_ ? setImmutable(folder_, true) : ::chmod(folder_.c_str(), 0555) == 0;
 }
-
-RemovalBlocker::~RemovalBlocker() { lift(); }
 
 std::string RemovalBlocker::liftCommand() const {
 #if defined(__linux__)

@@ -13,30 +13,27 @@
 
 namespace tw::test {
 
+constexpr size_t kKiB = 1024, kMiB = 1'048'576;
+
 class CatalogueFixture {
  public:
-  CatalogueFixture();
-  CatalogueFixture(const CatalogueFixture&) = delete;
-  CatalogueFixture& operator=(const CatalogueFixture&) = delete;
+  CatalogueFixture();  // not copyable: it owns the temporary folder
 
   const std::filesystem::path& home() const { return home_; }
   const std::filesystem::path& root() const { return root_; }
   // "~/x" below home(), "/x" below root().
   std::filesystem::path at(std::string_view pattern) const;
-
-  // Creates `folder` holding one file of `bytes` bytes of real data; returns that file.
-  std::filesystem::path makeFolderWithData(std::string_view folderPattern, size_t bytes) const;
+  // Writes the file at(pattern) of `bytes` bytes of real data (folders created); returns its path.
+  std::filesystem::path file(std::string_view pattern, size_t bytes) const;
 
  private:
   TempDir temp_;
-  std::filesystem::path home_;
-  std::filesystem::path root_;
+  std::filesystem::path home_ = temp_ / "home", root_ = temp_ / "root";
   std::optional<ScopedHost> host_;
 };
 
 // Bytes the file system allocated for one file (st_blocks of 512 bytes).
 int64_t allocatedBytes(const std::filesystem::path& file);
-
 // Size of one file-system block at `folder`, the step in which allocations grow.
 int64_t blockSize(const std::filesystem::path& folder);
 
@@ -44,20 +41,17 @@ int64_t blockSize(const std::filesystem::path& folder);
 class RemovalBlocker {
  public:
   explicit RemovalBlocker(std::filesystem::path folder);
-  ~RemovalBlocker();
+  ~RemovalBlocker() { lift(); }
   RemovalBlocker(const RemovalBlocker&) = delete;
   RemovalBlocker& operator=(const RemovalBlocker&) = delete;
 
-  // False when this system cannot block removal for the current user.
-  bool active() const { return active_; }
-  // A shell command that lifts the block (what an administrator could do).
-  std::string liftCommand() const;
+  bool active() const { return active_; }  // false when this system cannot block removal for this user
+  std::string liftCommand() const;         // a shell command that lifts the block, as an administrator could
   void lift();
 
  private:
   std::filesystem::path folder_;
-  bool usesImmutableFlag_ = false;
-  bool active_ = false;
+  bool usesImmutableFlag_ = false, active_ = false;
 };
 
 }  // namespace tw::test

@@ -1,6 +1,5 @@
-// make-fixture-home <folder> [size-factor]: writes a realistic developer's home into <folder>
-// (created when missing) for the demo and for trying the tool by hand.
-#include <cstdlib>
+// make-fixture-home <folder>: writes a realistic developer's home into <folder> (created when
+// missing) for the demo and for trying the tool by hand.
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -8,25 +7,14 @@
 #include "support/FixtureHome.h"
 
 int main(int argc, char** argv) {
-  if (argc < 2 || argc > 3 || std::string(argv[1]) == "--help") {
-    std::cerr << "usage: make-fixture-home <folder> [size-factor]\n";
+  if (argc != 2 || std::string(argv[1]) == "--help") {
+    std::cerr << "usage: make-fixture-home <folder>\n";
     return 2;
   }
-  tw::test::FixtureHomeOptions options;
-  if (argc == 3) {
-    char* end = nullptr;
-    unsigned long factor = std::strtoul(argv[2], &end, 10);
-    if (!end || *end != '\0' || factor == 0 || factor > 1000) {
-      std::cerr << "make-fixture-home: size factor must be a whole number from 1 to 1000\n";
-      return 2;
-    }
-    options.sizeFactor = factor;
-  }
   try {
-    std::filesystem::path root(argv[1]);
+    const std::filesystem::path root = std::filesystem::absolute(argv[1]);
     std::filesystem::create_directories(root);
-    auto home = tw::test::FixtureHome::write(std::filesystem::absolute(root), options);
-    std::cout << home.root.string() << "\n";
+    std::cout << tw::test::FixtureHome::write(root).root.string() << "\n";
   } catch (const std::exception& error) {
     std::cerr << "make-fixture-home: " << error.what() << "\n";
     return 1;

@@ -3,35 +3,26 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
+#include <map>
 #include <set>
-#include <string>
-#include <vector>
 
-#include "platform/Host.h"
 #include "scan/DevCaches.h"
 #include "scan/ProjectBuildsScanner.h"
 #include "support/CatalogueFixture.h"
 #include "support/DeveloperFolderFixture.h"
-#include "support/TempDir.h"
 #include "support/Unprivileged.h"
 
 namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace test;
 using DevCaches::expandPattern;
-using test::CatalogueFixture;
-using test::labelsOf;
 using Paths = std::vector<fs::path>;
 using Labels = std::vector<std::string>;
 using Kind = ProjectBuildsScanner::Kind;
-using test::writeFileOfSize;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
-
-constexpr size_t kMiB = 1'048'576;
 
 class CatalogueHome : public ::testing::Test {
  protected:
@@ -42,21 +33,26 @@ class CatalogueHome : public ::testing::Test {
   }
   // Writes a marker file, and makes the given folders next to it.
   void project(const fs::path& marker, std::initializer_list<const char*> folders = {}) {
-    test::writeFile(home / marker, "x");
+    writeFile(home / marker, "x");
     for (const char* folder : folders) fs::create_directories((home / marker).parent_path() / folder);
   }
-
-  // Found folders of one kind, as paths relative to the home folder.
-  std::vector<std::string> relative(const ProjectBuildsScanner::FoundFolders& all, Kind kind) const {
-    std::vector<std::string> result;
-    if (auto it = all.find(kind); it != all.end())
-      for (const auto& path : it->second) result.push_back(path.lexically_relative(home).string());
+  // One file of real data in each folder, sizes in MiB.
+  void data(std::initializer_list<std::pair<std::string_view, size_t>> folders) const {
+    for (const auto& [folder, mebibytes] : folders) fixture.file(std::string(folder) + "/data.bin", mebibytes * kMiB);
+  }
+  // Found folders as paths relative to the home folder.
+  std::map<Kind, Labels> relative(const ProjectBuildsScanner::FoundFolders& all) const {
+    std::map<Kind, Labels> result;
+    for (const auto& [kind, paths] : all)
+      for (const auto& path : paths) result[kind].push_back(path.lexically_relative(home).string());
     return result;
   }
 };
 using ExpandPattern = CatalogueHome;
 
-TEST_F(ExpandPattern, LiteralPathsMatchOnlyWhatExistsAndFollowLinks) {
+// Literal components follow links; a star, the first in its component only, matches the names
+// of one folder level (files too) by prefix and suffix, in name order.
+TEST_F(ExpandPattern, MatchesOnlyWhatExistsWithOneWildcardPerComponentInNameOrder) {
   makeFolders({"~/.npm", "~/elsewhere/registry", "~/.cargo"});
   EXPECT_EQ(expandPattern("~/.npm"), Paths{home / ".npm"});
   EXPECT_EQ(expandPattern("~//.npm/"), Paths{home / ".npm"}) << "doubled and trailing slashes";
@@ -66,24 +62,24 @@ TEST_F(ExpandPattern, LiteralPathsMatchOnlyWhatExistsAndFollowLinks) {
   fs::create_symlink(home / "gone", fixture.at("~/.cargo/git"));
   EXPECT_EQ(expandPattern("~/.cargo/registry"), Paths{home / ".cargo/registry"});
   EXPECT_TRUE(expandPattern("~/.cargo/git").empty()) << "a dangling link names nothing";
-}
+  // Only whole home components are abbreviated.
+  EXPECT_EQ(DevCaches::abbreviatedPath(home / ".cargo/git"), "~/.cargo/git");
+  EXPECT_EQ(DevCaches::abbreviatedPath(home), "~");
+  EXPECT_EQ(DevCaches::abbreviatedPath(home.string() + "2/.cargo"), home.string() + "2/.cargo");
 
-TEST_F(ExpandPattern, StarAtTheEndMatchesByPrefixInNameOrderOutsideTheHome) {
   // As on a Mac, where /tmp is a link to /private/tmp.
   makeFolders({"/private/tmp/metro-b", "/private/tmp/metro-a", "/private/tmp/metro-", "/private/tmp/haste-map-1",
                "/private/var/tmp/_bazel_ann", "~/private/var/tmp/_bazel_home"});
   fs::create_directory_symlink("private/tmp", fixture.at("/tmp"));
-  test::writeFile(fixture.at("/tmp/metro-file"), "a file matches too");
+  writeFile(fixture.at("/tmp/metro-file"), "a file matches too");
   const fs::path tmp = fixture.root() / "tmp";
   EXPECT_EQ(expandPattern("/tmp/metro-*"),
             (Paths{tmp / "metro-", tmp / "metro-a", tmp / "metro-b", tmp / "metro-file"}));
   EXPECT_TRUE(expandPattern("/tmp/nothing-*").empty());
   EXPECT_EQ(expandPattern("/private/var/tmp/_bazel_*"), Paths{fixture.root() / "private/var/tmp/_bazel_ann"});
-}
 
-TEST_F(ExpandPattern, StarInTheMiddleListsOneLevelAndKeepsOnlyFullMatches) {
   makeFolders({"~/.gem/ruby/3.2.0/cache", "~/.gem/ruby/3.3.0"});
-  test::writeFile(fixture.at("~/.gem/ruby/README"), "not a folder");
+  writeFile(fixture.at("~/.gem/ruby/README"), "not a folder");
   EXPECT_EQ(expandPattern("~/.gem/ruby/*/cache"), Paths{home / ".gem/ruby/3.2.0/cache"});
 
   // A blank belongs to the prefix.
@@ -101,6 +97,12 @@ TEST_F(ExpandPattern, StarInTheMiddleListsOneLevelAndKeepsOnlyFullMatches) {
   // Within one component only the first star is a wildcard.
   makeFolders({"~/x/ab*c", "~/x/abZc", "~/x/aQb*c"});
   EXPECT_EQ(expandPattern("~/x/a*b*c"), (Paths{home / "x/aQb*c", home / "x/ab*c"}));
+
+  // A user without a home: home patterns name nothing, system ones still work.
+  ScopedHost noHome(Host{.root = fixture.root()});
+  EXPECT_TRUE(expandPattern("~/.npm").empty());
+  EXPECT_EQ(expandPattern("/tmp/metro-*").size(), 4u);
+  EXPECT_EQ(DevCaches::abbreviatedPath("/Users/ann/.npm"), "/Users/ann/.npm");
 }
 
 TEST_F(ExpandPattern, UnlistableFolderGivesNoMatchesAndNoMessage) {
@@ -108,8 +110,8 @@ TEST_F(ExpandPattern, UnlistableFolderGivesNoMatchesAndNoMessage) {
   // Anyone may pass through the folder, nobody may list it.
   fs::permissions(fixture.at("~/Library/Application Support/Google/DriveFS"),
                   fs::perms::owner_write | fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec);
-  auto failures = test::runUnprivileged(home.parent_path(), [] {
-    test::LogCapture log;
+  auto failures = runUnprivileged(home.parent_path(), [] {
+    LogCapture log;
     const std::string folder = "~/Library/Application Support/Google/DriveFS/";
     std::string found = expandPattern(folder + "*/content_cache").empty() ? "" : "a wildcard matched unlisted\n";
     // Existence needs search, not read permission.
@@ -121,36 +123,16 @@ TEST_F(ExpandPattern, UnlistableFolderGivesNoMatchesAndNoMessage) {
   EXPECT_EQ(*failures, "");
 }
 
-TEST_F(ExpandPattern, AbbreviatesOnlyWholeHomeComponents) {
-  EXPECT_EQ(DevCaches::abbreviatedPath(home / ".cargo/git"), "~/.cargo/git");
-  EXPECT_EQ(DevCaches::abbreviatedPath(home), "~");
-  const fs::path sibling = home.string() + "2/.cargo";
-  EXPECT_EQ(DevCaches::abbreviatedPath(sibling), sibling.string());
-}
-
-TEST(ExpandPatternWithoutHome, SkipsHomePatternsButNotSystemOnes) {
-  test::TempDir root;
-  fs::create_directories(root / "tmp/metro-1");
-  Host host;
-  host.root = root.path();
-  ScopedHost scoped(host);
-  EXPECT_TRUE(expandPattern("~/.npm").empty());
-  EXPECT_EQ(expandPattern("/tmp/metro-*").size(), 1u);
-  EXPECT_EQ(DevCaches::abbreviatedPath("/Users/ann/.npm"), "/Users/ann/.npm");
-}
-
 using MakeEntries = CatalogueHome;
 
 TEST_F(MakeEntries, OneMatchHoldsThePathSeveralMatchesOneChildEachInPatternOrder) {
-  fixture.makeFolderWithData("~/Library/Caches/carthage", 2 * kMiB);
+  data({{"~/Library/Caches/carthage", 2}});
   auto packages = DevCaches::makeEntries(DevCaches::packageManagers());
   ASSERT_EQ(labelsOf(packages), Labels{"Carthage"});
   EXPECT_TRUE(packages[0]->items().empty());
   EXPECT_EQ(packages[0]->paths(), Paths{fixture.at("~/Library/Caches/carthage")});
 
-  fixture.makeFolderWithData("~/.cache/bazel", 1 * kMiB);
-  fixture.makeFolderWithData("/private/var/tmp/_bazel_bob", 1 * kMiB);
-  fixture.makeFolderWithData("/private/var/tmp/_bazel_ann", 2 * kMiB);
+  data({{"~/.cache/bazel", 1}, {"/private/var/tmp/_bazel_bob", 1}, {"/private/var/tmp/_bazel_ann", 2}});
   auto tools = DevCaches::makeEntries(DevCaches::devTools());
   ASSERT_EQ(labelsOf(tools), Labels{"Bazel"}) << "one group alone is not grouped";
   const CleanupEntry& bazel = *tools[0];
@@ -176,25 +158,23 @@ TEST_F(MakeEntries, DropsEntriesBelowOneMebibyte) {
     EXPECT_EQ(DevCaches::isLargeEnough(entry), large);
   }
 
-  fs::path probe = fixture.makeFolderWithData("~/probe", kMiB);
-  if (test::allocatedBytes(probe) != static_cast<int64_t>(kMiB)) GTEST_SKIP() << "1 MiB of data is not 1 MiB here";
+  fs::path probe = fixture.file("~/probe/data.bin", kMiB);
+  if (allocatedBytes(probe) != static_cast<int64_t>(kMiB)) GTEST_SKIP() << "1 MiB of data is not 1 MiB here";
   fs::remove_all(probe.parent_path());
-  fixture.makeFolderWithData("~/Library/Caches/CocoaPods", kMiB);
-  fixture.makeFolderWithData("~/Library/Caches/org.swift.swiftpm",
-                             kMiB - static_cast<size_t>(test::blockSize(fixture.home())));
+  fixture.file("~/Library/Caches/CocoaPods/data.bin", kMiB);
+  fixture.file("~/Library/Caches/org.swift.swiftpm/data.bin", kMiB - static_cast<size_t>(blockSize(home)));
   auto entries = DevCaches::makeEntries(DevCaches::packageManagers());
   ASSERT_EQ(labelsOf(entries), Labels{"CocoaPods"});
   EXPECT_EQ(entries[0]->size(), CleanupEntry::Size::value(1'048'576));
 }
 
 TEST_F(MakeEntries, OneGroupStaysFlatTwoGroupsAreGroupedBySummedSize) {
-  fixture.makeFolderWithData("~/.cargo/registry", 3 * kMiB);
-  fixture.makeFolderWithData("~/.rustup/toolchains", 2 * kMiB);
+  data({{"~/.cargo/registry", 3}, {"~/.rustup/toolchains", 2}});
   EXPECT_EQ(labelsOf(DevCaches::makeEntries(DevCaches::devTools())),
             (Labels{"Cargo registry & git", "rustup toolchains"}));
 
   // Python's single entry is larger than either Rust entry, but Rust is larger in sum.
-  fixture.makeFolderWithData("~/.cache/pip", 4 * kMiB);
+  data({{"~/.cache/pip", 4}});
   auto grouped = DevCaches::makeEntries(DevCaches::devTools());
   ASSERT_EQ(labelsOf(grouped), (Labels{"Rust", "Python"}));
   const CleanupEntry& rust = *grouped[0];
@@ -202,23 +182,20 @@ TEST_F(MakeEntries, OneGroupStaysFlatTwoGroupsAreGroupedBySummedSize) {
   EXPECT_EQ(rust.size().bytesOrZero(), rust.items()[0]->size().bytesOrZero() + rust.items()[1]->size().bytesOrZero());
   EXPECT_FALSE(rust.tooltip());
 
-  fixture.makeFolderWithData("~/.cache/uv", 4 * kMiB);
+  data({{"~/.cache/uv", 4}});
   EXPECT_EQ(labelsOf(DevCaches::makeEntries(DevCaches::devTools())), (Labels{"Python", "Rust"}));
 
   // Lists without groups: largest first.
-  fixture.makeFolderWithData("~/Library/Caches/Firefox", 2 * kMiB);
-  fixture.makeFolderWithData("~/Library/Caches/Google/Chrome", 5 * kMiB);
-  fixture.makeFolderWithData("~/Library/Caches/Chromium", 3 * kMiB);
+  data({{"~/Library/Caches/Firefox", 2}, {"~/Library/Caches/Google/Chrome", 5}, {"~/Library/Caches/Chromium", 3}});
   EXPECT_EQ(labelsOf(DevCaches::makeEntries(DevCaches::browsers())), (Labels{"Google Chrome", "Chromium", "Firefox"}));
 }
 
 TEST_F(MakeEntries, HardLinksCountOncePerEntryButAgainInAnotherEntry) {
-  fs::path shared = fixture.makeFolderWithData("~/.cargo/registry", 2 * kMiB);
-  fs::create_directories(fixture.at("~/.cargo/git"));
+  fs::path shared = fixture.file("~/.cargo/registry/data.bin", 2 * kMiB);
+  makeFolders({"~/.cargo/git", "~/.cache/pip"});
   fs::create_hard_link(shared, fixture.at("~/.cargo/git/linked.bin"));
-  fs::create_directories(fixture.at("~/.cache/pip"));
   fs::create_hard_link(shared, fixture.at("~/.cache/pip/linked.bin"));
-  const auto once = CleanupEntry::Size::value(test::allocatedBytes(shared));
+  const auto once = CleanupEntry::Size::value(allocatedBytes(shared));
 
   auto entries = DevCaches::makeEntries(DevCaches::devTools());
   ASSERT_EQ(labelsOf(entries), (Labels{"Rust", "Python"}));
@@ -228,42 +205,24 @@ TEST_F(MakeEntries, HardLinksCountOncePerEntryButAgainInAnotherEntry) {
   EXPECT_EQ(entries[1]->items().at(0)->size(), once);
 }
 
-TEST(Catalogue, RowsPerLocationAreWellFormedAndUseTheirGroups) {
-  const std::set<std::string> none{""};
-  const struct {
-    CatalogueList list;
-    size_t rows;
-    std::set<std::string> groups;
-  } locations[] = {
-      {CatalogueList::packageManagers, 3, none},
-      {CatalogueList::devTools,
-       39,
-       {"Rust", "Zig", "JavaScript / Web", "Java / Android", "Flutter / Dart", "Build Tools", "VMs & Containers",
-        "Python", "Ruby", "Go", "PHP / .NET", "Apple"}},
-      {CatalogueList::ides, 2, {"IDEs & Editors"}},
-      {CatalogueList::aiTools, 6, {"AI & LLM"}},
-      {CatalogueList::browsers, 10, none},
-      {CatalogueList::apps, 6, none},
-      {CatalogueList::cloudClients, 12, none},
-  };
+// Data rows, not code: each is well formed, and a list is grouped throughout or not at all.
+TEST(Catalogue, RowsAreWellFormedAndAListIsGroupedThroughoutOrNotAtAll) {
   std::set<std::string> labels;
-  for (const auto& location : locations) {
-    const auto& specs = DevCaches::specs(location.list);
-    EXPECT_EQ(specs.size(), location.rows);
-    std::set<std::string> groups;
+  for (CatalogueList list :
+       {CatalogueList::packageManagers, CatalogueList::devTools, CatalogueList::ides, CatalogueList::aiTools,
+        CatalogueList::browsers, CatalogueList::apps, CatalogueList::cloudClients}) {
+    const auto& specs = DevCaches::specs(list);
+    ASSERT_FALSE(specs.empty());
     for (const DevCaches::CacheSpec& spec : specs) {
       SCOPED_TRACE(spec.label);
-      groups.insert(spec.group);
+      EXPECT_EQ(spec.group.empty(), specs.front().group.empty());
       EXPECT_TRUE(labels.insert(spec.label).second) << "duplicate label";
       EXPECT_FALSE(spec.tooltip.empty() || spec.tooltip.front() == ' ' || spec.tooltip.back() == ' ');
       ASSERT_FALSE(spec.paths.empty());
-      for (const std::string& pattern : spec.paths) {
+      for (const std::string& pattern : spec.paths)
         EXPECT_TRUE((pattern.starts_with("~/") || pattern.starts_with("/")) && !pattern.ends_with("/")) << pattern;
-      }
     }
-    EXPECT_EQ(groups, location.groups);
   }
-  EXPECT_EQ(DevCaches::devTools()[12].label, "React Native / Metro") << "rows keep their order";
 }
 
 using ProjectBuildsScannerTest = CatalogueHome;
@@ -278,19 +237,18 @@ TEST_F(ProjectBuildsScannerTest, RulesPickCacheFoldersAndNeverEnterThem) {
   project("rails/Gemfile", {"vendor/bundle/ruby", "vendor/target"});
   project("rails/vendor/Cargo.toml");  // "vendor" is not entered once vendor/bundle is a cache path
   project("plain/Cargo.toml");
-  test::writeFile(home / "plain/target", "a file, not a build folder");
+  writeFile(home / "plain/target", "a file, not a build folder");
 
-  auto found = ProjectBuildsScanner::findFolders({});
-  EXPECT_THAT(relative(found, Kind::nodeModules), ElementsAre("site/node_modules"));
-  EXPECT_THAT(relative(found, Kind::webBundlerCache), ElementsAre("site/.next"));
-  EXPECT_THAT(relative(found, Kind::cmakeBuild), ElementsAre("mixed/build"));
-  EXPECT_THAT(relative(found, Kind::gradleBuild), ElementsAre("mixed/.gradle"));
-  EXPECT_THAT(relative(found, Kind::cordovaPlatforms), ElementsAre("cordova2/platforms"));
-  EXPECT_THAT(relative(found, Kind::rubyVendorBundle), ElementsAre("rails/vendor/bundle"));
-  EXPECT_THAT(relative(found, Kind::rustTarget), IsEmpty());
+  EXPECT_EQ(relative(ProjectBuildsScanner::findFolders({})),
+            (std::map<Kind, Labels>{{Kind::nodeModules, {"site/node_modules"}},
+                                    {Kind::webBundlerCache, {"site/.next"}},
+                                    {Kind::cmakeBuild, {"mixed/build"}},
+                                    {Kind::gradleBuild, {"mixed/.gradle"}},
+                                    {Kind::cordovaPlatforms, {"cordova2/platforms"}},
+                                    {Kind::rubyVendorBundle, {"rails/vendor/bundle"}}}));
 }
 
-TEST_F(ProjectBuildsScannerTest, DepthLimitHiddenFoldersPackagesLinksAndHomeExclusions) {
+TEST_F(ProjectBuildsScannerTest, DepthLimitHiddenFoldersPackagesLinksExclusionsAndSystemRoots) {
   std::string deep;
   for (int depth = 1; depth <= 12; ++depth) deep += "d" + std::to_string(depth) + "/";
   project(deep + "Cargo.toml", {"target"});      // a project at depth 12 is examined
@@ -309,76 +267,61 @@ TEST_F(ProjectBuildsScannerTest, DepthLimitHiddenFoldersPackagesLinksAndHomeExcl
   project("code/engine/Cargo.toml");
   fs::create_directory_symlink(home.parent_path() / "outside/real-target", home / "code/engine/target");
   fs::create_directory_symlink(home.parent_path() / "outside/project", home / "code/linked-project");
+  // "/opt" and "/usr/local" below the host's root are walked too, without their Homebrew trees.
+  // "/opt" is a link here, as it sometimes is: a root is followed.
+  for (const char* marker :
+       {"var/opt/tool/Cargo.toml", "var/opt/homebrew/lib/Cargo.toml", "usr/local/Cellar/x/Cargo.toml",
+        "usr/local/Homebrew/y/Cargo.toml", "usr/local/src/app/Cargo.toml"})
+    project(fs::path("../root") / marker, {"target"});
+  fs::create_directory_symlink("var/opt", fixture.root() / "opt");
 
-  auto found = ProjectBuildsScanner::findFolders({});
-  EXPECT_THAT(relative(found, Kind::rustTarget),
-              UnorderedElementsAre(deep + "target", "code/Library/app/target", "code/engine/target",
-                                   "code/Not.a.package/target"));
-  EXPECT_THAT(relative(found, Kind::derivedData), ElementsAre("code/ios/DerivedData"));
+  auto found = relative(ProjectBuildsScanner::findFolders({}));
+  EXPECT_THAT(
+      found[Kind::rustTarget],
+      UnorderedElementsAre(deep + "target", "code/Library/app/target", "code/engine/target",
+                           "code/Not.a.package/target", "../root/opt/tool/target", "../root/usr/local/src/app/target"));
+  EXPECT_THAT(found[Kind::derivedData], ElementsAre("code/ios/DerivedData"));
 }
 
 TEST_F(ProjectBuildsScannerTest, CoveredFoldersAndFoldersReachableTwiceAreReportedOnce) {
   project("code/a/Cargo.toml", {"target", "DerivedData", "../b/DerivedData"});
   // The second root lies inside the first, so every folder below it is reachable twice.
-  auto found = ProjectBuildsScanner::findFolders({home, home / "code"}, {home / "code/b/DerivedData/"}, {});
-  EXPECT_THAT(relative(found, Kind::derivedData), ElementsAre("code/a/DerivedData"));
-  EXPECT_THAT(relative(found, Kind::rustTarget), ElementsAre("code/a/target"));
+  EXPECT_EQ(
+      relative(ProjectBuildsScanner::findFolders({home, home / "code"}, {home / "code/b/DerivedData/"}, {})),
+      (std::map<Kind, Labels>{{Kind::derivedData, {"code/a/DerivedData"}}, {Kind::rustTarget, {"code/a/target"}}}));
 }
 
 // The order a plain sequential depth-first walk finds folders in, written independently of the
-// scanner with std::filesystem: the parallel walk must reproduce it exactly.
-std::vector<std::pair<Kind, fs::path>> sequentialOrder(const fs::path& home) {
-  std::vector<std::pair<Kind, fs::path>> result;
-  std::set<std::string> reported;
-  std::vector<std::pair<fs::path, int>> stack{{home, 0}};
-  while (!stack.empty()) {
-    auto [folder, depth] = stack.back();
+// scanner with std::filesystem for a tree without links, packages, hidden or deep folders.
+ProjectBuildsScanner::FoundFolders sequentialOrder(const fs::path& home) {
+  ProjectBuildsScanner::FoundFolders result;
+  std::set<fs::path> reported;
+  auto report = [&](Kind kind, const fs::path& path) {
+    if (reported.insert(path).second) result[kind].push_back(path);
+  };
+  for (std::vector<fs::path> stack{home}; !stack.empty();) {
+    const fs::path folder = stack.back();
     stack.pop_back();
-    if (depth >= 13) continue;
     std::vector<fs::directory_entry> listed{fs::directory_iterator(folder), fs::directory_iterator()};
-    std::set<std::string> names, notToEnter;
+    std::set<std::string> names, notToEnter{"node_modules", "Pods"};
     for (auto& entry : listed) names.insert(entry.path().filename().string());
     auto has = [&](auto marker) { return names.count(std::string(marker)) > 0; };
     for (const auto& rule : ProjectBuildsScanner::rules()) {
       if (!std::any_of(rule.markers.begin(), rule.markers.end(), has) ||
           !std::all_of(rule.requiredMarkers.begin(), rule.requiredMarkers.end(), has))
         continue;
-      for (auto cacheDir : rule.cacheDirs) {
-        auto candidate = folder / std::string(cacheDir);
-        if (fs::is_directory(candidate) && reported.insert(candidate.string()).second)
-          result.emplace_back(rule.kind, candidate);
-        notToEnter.insert(std::string(cacheDir).substr(0, std::string(cacheDir).find('/')));
+      for (std::string_view cacheDir : rule.cacheDirs) {
+        if (fs::is_directory(folder / cacheDir)) report(rule.kind, folder / cacheDir);
+        notToEnter.emplace(cacheDir.substr(0, cacheDir.find('/')));
       }
     }
     for (auto& entry : listed) {
-      auto name = entry.path().filename().string();
-      if (entry.is_symlink() || !entry.is_directory() || name.ends_with(".app")) continue;
-      if (name == "DerivedData") {
-        if (reported.insert(entry.path().string()).second) result.emplace_back(Kind::derivedData, entry.path());
-      } else if (!notToEnter.count(name) && name != "node_modules" && name != "Pods" && name[0] != '.' &&
-                 !(depth == 0 && (name == "Library" || name == "Applications" || name == "Music" || name == "Movies" ||
-                                  name == "Pictures"))) {
-        stack.emplace_back(entry.path(), depth + 1);
-      }
+      if (!entry.is_directory() || notToEnter.count(entry.path().filename())) continue;
+      entry.path().filename() == "DerivedData" ? report(Kind::derivedData, entry.path())
+                                               : stack.push_back(entry.path());
     }
   }
   return result;
-}
-
-TEST_F(ProjectBuildsScannerTest, SystemRootsAreWalkedWithoutTheirPackageManagerTrees) {
-  // "/opt" and "/usr/local" are found below the host's root, and so are the Homebrew trees
-  // that the walk must leave alone. "/opt" is a link here, as it sometimes is: a root is followed.
-  const fs::path root = fixture.root();
-  for (const char* marker : {"var/opt/tool/Cargo.toml", "var/opt/homebrew/lib/Cargo.toml",
-                             "usr/local/Cellar/x/Cargo.toml", "usr/local/Homebrew/y/Cargo.toml",
-                             "usr/local/src/app/Cargo.toml"}) {
-    test::writeFile(root / marker, "x");
-    fs::create_directories((root / marker).parent_path() / "target");
-  }
-  fs::create_directory_symlink("var/opt", root / "opt");
-  auto found = ProjectBuildsScanner::findFolders({});
-  EXPECT_THAT(found[Kind::rustTarget],
-              UnorderedElementsAre(root / "opt/tool/target", root / "usr/local/src/app/target"));
 }
 
 TEST_F(ProjectBuildsScannerTest, ParallelWalkFindsFoldersInSequentialOrder) {
@@ -394,24 +337,22 @@ TEST_F(ProjectBuildsScannerTest, ParallelWalkFindsFoldersInSequentialOrder) {
       if (index % 3 == 0) project(path + "package.json", {".turbo"});
     }
   }
-  auto expected = sequentialOrder(home);
-  ASSERT_GT(expected.size(), 100u);
-  ProjectBuildsScanner::FoundFolders expectedByKind;
-  for (auto& [kind, path] : expected) expectedByKind[kind].push_back(path);
-  for (int run = 0; run < 3; ++run) EXPECT_EQ(ProjectBuildsScanner::findFolders({home}, {}, {}), expectedByKind);
+  const auto expected = sequentialOrder(home);
+  ASSERT_EQ(expected.size(), 7u) << "every kind of the tree is found";
+  for (int run = 0; run < 3; ++run) EXPECT_EQ(ProjectBuildsScanner::findFolders({home}, {}, {}), expected);
 }
 
 TEST_F(ProjectBuildsScannerTest, EntriesKeepFoldersOfAtLeastOneMebibyteLargestFirst) {
-  project("code/big/Cargo.toml");
-  writeFileOfSize(home / "code/big/target/debug/blob", 3 * 1024 * 1024);
-  project("code/medium/Cargo.toml");
-  writeFileOfSize(home / "code/medium/target/blob", 1024 * 1024);  // exactly 1 MiB allocated
-  project("code/small/Cargo.toml");
-  writeFileOfSize(home / "code/small/target/blob", 1024 * 1024 - 4096);  // one block short
-  project("code/rails/Gemfile");
-  writeFileOfSize(home / "code/rails/vendor/bundle/gem", 2 * 1024 * 1024);
-  project("code/tiny/package.json");
-  writeFileOfSize(home / "code/tiny/node_modules/x", 100);
+  // Exactly 1 MiB is kept, one block short of it is not.
+  for (const auto& [marker, file, bytes] : std::initializer_list<std::tuple<const char*, const char*, size_t>>{
+           {"big/Cargo.toml", "big/target/debug/blob", 3 * kMiB},
+           {"medium/Cargo.toml", "medium/target/blob", kMiB},
+           {"small/Cargo.toml", "small/target/blob", kMiB - 4096},
+           {"rails/Gemfile", "rails/vendor/bundle/gem", 2 * kMiB},
+           {"tiny/package.json", "tiny/node_modules/x", 100}}) {
+    project(fs::path("code") / marker);
+    writeFileOfSize(home / "code" / file, bytes);
+  }
 
   auto entries = ProjectBuildsScanner::scan({});
   // label | extra info | ticked, per kind then per folder; node_modules is dropped whole.
@@ -432,9 +373,9 @@ TEST_F(ProjectBuildsScannerTest, UnreadableFoldersAreSkippedSilently) {
   project("code/locked/app/Cargo.toml", {"target"});
   project("code/open/Cargo.toml", {"target"});
   fs::permissions(home / "code/locked", fs::perms::none);
-  auto failures = test::runUnprivileged(home.parent_path(), [&]() -> std::string {
-    auto targets = relative(ProjectBuildsScanner::findFolders({}), Kind::rustTarget);
-    return targets == std::vector<std::string>{"code/open/target"} ? "" : "unexpected targets";
+  auto failures = runUnprivileged(home.parent_path(), [&]() -> std::string {
+    auto found = relative(ProjectBuildsScanner::findFolders({}));
+    return found[Kind::rustTarget] == Labels{"code/open/target"} ? "" : "unexpected targets";
   });
   fs::permissions(home / "code/locked", fs::perms::owner_all);
   if (!failures) GTEST_SKIP() << "no unprivileged user to run as";
