@@ -1,11 +1,11 @@
-// Removal on real trees: odd names, links, unreadable folders, few descriptors, and attacks on a selection's
-// edge (bind mounts, swapped parents and folders).
+// Measuring and removing real trees (odd names, links, unreadable folders, few descriptors), and attacks on a
+// selection's edge (bind mounts, swapped parents and folders).
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <tuple>
+#include <set>
 
 #include "fs/DirectorySize.h"
 #include "fs/DirectoryWalk.h"
@@ -35,15 +35,19 @@ std::map<std::string, std::string> makeOutsideFolder(const fs::path& outside) {
   return snapshot(outside);
 }
 
-// Describes a FileSystemError as "code path: text", or says that none came.
-std::string removalError(const fs::path& path) {
+std::string codeAndPath(int code, const fs::path& path) { return std::to_string(code) + " " + path.string() + ": "; }
+
+// The FileSystemError that `body` raises as "code path: text", or "no error".
+std::string fileSystemError(const std::function<void()>& body) {
   try {
-    removeItem(path);
+    body();
   } catch (const FileSystemError& error) {
-    return std::to_string(error.code()) + " " + error.path().string() + ": " + error.what();
+    return codeAndPath(error.code(), error.path()) + error.what();
   }
   return "no error";
 }
+
+int openFolder(const fs::path& path) { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY); }
 
 TEST(RemoveItem, RemovesTreesOfOddNamesAndLinksButNeverTheirTargets) {
   TempDir dir;
@@ -82,12 +86,11 @@ TEST(RemoveItem, RemovesTreesOfOddNamesAndLinksButNeverTheirTargets) {
 TEST(RemoveItem, MissingPathOrMeaninglessNameIsAReadableError) {
   TempDir dir;
   const fs::path missing = dir / "missing parent" / "child";
-  EXPECT_EQ(removalError(missing),
-            std::to_string(ENOENT) + " " + missing.string() + ": The file \u201Cchild\u201D doesn\u2019t exist.");
+  EXPECT_EQ(fileSystemError([&] { removeItem(missing); }),
+            codeAndPath(ENOENT, missing) + "The file \u201Cchild\u201D doesn\u2019t exist.");
   writeFile(dir / "keep", "k");
-  for (const std::string& path : {(dir / ".").string(), dir.path().string() + "/..", std::string()}) {
+  for (const std::string& path : {(dir / ".").string(), dir.path().string() + "/..", std::string()})
     EXPECT_THROW(removeItem(path), FileSystemError) << path;
-  }
   EXPECT_EQ(readFile(dir / "keep"), "k");
 }
 
@@ -101,15 +104,14 @@ TEST(RemoveItem, UnremovableItemIsTheErrorAndTheRestIsRemoved) {
     fs::create_directories(victim / "unreadable but empty");
     ::chmod(readOnly.c_str(), 0555);
     ::chmod((victim / "unreadable but empty").c_str(), 0);
-    std::string problems = removalError(victim);
-    if (problems == std::to_string(EACCES) + " " + (readOnly / "locked").string() +
-                        ": \u201Clocked\u201D couldn\u2019t be removed because you don\u2019t have permission to "
+    std::string problems = fileSystemError([&] { removeItem(victim); });
+    if (problems == codeAndPath(EACCES, readOnly / "locked") +
+                        "\u201Clocked\u201D couldn\u2019t be removed because you don\u2019t have permission to "
                         "access it.")
       problems.clear();
     if (!present(readOnly / "locked")) problems += "the locked file went\n";
-    for (const char* gone : {"a", "nested", "unreadable but empty"}) {
+    for (const char* gone : {"a", "nested", "unreadable but empty"})
       if (present(victim / gone)) problems += std::string(gone) + " is still there\n";
-    }
     struct stat status {};  // nothing was made writable behind the user's back
     ::stat(readOnly.c_str(), &status);
     if ((status.st_mode & 07777) != 0555) problems += "mode changed\n";
@@ -172,13 +174,14 @@ void makeFiles(const fs::path& folder, int count) {
   for (int i = 0; i < count; ++i) writeFile(folder / ("sub" + std::to_string(i % 4)) / std::to_string(i), "x");
 }
 
-// Failures of both walks (a pool of the child's own, as many threads as a large Mac has: the
-// child has none of the parent's workers).
+// Failures of both walks, each with a tracker (a pool of its own, as many threads as a large Mac has: a forked child
+// has none of the parent's workers).
 std::string measuredWrongly(const fs::path& folder, int64_t expected) {
   ThreadPool pool(12);
-  const int64_t sequential = allocatedSizeOfDirectory(folder, nullptr, WalkMode::sequential);
-  const int64_t parallel = allocatedSizeOfDirectory(folder, nullptr, WalkMode::parallel, &pool);
-  if (sequential == expected && parallel == expected) return "";
+  HardLinkTracker first, second;
+  const int64_t sequential = allocatedSizeOfDirectory(folder, &first, WalkMode::sequential);
+  const int64_t parallel = allocatedSizeOfDirectory(folder, &second, WalkMode::parallel, &pool);
+  if (sequential == expected && parallel == expected && first.size() == second.size()) return "";
   return folder.filename().string() + " measured " + std::to_string(sequential) + " and " + std::to_string(parallel) +
          " instead of " + std::to_string(expected) + "\n";
 }
@@ -194,7 +197,7 @@ TEST(SelectionBoundary, ResolvingBelowAnAnchorStopsAtTheFirstLinkOrMissingFolder
   fs::create_directories(dir / "a" / "b" / "c");
   writeFile(dir / "a" / "b" / "file", "x");
   fs::create_directory_symlink(dir / "a" / "b", dir / "a" / "link");
-  const int anchor = ::open(dir.path().c_str(), O_RDONLY | O_DIRECTORY);
+  const int anchor = openFolder(dir.path());
   // What it opens (empty when it must fail), the error and the name that stopped it.
   const std::tuple<std::string, fs::path, int, std::string> cases[] = {
       {"a/b/c", dir / "a" / "b" / "c", 0, ""}, {"", dir.path(), 0, ""},
@@ -204,7 +207,7 @@ TEST(SelectionBoundary, ResolvingBelowAnAnchorStopsAtTheFirstLinkOrMissingFolder
   for (auto resolution : {BeneathResolution::automatic, BeneathResolution::componentByComponent}) {
     for (const auto& [relative, opens, error, component] : cases) {
       const BeneathResult result = openFolderBeneath(anchor, relative, resolution);
-      const int expected = opens.empty() ? -1 : ::open(opens.c_str(), O_RDONLY | O_DIRECTORY);
+      const int expected = opens.empty() ? -1 : openFolder(opens);
       EXPECT_EQ(std::tuple(inode(result.fd), result.error, result.component),
                 std::tuple(inode(expected), error, component))
           << relative;
@@ -226,9 +229,7 @@ TEST(SelectionBoundary, ABindMountInsideTheSelectionIsNeverEnteredNorMeasured) {
 
   const auto failures = runWithMount(outside, mnt, [&] {
     std::string result;
-    const int index = ::open((project / "Index").c_str(), O_RDONLY | O_DIRECTORY);
-    const int mount = ::open(mnt.c_str(), O_RDONLY | O_DIRECTORY);
-    const int build = ::open((project / "Build").c_str(), O_RDONLY | O_DIRECTORY);
+    const int index = openFolder(project / "Index"), mount = openFolder(mnt), build = openFolder(project / "Build");
     for (auto method : {MountDetection::automatic, MountDetection::mountRootAttribute, MountDetection::mountId,
                         MountDetection::mountInfo}) {
       if (mountDetectionAvailable(method) && (!isMountRoot(index, mount, method) || isMountRoot(index, build, method)))
@@ -353,6 +354,134 @@ TEST(SelectionBoundary, RemovalAndMeasurementWorkUnderSixteenDescriptors) {
   });
   EXPECT_EQ(failures, "");
   for (const auto& tree : trees) EXPECT_FALSE(fs::exists(tree.first));
+}
+
+// An independent total: the standard library's walk, links not followed, each hard-linked file once.
+int64_t oracleTotal(const std::vector<fs::path>& folders) {
+  std::set<std::pair<dev_t, ino_t>> seen;
+  int64_t total = 0;
+  for (const auto& folder : folders) {
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+      struct stat status {};
+      if (::lstat(entry.path().c_str(), &status) != 0 || !S_ISREG(status.st_mode)) continue;
+      if (status.st_nlink > 1 && !seen.insert({status.st_dev, status.st_ino}).second) continue;
+      total += static_cast<int64_t>(status.st_blocks) * 512;
+    }
+  }
+  return total;
+}
+
+// Odd names, empty folders, a bundle, hard links in and out, links to big outside files, a pipe.
+TEST(DirectorySizeTest, VariedTreeMatchesAnIndependentTotalInBothWalks) {
+  TempDir temp;
+  const fs::path root = temp / "tree", outside = temp / "outside";
+  writeFileOfSize(outside / "big", 4 << 20);  // only reachable through a symbolic link
+  writeFileOfSize(outside / "external", 30000);
+  const std::vector<std::string> names = {"plain", ".hidden", "with space", "new\nline", "ünïcödé", "back\\slash"};
+  for (int a = 0; a < 30; ++a) {
+    for (int b = 0; b < 8; ++b) {
+      const fs::path folder = root / (names[a % names.size()] + std::to_string(a)) / std::to_string(b);
+      for (int c = 0; c < 3; ++c)
+        writeFileOfSize(folder / (names[c] + "-file"), static_cast<size_t>((a * 7919 + b * 104 + c * 31) % 40000));
+      if (b % 3 == 0) fs::create_hard_link(folder / "plain-file", folder.parent_path() / ("hl" + std::to_string(b)));
+    }
+  }
+  fs::create_directories(root / "Empty" / "Nested empty");
+  writeFileOfSize(root / "Tool.app" / "Contents" / "MacOS" / "Tool", 70000);
+  fs::create_hard_link(root / "plain0" / "0" / "plain-file", root / "linked again");
+  fs::create_hard_link(outside / "external", root / "external link");  // its other link is outside: counts
+  fs::create_directory_symlink(outside, root / "link to outside");
+  fs::create_symlink(outside / "big", root / "link to file");
+  fs::create_symlink(root / "missing", root / "dangling");
+  ASSERT_EQ(::mkfifo((root / "pipe").c_str(), 0600), 0);
+
+  const int64_t expected = oracleTotal({root});
+  ASSERT_GT(expected, 0);
+  for (int round = 0; round < 3; ++round) EXPECT_EQ(measuredWrongly(root, expected), "") << "round " << round;
+  EXPECT_EQ(measurePath(root, nullptr), allocatedSizeOfDirectory(root, nullptr, WalkMode::sequential));
+  EXPECT_EQ(allocatedSizeOfDirectory(root / "Empty", nullptr), 0);
+}
+
+TEST(DirectorySizeTest, HardLinksCountOncePerSharedTrackerAndEachTimeWithout) {
+  TempDir temp;
+  const fs::path first = temp / "first", second = temp / "second";
+  writeFileOfSize(first / "shared", 1 << 20);
+  writeFileOfSize(second / "own", 20000);
+  fs::create_hard_link(first / "shared", first / "same folder");
+  fs::create_hard_link(first / "shared", second / "other folder");
+  const int64_t shared = allocatedBytes(first / "shared"), own = allocatedBytes(second / "own");
+  HardLinkTracker tracker, fresh;
+  EXPECT_EQ(allocatedSizeOfDirectory(first, &tracker), shared);  // the first to reach it counts it
+  EXPECT_EQ(allocatedSizeOfDirectory(second, &tracker), own);
+  EXPECT_EQ(tracker.size(), 1u);
+  EXPECT_EQ(allocatedSizeOfDirectory(first, nullptr), 2 * shared);
+  EXPECT_EQ(allocatedSizeOfDirectory(second, &fresh), shared + own);
+}
+
+TEST(DirectorySizeTest, ConcurrentMeasurementsSharingOneTrackerCountEachFileOnce) {
+  TempDir temp;
+  std::vector<fs::path> folders;
+  for (int i = 0; i < 16; ++i) fs::create_directories(folders.emplace_back(temp / ("folder" + std::to_string(i))));
+  for (int file = 0; file < 20; ++file) {
+    const fs::path original = folders[0] / ("f" + std::to_string(file));
+    writeFileOfSize(original, 5000 + static_cast<size_t>(file) * 3000);
+    for (size_t i = 1; i < folders.size(); ++i) fs::create_hard_link(original, folders[i] / original.filename());
+  }
+  const int64_t expected = oracleTotal(folders);
+  for (int round = 0; round < 10; ++round) {
+    HardLinkTracker tracker;
+    std::atomic<int64_t> total{0};
+    ThreadPool::shared().concurrentPerform(folders.size(),
+                                           [&](size_t i) { total.fetch_add(measurePath(folders[i], &tracker)); });
+    EXPECT_EQ(total.load(), expected);
+  }
+}
+
+// A selected link or a file measured as a folder; what measuring any path gives back.
+TEST(DirectorySizeTest, LinksAddNothingAndOtherItemsFallBackToTheirFileSize) {
+  TempDir temp;
+  const fs::path file = temp / "archive.zip";
+  writeFileOfSize(file, 123456);
+  fs::create_directory_symlink(temp.path(), temp / "link");  // deleting it gives back nothing
+  auto asFolder = [](const fs::path& path) {
+    return fileSystemError([&] { allocatedSizeOfDirectory(path, nullptr, WalkMode::sequential); });
+  };
+  EXPECT_NE(asFolder(temp / "link"), "no error");
+  EXPECT_EQ(measurePath(temp / "link", nullptr), 0);
+  EXPECT_TRUE(asFolder(file).starts_with(codeAndPath(ENOTDIR, file))) << asFolder(file);
+  EXPECT_EQ(measurePath(file, nullptr), allocatedBytes(file));
+  ASSERT_EQ(::mkfifo((temp / "pipe").c_str(), 0600), 0);
+  EXPECT_EQ(measurePath(temp / "pipe", nullptr), 0);
+  EXPECT_THROW(allocatedSizeOfFile(temp / "missing"), FileSystemError);
+  EXPECT_EQ(measurePath(temp / "missing", nullptr), 0);
+  EXPECT_GT(volumeAvailableCapacity(temp.path()), 0);
+  EXPECT_EQ(volumeAvailableCapacity(temp / "not" / "there"), 0);
+}
+
+// A folder that cannot be listed, or listed but not looked into (read without search).
+TEST(DirectorySizeTest, AnUnreadableFolderAnywhereFailsTheWholeMeasurement) {
+  TempDir temp;
+  const fs::path root = temp / "root", locked = root / "a" / "b" / "locked";
+  for (int i = 0; i < 20; ++i) writeFileOfSize(root / ("sibling" + std::to_string(i)) / "file", 50000);
+  writeFileOfSize(locked / "secret", 10000);
+  ASSERT_TRUE(handOverTree(temp.path()));
+
+  for (const auto& [mode, failing] : {std::pair{0000, locked}, std::pair{0444, locked / "secret"}}) {
+    ASSERT_EQ(::chmod(locked.c_str(), mode), 0);
+    auto failures = runUnprivileged(temp.path(), [&]() -> std::string {
+      std::string problems;
+      ThreadPool pool(2);  // this process's own: a forked child has no workers of the shared pool
+      for (WalkMode walk : {WalkMode::sequential, WalkMode::parallel}) {
+        const std::string error = fileSystemError([&] { allocatedSizeOfDirectory(root, nullptr, walk, &pool); });
+        if (!error.starts_with(codeAndPath(EACCES, failing))) problems += error + "\n";
+      }
+      if (measurePath(root, nullptr) != 0) problems += "fallback did not give 0\n";
+      return problems;
+    });
+    ::chmod(locked.c_str(), 0700);
+    if (!failures) GTEST_SKIP() << "no unprivileged user to run as";
+    EXPECT_EQ(*failures, "") << "mode " << std::oct << mode;
+  }
 }
 
 }  // namespace
