@@ -18,6 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 using Location = DevFiles::Location;
 using Selection = CleanupEntry::Selection;
+using enum CleanupEntry::Selection;
 using Size = CleanupEntry::Size;
 using namespace test;
 using namespace ::testing;
@@ -57,67 +58,61 @@ TEST(CleanupEntry, TooltipsAreTrimmedAndEntriesHoldPathsOrItemsNeverBoth) {
 
 TEST(CleanupEntry, RecomputesTriStateSelectionsFromTheChildrenWhereEmptyOnesDoNotCount) {
   const std::pair<std::vector<Selection>, Selection> cases[] = {
-      {{Selection::on, Selection::on, Selection::mixed}, Selection::mixed},
-      {{Selection::on, Selection::on}, Selection::on},
-      {{Selection::off, Selection::off}, Selection::off},
-      {{Selection::on, Selection::off}, Selection::mixed}};
+      {{on, on, mixed}, mixed}, {{on, on}, on}, {{off, off}, off}, {{on, off}, mixed}};
   for (const auto& [children, expected] : cases) {
     for (bool start : {true, false}) {
       auto group = entry("group", start);
       for (Selection selection : children)  // a mixed child: one selected and one unselected leaf
-        group->addItem(selection != Selection::mixed
-                           ? leaf("child", selection)
-                           : entry("mixed", false, {leaf("a", Selection::on), leaf("b", Selection::off)}));
+        group->addItem(selection != mixed ? leaf("child", selection)
+                                          : entry("mixed", false, {leaf("a", on), leaf("b", off)}));
       EXPECT_EQ(group->updateSelection(), expected);
     }
   }
-  EXPECT_EQ(entry("empty", true)->updateSelection(), Selection::off);
+  EXPECT_EQ(entry("empty", true)->updateSelection(), off);
   for (bool selected : {true, false}) {  // a group whose only child is empty keeps its own selection
     auto child = entry("empty child", true);
-    EXPECT_EQ(entry("group", selected, {child})->updateSelection(), selected ? Selection::on : Selection::off);
-    EXPECT_EQ(child->selection(), Selection::off);
+    EXPECT_EQ(entry("group", selected, {child})->updateSelection(), selected ? on : off);
+    EXPECT_EQ(child->selection(), off);
   }
   // Empty children count neither as selected nor as unselected.
-  EXPECT_EQ(entry("group", false, {leaf("full", Selection::on), entry("empty")})->updateSelection(), Selection::on);
+  EXPECT_EQ(entry("group", false, {leaf("full", on), entry("empty")})->updateSelection(), on);
 }
 
 TEST(CleanupEntry, SelectsTheWholeSubtreeAndCountsTheSelectedSize) {
-  auto a = leaf("a", Selection::off, 1000), b = leaf("b", Selection::off, 20);
-  auto group = entry("group", true, {a, b, leaf("unknown", Selection::on)});  // an unknown size adds 0
-  group->setSize(Size::value(999999));  // a group counts only through its children
+  auto a = leaf("a", off, 1000), b = leaf("b", off, 20);
+  auto group = entry("group", true, {a, b, leaf("unknown", on)});  // an unknown size adds 0
+  group->setSize(Size::value(999999));                             // a group counts only through its children
   auto root = entry("root", true, {group});
   EXPECT_EQ(root->selectedSize(), 0);
   root->select();
   EXPECT_TRUE(a->isSelected() && b->isSelected() && group->isSelected());
   EXPECT_EQ(root->selectedSize(), 1020);
-  a->setSelection(Selection::mixed);  // only "on" counts for the entry itself
+  a->setSelection(mixed);  // only "on" counts for the entry itself
   EXPECT_EQ(root->selectedSize(), 20);
   group->deselect();
-  EXPECT_EQ(a->selection(), Selection::off);
-  EXPECT_EQ(root->selection(), Selection::on);
-  EXPECT_EQ(root->updateSelection(), Selection::off);
+  EXPECT_EQ(a->selection(), off);
+  EXPECT_EQ(root->selection(), on);
+  EXPECT_EQ(root->updateSelection(), off);
   EXPECT_EQ(root->selectedSize(), 0);
 }
 
 TEST(CleanupEntry, ATickChangesTheSubtreeAndTheAncestorsAndReportsExactlyWhatChanged) {
   // root > {group > {a, b}, other > {c}}
-  auto a = leaf("a", Selection::off), b = leaf("b", Selection::off), c = leaf("c", Selection::on);
+  auto a = leaf("a", off), b = leaf("b", off), c = leaf("c", on);
   auto group = entry("group", false, {a, b});
   auto root = entry("root", false, {group, entry("other", false, {c})});
-  root->updateSelection();
-  ASSERT_EQ(root->selection(), Selection::mixed);
+  ASSERT_EQ(root->updateSelection(), mixed);
 
-  EXPECT_EQ(a->changeSelection(Selection::on), (std::vector<CleanupEntry*>{group.get(), a.get()}));
-  EXPECT_EQ(group->selection(), Selection::mixed);
-  EXPECT_EQ(root->selection(), Selection::mixed);
+  EXPECT_EQ(a->changeSelection(on), (std::vector<CleanupEntry*>{group.get(), a.get()}));
+  EXPECT_EQ(std::pair(group->selection(), root->selection()), std::pair(mixed, mixed));
 
   // Mixed ticks, as a click on a mixed box does.
-  EXPECT_THAT(group->changeSelection(Selection::mixed), UnorderedElementsAre(root.get(), group.get(), b.get()));
-  EXPECT_EQ(root->selection(), Selection::on);
+  EXPECT_THAT(group->changeSelection(mixed), UnorderedElementsAre(root.get(), group.get(), b.get()));
+  EXPECT_EQ(root->selection(), on);
 
-  EXPECT_EQ(root->changeSelection(Selection::off).size(), 6u);
+  EXPECT_EQ(root->changeSelection(off).size(), 6u);
   EXPECT_EQ(root->selectedSize(), 0);
-  EXPECT_TRUE(a->changeSelection(Selection::off).empty());
+  EXPECT_TRUE(a->changeSelection(off).empty());
   EXPECT_TRUE(a->isCheckable() && !entry("empty")->isCheckable());  // nothing to clean, nothing to tick
 }
 
@@ -155,7 +150,7 @@ TEST(CleanupEntry, MeasuresTreesCountingHardLinksOnceInParallelAsInSequenceAndDe
 TEST(CleanupEntryDeathTest, ASumBeyondSixtyFourBitsStopsWithAMessage) {
   EXPECT_EQ(addSizes(INT64_MAX - 1, 1), INT64_MAX);
   EXPECT_DEATH(addSizes(INT64_MAX, 1), "size sum overflows");
-  auto group = entry("group", false, {leaf("a", Selection::on, INT64_MAX), leaf("b", Selection::on, 1)});
+  auto group = entry("group", false, {leaf("a", on, INT64_MAX), leaf("b", on, 1)});
   EXPECT_DEATH(group->selectedSize(), "overflows");
 }
 
@@ -199,13 +194,12 @@ class DeletionEngine : public ::testing::Test {
 };
 
 TEST_F(DeletionEngine, WalksLocationsInOrderEachDepthFirstFromTheLastChildSkippingUntickedNodes) {
-  const auto on = Selection::on;
   add(Location::archives, entry("Project", true, {leaf("A", on), leaf("B", on)}));
   add(Location::deviceSupport, leaf("C", on));
   add(Location::projectBuilds, entry("Outer", true, {entry("Inner", true, {leaf("D", on)})}));
   // Unticked nodes give no units, but their ticked children do.
   auto unticked = entry("Unticked", false, {leaf("Inner", on)});
-  add(Location::documentationCache, entry("Parent", true, {leaf("Kept", Selection::off), leaf("Gone", on), unticked}));
+  add(Location::documentationCache, entry("Parent", true, {leaf("Kept", off), leaf("Gone", on), unticked}));
 
   EXPECT_THAT(workList(), ElementsAre("Device Support/C", "Archives/B", "Archives/A", "Documentation Cache/Inner",
                                       "Documentation Cache/Gone", "Project Build Folders/D"));
@@ -213,7 +207,7 @@ TEST_F(DeletionEngine, WalksLocationsInOrderEachDepthFirstFromTheLastChildSkippi
   // A location that is off is skipped whole; a ticked item inside it means a caller forgot to
   // recompute the ancestors, which debug builds refuse rather than lose the item silently.
   add(Location::logs, leaf("Log", on));
-  devFiles->entry(Location::logs)->setSelection(CleanupEntry::Selection::off);
+  devFiles->entry(Location::logs)->setSelection(off);
   EXPECT_DEBUG_DEATH(workList(), "ticked item under an unticked location");
 }
 
