@@ -204,8 +204,7 @@ TEST_F(DeletionEngine, WalksLocationsInOrderEachDepthFirstFromTheLastChildSkippi
   EXPECT_THAT(workList(), ElementsAre("Device Support/C", "Archives/B", "Archives/A", "Documentation Cache/Inner",
                                       "Documentation Cache/Gone", "Project Build Folders/D"));
 
-  // A location that is off is skipped whole; a ticked item inside it means a caller forgot to
-  // recompute the ancestors, which debug builds refuse rather than lose the item silently.
+  // An unticked location is skipped whole; debug builds refuse a ticked item inside it rather than lose it silently.
   add(Location::logs, leaf("Log", on));
   devFiles->entry(Location::logs)->setSelection(off);
   EXPECT_DEBUG_DEATH(workList(), "ticked item under an unticked location");

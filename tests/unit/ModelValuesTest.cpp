@@ -68,7 +68,7 @@ std::optional<std::string> printed(const std::optional<Version>& version) {
   return version ? std::optional<std::string>(version->toString()) : std::nullopt;
 }
 
-TEST(Version, ParsesTwoAndThreePartsPrintsThemBackAndOrdersThem) {
+TEST(Version, ParsesDottedTextAndTheSystemRecordPrintsThemBackAndOrdersThem) {
   for (const char* text : {"18446744073709551616.1", "15", "1.2.3.4", "1.2.3..4", " 15.2", "-1.2", "１.２"})
     EXPECT_FALSE(Version::fromString(text)) << text;  // nothing is trimmed
   EXPECT_EQ(version("18446744073709551615.1").toString(), "18446744073709551615.1");
@@ -82,9 +82,7 @@ TEST(Version, ParsesTwoAndThreePartsPrintsThemBackAndOrdersThem) {
   // An absent patch equals a zero patch, though it prints differently.
   EXPECT_EQ(version("15.2"), version("15.2.0"));
   EXPECT_FALSE(version("15.2") < version("15.2.0") || version("15.2.0") < version("15.2"));
-}
-
-TEST(Version, ReadsTheOperatingSystemVersionRecord) {
+  // The operating system's version record, or a dotted version.
   const std::vector<std::pair<std::string, std::optional<std::string>>> cases = {
       {"NSOperatingSystemVersion(majorVersion: 17, minorVersion: 4, patchVersion: 0)", "17.4"},
       {"NSOperatingSystemVersion(majorVersion: 17, minorVersion: 4, patchVersion: 1)", "17.4.1"},
@@ -170,20 +168,16 @@ class XcodeEntries : public ::testing::Test {
 
 TEST_F(XcodeEntries, DeviceSupportLabelsWithAndWithoutDevicesBuildsAndArchitectures) {
   using Opt = std::optional<std::string>;
-  const std::vector<std::tuple<Opt, OSType, std::string, Opt, Opt, EntryDate, std::string, std::string>> cases = {
-      {std::nullopt, OSType::iOS, "17.4", "(21E219)", std::nullopt, kMarch4, "iOS 17.4 (21E219)",
+  const std::vector<std::tuple<Opt, OSType, std::string, Opt, Opt, std::string, std::string>> cases = {
+      {std::nullopt, OSType::iOS, "17.4", "(21E219)", std::nullopt, "iOS 17.4 (21E219)",
        "iOS 17.4 (21E219) Mar 4, 2024"},
-      {"iPhone15,2", OSType::iOS, "17.4", "(21E219)", "arm64e", kMarch4, "iOS 17.4 (21E219) (iPhone 14 Pro)", ""},
-      {"iPhone99,9", OSType::watchOS, "10.1.1", std::nullopt, std::nullopt, kMarch4, "watchOS 10.1.1  (iPhone99,9)",
-       ""},
-      {std::nullopt, OSType::tvOS, "17.0", std::nullopt, std::nullopt, kMarch4, "tvOS 17.0 ", "tvOS 17.0  Mar 4, 2024"},
-      {std::nullopt, DeviceSupportFileEntry::osTypeFromName("ios"), "17.4", "21E219", std::nullopt, kMarch4,
-       " 17.4 21E219", "17.4 21E219 Mar 4, 2024"},
-      {std::nullopt, OSType::macOS, "14.4", std::nullopt, std::nullopt, distantPast(), "macOS 14.4 ",
-       "macOS 14.4  Jan 1, 1"}};
-  for (const auto& [device, type, text, build, architecture, date, label, tooltip] : cases) {
+      {"iPhone15,2", OSType::iOS, "17.4", "(21E219)", "arm64e", "iOS 17.4 (21E219) (iPhone 14 Pro)", ""},
+      {"iPhone99,9", OSType::watchOS, "10.1.1", std::nullopt, std::nullopt, "watchOS 10.1.1  (iPhone99,9)", ""},
+      {std::nullopt, OSType::tvOS, "17.0", std::nullopt, std::nullopt, "tvOS 17.0 ", "tvOS 17.0  Mar 4, 2024"},
+      {std::nullopt, OSType::other, "17.4", "21E219", std::nullopt, " 17.4 21E219", "17.4 21E219 Mar 4, 2024"}};
+  for (const auto& [device, type, text, build, architecture, label, tooltip] : cases) {
     DeviceSupportFileEntry entry(device, type, version(text), build ? std::optional(AppleBuild(*build)) : std::nullopt,
-                                 date, architecture, false);
+                                 kMarch4, architecture, false);
     EXPECT_EQ(entry.label(), label);
     EXPECT_TRUE(tooltip.empty() || entry.tooltipText() == tooltip) << entry.tooltipText();
   }

@@ -1,5 +1,4 @@
-// Measuring and removing real trees (odd names, links, unreadable folders, few descriptors), and attacks on a
-// selection's edge (bind mounts, swapped parents and folders).
+// Measuring and removing real trees, odd ones and under attack at a selection's edge (mounts, swapped folders).
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -71,8 +70,7 @@ TEST(RemoveItem, RemovesTreesOfOddNamesAndLinksButNeverTheirTargets) {
   EXPECT_TRUE(present(dir / "hard link outside"));
   EXPECT_EQ(readFile(dir / "victim folder sibling" / "keep"), "keep");
 
-  // A selected link goes, not its target, even spelt with a trailing slash; folders leading to
-  // the item are followed as given.
+  // A selected link goes, not its target, even spelt with a trailing slash; folders leading to it are followed.
   fs::create_directory_symlink(outside, dir / "link");
   removeItem((dir / "link").string() + "/");
   EXPECT_FALSE(present(dir / "link"));
@@ -174,8 +172,7 @@ void makeFiles(const fs::path& folder, int count) {
   for (int i = 0; i < count; ++i) writeFile(folder / ("sub" + std::to_string(i % 4)) / std::to_string(i), "x");
 }
 
-// Failures of both walks, each with a tracker (a pool of its own, as many threads as a large Mac has: a forked child
-// has none of the parent's workers).
+// Failures of both walks, with a pool as large as a big Mac's of its own (a forked child has no shared workers).
 std::string measuredWrongly(const fs::path& folder, int64_t expected) {
   ThreadPool pool(12);
   HardLinkTracker first, second;
@@ -322,8 +319,7 @@ int64_t makeDeepTree(const fs::path& root, int branches, int depth, std::initial
   return bytes;
 }
 
-// Under `ulimit -n 16`: a 30-folder chain, a tree branching at every level, many deep branches
-// that keep every thread of a parallel walk busy at once, and a chain far deeper than any limit.
+// Under `ulimit -n 16`: a chain, a tree branching at every level, deep branches for every thread, a 10,000-deep chain.
 TEST(SelectionBoundary, RemovalAndMeasurementWorkUnderSixteenDescriptors) {
   TempDir dir;
   fs::create_directory(dir / "Deep");
@@ -378,14 +374,13 @@ TEST(DirectorySizeTest, VariedTreeMatchesAnIndependentTotalInBothWalks) {
   writeFileOfSize(outside / "big", 4 << 20);  // only reachable through a symbolic link
   writeFileOfSize(outside / "external", 30000);
   const std::vector<std::string> names = {"plain", ".hidden", "with space", "new\nline", "ünïcödé", "back\\slash"};
-  for (int a = 0; a < 30; ++a) {
+  for (int a = 0; a < 30; ++a)
     for (int b = 0; b < 8; ++b) {
       const fs::path folder = root / (names[a % names.size()] + std::to_string(a)) / std::to_string(b);
       for (int c = 0; c < 3; ++c)
         writeFileOfSize(folder / (names[c] + "-file"), static_cast<size_t>((a * 7919 + b * 104 + c * 31) % 40000));
       if (b % 3 == 0) fs::create_hard_link(folder / "plain-file", folder.parent_path() / ("hl" + std::to_string(b)));
     }
-  }
   fs::create_directories(root / "Empty" / "Nested empty");
   writeFileOfSize(root / "Tool.app" / "Contents" / "MacOS" / "Tool", 70000);
   fs::create_hard_link(root / "plain0" / "0" / "plain-file", root / "linked again");
@@ -402,7 +397,7 @@ TEST(DirectorySizeTest, VariedTreeMatchesAnIndependentTotalInBothWalks) {
   EXPECT_EQ(allocatedSizeOfDirectory(root / "Empty", nullptr), 0);
 }
 
-TEST(DirectorySizeTest, HardLinksCountOncePerSharedTrackerAndEachTimeWithout) {
+TEST(DirectorySizeTest, HardLinksCountOncePerSharedTrackerEvenConcurrentlyAndEachTimeWithout) {
   TempDir temp;
   const fs::path first = temp / "first", second = temp / "second";
   writeFileOfSize(first / "shared", 1 << 20);
@@ -416,10 +411,7 @@ TEST(DirectorySizeTest, HardLinksCountOncePerSharedTrackerAndEachTimeWithout) {
   EXPECT_EQ(tracker.size(), 1u);
   EXPECT_EQ(allocatedSizeOfDirectory(first, nullptr), 2 * shared);
   EXPECT_EQ(allocatedSizeOfDirectory(second, &fresh), shared + own);
-}
-
-TEST(DirectorySizeTest, ConcurrentMeasurementsSharingOneTrackerCountEachFileOnce) {
-  TempDir temp;
+  // Concurrent measurements sharing one tracker.
   std::vector<fs::path> folders;
   for (int i = 0; i < 16; ++i) fs::create_directories(folders.emplace_back(temp / ("folder" + std::to_string(i))));
   for (int file = 0; file < 20; ++file) {
@@ -429,10 +421,10 @@ TEST(DirectorySizeTest, ConcurrentMeasurementsSharingOneTrackerCountEachFileOnce
   }
   const int64_t expected = oracleTotal(folders);
   for (int round = 0; round < 10; ++round) {
-    HardLinkTracker tracker;
+    HardLinkTracker sharedTracker;
     std::atomic<int64_t> total{0};
     ThreadPool::shared().concurrentPerform(folders.size(),
-                                           [&](size_t i) { total.fetch_add(measurePath(folders[i], &tracker)); });
+                                           [&](size_t i) { total.fetch_add(measurePath(folders[i], &sharedTracker)); });
     EXPECT_EQ(total.load(), expected);
   }
 }
