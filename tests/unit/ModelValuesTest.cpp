@@ -174,6 +174,7 @@ TEST_F(XcodeEntries, DeviceSupportLabelsWithAndWithoutDevicesBuildsAndArchitectu
       {"iPhone15,2", OSType::iOS, "17.4", "(21E219)", "arm64e", "iOS 17.4 (21E219) (iPhone 14 Pro)", ""},
       {"iPhone99,9", OSType::watchOS, "10.1.1", std::nullopt, std::nullopt, "watchOS 10.1.1  (iPhone99,9)", ""},
       {std::nullopt, OSType::tvOS, "17.0", std::nullopt, std::nullopt, "tvOS 17.0 ", "tvOS 17.0  Mar 4, 2024"},
+      {std::nullopt, OSType::macOS, "14.4", std::nullopt, std::nullopt, "macOS 14.4 ", ""},
       {std::nullopt, OSType::other, "17.4", "21E219", std::nullopt, " 17.4 21E219", "17.4 21E219 Mar 4, 2024"}};
   for (const auto& [device, type, text, build, architecture, label, tooltip] : cases) {
     DeviceSupportFileEntry entry(device, type, version(text), build ? std::optional(AppleBuild(*build)) : std::nullopt,
