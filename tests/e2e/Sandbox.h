@@ -24,7 +24,7 @@ inline std::string outcome(const ProcessResult& result) {
 
 struct Sandbox {
   Sandbox() {
-    for (const auto& folder : {home, root, tmp, config}) std::filesystem::create_directories(folder);
+    for (const auto& folder : {home, root, tmp, config, state}) std::filesystem::create_directories(folder);
   }
   // Without `fromCommandLine` the launcher's marker is removed, as for a start from the desktop.
   ProcessOptions options(bool fromCommandLine = true, const Environment& extra = {}) const {
@@ -32,6 +32,7 @@ struct Sandbox {
                                           {"TIDEWELL_TEST_ROOT", root.string()},
                                           {"TMPDIR", tmp.string()},
                                           {"XDG_CONFIG_HOME", config.string()},
+                                          {"XDG_STATE_HOME", state.string()},
                                           {"TIDEWELL_FROM_COMMAND_LINE",
                                            fromCommandLine ? std::optional<std::string>("1") : std::nullopt}}};
     for (const auto& [name, value] : extra) result.environment[name] = value;
@@ -55,7 +56,7 @@ struct Sandbox {
 
   TempDir scratch;
   std::filesystem::path home = scratch / "home", root = scratch / "root", tmp = scratch / "tmp",
-                        config = scratch / "config";
+                        config = scratch / "config", state = scratch / "state";
 };
 
 }  // namespace tw::test
