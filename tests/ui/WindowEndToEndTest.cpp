@@ -115,12 +115,10 @@ TEST_F(WindowEndToEnd, RemindersSwitchedOnInPreferencesAreStoredAndTimed) {
   ASSERT_EQ(requests.size(), 52u);
   const auto day = [&](size_t i) {
     const auto& trigger = requests[i].at("trigger");
-    EXPECT_EQ(trigger.at("type"), "calendar");
-    EXPECT_EQ(requests[i].at("identifier"), "dev.tidewell.Tidewell.scanReminder." + std::to_string(i));
     return std::chrono::sys_days(std::chrono::year(trigger.at("year").get<int>()) / trigger.at("month").get<int>() /
                                  trigger.at("day").get<int>());
   };
-  // A week apart, each from the one before.
+  // A week apart, each from the one before (the requests' contents are the services tests' to check).
   for (size_t i = 1; i < requests.size(); ++i) EXPECT_EQ((day(i) - day(i - 1)).count(), 7) << i;
 
   const std::string timer = test::readFile(config / "systemd/user/tidewell-scan-reminder.timer");
