@@ -18,9 +18,7 @@ namespace tw::test {
 using Environment = std::map<std::string, std::optional<std::string>>;
 
 // Exit status and standard output in one string, so that one check compares both.
-inline std::string outcome(const ProcessResult& result) {
-  return std::to_string(result.exitStatus) + " " + result.standardOutput;
-}
+inline std::string outcome(const ProcessResult& r) { return std::to_string(r.exitStatus) + " " + r.standardOutput; }
 
 struct Sandbox {
   Sandbox() {
@@ -39,11 +37,7 @@ struct Sandbox {
     return result;
   }
   // A start from a terminal without the launcher's marker.
-  ProcessOptions terminal() const {
-    ProcessOptions result = options(false);
-    result.terminalInput = true;
-    return result;
-  }
+  ProcessOptions terminal() const { return {options(false).environment, /*terminalInput=*/true}; }
   ProcessResult run(const std::vector<std::string>& arguments, const Environment& extra = {}) const {
     return runProcess(TIDEWELL_EXECUTABLE, arguments, options(true, extra));
   }
