@@ -130,7 +130,6 @@ TEST_F(WindowModel, RolesReadTheEntry) {
   EXPECT_EQ(item.data(Qt::ToolTipRole).toString(), "Sea Lion /Users/dev/Sea Lion.xcodeproj");
   EXPECT_EQ(item.siblingAtColumn(1).data().toString(), "2.5 MB");
   EXPECT_EQ(item.siblingAtColumn(1).data(Qt::TextAlignmentRole).toInt(), int(Qt::AlignRight | Qt::AlignVCenter));
-  EXPECT_TRUE(item.flags() & Qt::ItemIsUserCheckable);
   EXPECT_FALSE(item.data(Qt::DecorationRole).value<QIcon>().isNull());
 
   // An entry with nothing to clean: disabled, box off, no tooltip without the flag.
@@ -171,7 +170,6 @@ TEST(EntryIcons, EveryNameTheScannersUseResolvesToARealImage) {
                                     [](uchar alpha) { return alpha > 0; }))
         << icon.name;
   }
-  EXPECT_TRUE(EntryIcons::icon(std::nullopt).isNull());
   EXPECT_EQ(EntryIcons::themeName("NSFolder"), EntryIcons::themeName("NSImageNameFolder"));
 }
 
