@@ -18,13 +18,11 @@ namespace tw::test {
 using Environment = std::map<std::string, std::optional<std::string>>;
 
 // Exit status and standard output in one string, so that one check compares both.
-inline std::string outcome(const ProcessResult& result) {
-  return std::to_string(result.exitStatus) + " " + result.standardOutput;
-}
+inline std::string outcome(const ProcessResult& r) { return std::to_string(r.exitStatus) + " " + r.standardOutput; }
 
 struct Sandbox {
   Sandbox() {
-    for (const auto& folder : {home, root, tmp, config}) std::filesystem::create_directories(folder);
+    for (const auto& folder : {home, root, tmp, config, state}) std::filesystem::create_directories(folder);
   }
   // Without `fromCommandLine` the launcher's marker is removed, as for a start from the desktop.
   ProcessOptions options(bool fromCommandLine = true, const Environment& extra = {}) const {
@@ -32,17 +30,14 @@ struct Sandbox {
                                           {"TIDEWELL_TEST_ROOT", root.string()},
                                           {"TMPDIR", tmp.string()},
                                           {"XDG_CONFIG_HOME", config.string()},
+                                          {"XDG_STATE_HOME", state.string()},
                                           {"TIDEWELL_FROM_COMMAND_LINE",
                                            fromCommandLine ? std::optional<std::string>("1") : std::nullopt}}};
     for (const auto& [name, value] : extra) result.environment[name] = value;
     return result;
   }
   // A start from a terminal without the launcher's marker.
-  ProcessOptions terminal() const {
-    ProcessOptions result = options(false);
-    result.terminalInput = true;
-    return result;
-  }
+  ProcessOptions terminal() const { return {options(false).environment, /*terminalInput=*/true}; }
   ProcessResult run(const std::vector<std::string>& arguments, const Environment& extra = {}) const {
     return runProcess(TIDEWELL_EXECUTABLE, arguments, options(true, extra));
   }
@@ -55,7 +50,7 @@ struct Sandbox {
 
   TempDir scratch;
   std::filesystem::path home = scratch / "home", root = scratch / "root", tmp = scratch / "tmp",
-                        config = scratch / "config";
+                        config = scratch / "config", state = scratch / "state";
 };
 
 }  // namespace tw::test
