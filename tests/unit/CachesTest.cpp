@@ -50,8 +50,7 @@ class CatalogueHome : public ::testing::Test {
 };
 using ExpandPattern = CatalogueHome;
 
-// Literal components follow links; a star, the first in its component only, matches the names
-// of one folder level (files too) by prefix and suffix, in name order.
+// Literal components follow links; a component's first star matches names (files too) by prefix and suffix.
 TEST_F(ExpandPattern, MatchesOnlyWhatExistsWithOneWildcardPerComponentInNameOrder) {
   makeFolders({"~/.npm", "~/elsewhere/registry", "~/.cargo"});
   EXPECT_EQ(expandPattern("~/.npm"), Paths{home / ".npm"});
@@ -149,23 +148,14 @@ TEST_F(MakeEntries, OneMatchHoldsThePathSeveralMatchesOneChildEachInPatternOrder
   EXPECT_EQ(bazel.size().bytesOrZero(), sum);
 }
 
-TEST_F(MakeEntries, DropsEntriesBelowOneMebibyte) {
-  CleanupEntry entry("x", "");
-  for (auto [size, large] : {std::pair{CleanupEntry::Size::value(1'048'575), false},
-                             {CleanupEntry::Size::value(1'048'576), true},
-                             {CleanupEntry::Size::unknown(), false}}) {
+TEST(CacheEntrySize, LargeEnoughFromOneMebibyteWhenKnown) {
+  using Size = CleanupEntry::Size;
+  for (auto [size, large] :
+       {std::pair{Size::value(1'048'575), false}, {Size::value(1'048'576), true}, {Size::unknown(), false}}) {
+    CleanupEntry entry("x", "");
     entry.setSize(size);
     EXPECT_EQ(DevCaches::isLargeEnough(entry), large);
   }
-
-  fs::path probe = fixture.file("~/probe/data.bin", kMiB);
-  if (allocatedBytes(probe) != static_cast<int64_t>(kMiB)) GTEST_SKIP() << "1 MiB of data is not 1 MiB here";
-  fs::remove_all(probe.parent_path());
-  fixture.file("~/Library/Caches/CocoaPods/data.bin", kMiB);
-  fixture.file("~/Library/Caches/org.swift.swiftpm/data.bin", kMiB - static_cast<size_t>(blockSize(home)));
-  auto entries = DevCaches::makeEntries(DevCaches::packageManagers());
-  ASSERT_EQ(labelsOf(entries), Labels{"CocoaPods"});
-  EXPECT_EQ(entries[0]->size(), CleanupEntry::Size::value(1'048'576));
 }
 
 TEST_F(MakeEntries, OneGroupStaysFlatTwoGroupsAreGroupedBySummedSize) {
@@ -291,53 +281,35 @@ TEST_F(ProjectBuildsScannerTest, CoveredFoldersAndFoldersReachableTwiceAreReport
       (std::map<Kind, Labels>{{Kind::derivedData, {"code/a/DerivedData"}}, {Kind::rustTarget, {"code/a/target"}}}));
 }
 
-// The order a plain sequential depth-first walk finds folders in, written independently of the
-// scanner with std::filesystem for a tree without links, packages, hidden or deep folders.
-ProjectBuildsScanner::FoundFolders sequentialOrder(const fs::path& home) {
-  ProjectBuildsScanner::FoundFolders result;
-  std::set<fs::path> reported;
-  auto report = [&](Kind kind, const fs::path& path) {
-    if (reported.insert(path).second) result[kind].push_back(path);
-  };
-  for (std::vector<fs::path> stack{home}; !stack.empty();) {
-    const fs::path folder = stack.back();
-    stack.pop_back();
-    std::vector<fs::directory_entry> listed{fs::directory_iterator(folder), fs::directory_iterator()};
-    std::set<std::string> names, notToEnter{"node_modules", "Pods"};
-    for (auto& entry : listed) names.insert(entry.path().filename().string());
-    auto has = [&](auto marker) { return names.count(std::string(marker)) > 0; };
-    for (const auto& rule : ProjectBuildsScanner::rules()) {
-      if (!std::any_of(rule.markers.begin(), rule.markers.end(), has) ||
-          !std::all_of(rule.requiredMarkers.begin(), rule.requiredMarkers.end(), has))
-        continue;
-      for (std::string_view cacheDir : rule.cacheDirs) {
-        if (fs::is_directory(folder / cacheDir)) report(rule.kind, folder / cacheDir);
-        notToEnter.emplace(cacheDir.substr(0, cacheDir.find('/')));
-      }
-    }
-    for (auto& entry : listed) {
-      if (!entry.is_directory() || notToEnter.count(entry.path().filename())) continue;
-      entry.path().filename() == "DerivedData" ? report(Kind::derivedData, entry.path())
-                                               : stack.push_back(entry.path());
-    }
-  }
-  return result;
-}
-
+// Many projects in a wide and deep tree, so the pool really interleaves the listings; one cache
+// folder each, so a plain depth-first walk that pops the last pushed folder first gives the order.
 TEST_F(ProjectBuildsScannerTest, ParallelWalkFindsFoldersInSequentialOrder) {
-  // Many projects in a wide and deep tree, so the pool really interleaves the listings.
-  const char* markers[] = {"Cargo.toml", "package.json", "CMakeLists.txt", "Podfile", "pyproject.toml"};
-  const char* caches[] = {"target/x", "node_modules/x", "build/x", "Pods/x", ".venv/x"};
+  const char* markers[] = {"Cargo.toml", "package.json", "CMakeLists.txt", "Podfile", "pyproject.toml", "package.json",
+                           "x"};
+  const char* caches[] = {"target", "node_modules", "build", "Pods", ".venv", ".turbo", "DerivedData"};
+  const Kind kinds[] = {Kind::rustTarget, Kind::nodeModules,     Kind::cmakeBuild, Kind::cocoapods,
+                        Kind::pythonVenv, Kind::webBundlerCache, Kind::derivedData};
+  std::map<fs::path, Kind> cacheKinds;
   for (int group = 0; group < 12; ++group) {
     for (int index = 0; index < 10; ++index) {
       const std::string path =
           "g" + std::to_string(group) + "/sub" + std::to_string(index % 3) + "/p" + std::to_string(index) + "/";
-      project(path + markers[(group + index) % 5], {caches[(group + index) % 5]});
-      if (index % 4 == 0) fs::create_directories(home / path / "nested/DerivedData");
-      if (index % 3 == 0) project(path + "package.json", {".turbo"});
+      const int type = (group + index) % 7;
+      project(path + markers[type], {caches[type]});
+      cacheKinds[home / path / caches[type]] = kinds[type];
     }
   }
-  const auto expected = sequentialOrder(home);
+  ProjectBuildsScanner::FoundFolders expected;
+  for (std::vector<fs::path> stack{home}; !stack.empty();) {
+    const fs::path folder = stack.back();
+    stack.pop_back();
+    for (const auto& entry : fs::directory_iterator(folder)) {
+      if (auto cache = cacheKinds.find(entry.path()); cache != cacheKinds.end())
+        expected[cache->second].push_back(entry.path());
+      else if (entry.is_directory())
+        stack.push_back(entry.path());
+    }
+  }
   ASSERT_EQ(expected.size(), 7u) << "every kind of the tree is found";
   for (int run = 0; run < 3; ++run) EXPECT_EQ(ProjectBuildsScanner::findFolders({home}, {}, {}), expected);
 }

@@ -1,12 +1,10 @@
-// Thread rules: a worker scan leaves the shown tree to its owner, a stopped scan or deletion ends cleanly,
-// and the pool runs nested and failing work to the end.
+// A worker scan leaves the shown tree to its owner, a stop ends cleanly, the pool runs nested and failing work.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <deque>
 #include <mutex>
 #include <set>
-#include <stdexcept>
 #include <thread>
 
 #include "clean/DeletionEngine.h"
@@ -115,10 +113,9 @@ TEST_F(ScanThreads, AScanOnAWorkerLeavesTheShownTreeToItsOwner) {
   EXPECT_EQ(delegate->events.front(), "started");
   EXPECT_EQ(devFiles->state(), DevFiles::State::scanComplete);
   // Same result as in place: every size, item and selection.
-  for (Location location : DevFiles::allLocations()) {
+  for (Location location : DevFiles::allLocations())
     EXPECT_EQ(devFiles->entry(location)->description(0), inPlace->entry(location)->description(0))
         << DevFiles::commandLineName(location);
-  }
   EXPECT_EQ(devFiles->appleGroupEntry()->size(), inPlace->appleGroupEntry()->size());
   EXPECT_EQ(devFiles->appleGroupEntry()->selection(), inPlace->appleGroupEntry()->selection());
   EXPECT_GT(devFiles->totalSize(), 0);
@@ -180,9 +177,8 @@ TEST_F(ScanThreads, AStoppedDeletionFinishesTheUnitAtHandAndReportsTheEnd) {
 
   deleteSelected(*devFiles, false, delegate->stop.get_token());
   EXPECT_THAT(delegate->events, ElementsAre("started", "deleting 1", "deleting 2", "finished"));
-  for (size_t index = 0; index < units.size(); ++index) {
+  for (size_t index = 0; index < units.size(); ++index)
     EXPECT_EQ(fs::exists(*units[index].url), index >= 2) << *units[index].url;
-  }
 }
 
 TEST(ThreadPoolTest, ConcurrentPerformRunsEveryIterationOnceOnWorkersAndTheCaller) {
@@ -219,22 +215,19 @@ TEST(ThreadPoolTest, NestedUseOnASingleWorkerCompletes) {
   EXPECT_EQ(leaves.load(), 4 * 5 * 6);
 }
 
+void failIf(bool fail) {
+  if (fail) throw std::runtime_error("failed");
+}
+
 TEST(ThreadPoolTest, ErrorsReachTheCallerAfterEveryTaskRanAndThePoolKeepsWorking) {
   ThreadPool pool(2);
-  EXPECT_THROW(pool.concurrentPerform(4,
-                                      [&](size_t outer) {
-                                        pool.concurrentPerform(4, [&](size_t inner) {
-                                          if (outer == 2 && inner == 1) throw std::logic_error("deep failure");
-                                        });
-                                      }),
-               std::logic_error);
+  EXPECT_THROW(
+      pool.concurrentPerform(
+          4, [&](size_t outer) { pool.concurrentPerform(4, [&](size_t inner) { failIf(outer == 2 && inner == 1); }); }),
+      std::runtime_error);
   ThreadPool::TaskGroup group(pool);
   std::atomic<int> ran{0};
-  for (int i = 0; i < 200; ++i) {
-    group.run([&ran, i] {
-      if (ran.fetch_add(1), i % 50 == 0) throw std::runtime_error("task failed");
-    });
-  }
+  for (int i = 0; i < 200; ++i) group.run([&ran, i] { failIf(++ran && i % 50 == 0); });
   EXPECT_THROW(group.wait(), std::runtime_error);
   EXPECT_EQ(ran.load(), 200);
   group.run([&ran] { ran.fetch_add(1); });  // the error was reported once; the group is clean again
@@ -247,11 +240,10 @@ TEST(ThreadPoolTest, TasksThatAddTasksAndOutsideCallersShareOnePool) {
   ThreadPool pool(3);
   std::atomic<int> visited{0}, total{0};
   std::vector<std::thread> callers;
-  for (int caller = 0; caller < 4; ++caller) {
+  for (int caller = 0; caller < 4; ++caller)
     callers.emplace_back([&] {
       for (int round = 0; round < 50; ++round) pool.concurrentPerform(20, [&](size_t) { total.fetch_add(1); });
     });
-  }
   ThreadPool::TaskGroup group(pool);
   std::function<void(int)> visit = [&](int depth) {
     visited.fetch_add(1);
