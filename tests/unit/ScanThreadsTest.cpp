@@ -71,13 +71,16 @@ class ScanThreads : public ::testing::Test {
   std::shared_ptr<DevFiles> create(DevFiles::Executor executor = nullptr) {
     return DevFiles::create(home.developerFolder, std::nullopt, std::nullopt, std::move(executor)).value_or(nullptr);
   }
-  std::shared_ptr<DevFiles> createQueued(Tasks& tasks, std::mutex& mutex) {
-    return create([&](std::function<void()> task) {
+  // Posts to `tasks`, which the test runs as a window's event loop would.
+  std::shared_ptr<DevFiles> createQueued() {
+    return create([this](std::function<void()> task) {
       std::lock_guard lock(mutex);
       tasks.push_back(std::move(task));
     });
   }
 
+  std::mutex mutex;
+  Tasks tasks;
   test::TempDir temp;
   ScopedHost host{test::hostWithRoot(temp.path())};
   test::FixtureHome home;
@@ -88,11 +91,8 @@ TEST_F(ScanThreads, AScanOnAWorkerLeavesTheShownTreeToItsOwner) {
   auto inPlace = create();  // the reference: the same home scanned in place
   inPlace->scan({DevFiles::allLocations().begin(), DevFiles::allLocations().end()});
 
-  // A second thread stands in for a window's event loop: it runs the posted tasks and, in
-  // between, keeps reading the whole tree.
-  std::mutex mutex;
-  Tasks tasks;
-  auto devFiles = createQueued(tasks, mutex);
+  // A second thread stands in for a window's event loop: it runs posted tasks and reads the tree in between.
+  auto devFiles = createQueued();
   devFiles->setScanDelegate(delegate);
   int reads = 0;
   std::thread owner([&] {
@@ -135,17 +135,14 @@ TEST_F(ScanThreads, AStoppedScanPostsNothingMoreAndShowsOnlyFinishedLocations) {
   EXPECT_THAT(devFiles->entry(Location::projectBuilds)->items(), IsEmpty());
   EXPECT_TRUE(devFiles->entry(Location::projectBuilds)->size().isUnknown());
 
-  // Stopped after the worker finished but before the owner ran the tasks (a window closed
-  // with a scan's results still queued): the tree stays as it was.
-  std::mutex mutex;
-  Tasks queued;
-  auto queuedDriver = createQueued(queued, mutex);
+  // Stopped with the results still queued (a window closed mid-scan): the tree stays as it was.
+  auto queuedDriver = createQueued();
   auto quiet = std::make_shared<RecordingDelegate>();
   queuedDriver->setScanDelegate(quiet);
   std::stop_source late;
   queuedDriver->scan({Location::derivedData}, late.get_token());
   late.request_stop();
-  for (auto& task : queued) task();
+  for (auto& task : tasks) task();
   EXPECT_THAT(quiet->events, IsEmpty());
   EXPECT_THAT(queuedDriver->entry(Location::derivedData)->items(), IsEmpty());
   EXPECT_EQ(queuedDriver->state(), DevFiles::State::initial);
