@@ -151,8 +151,7 @@ TEST(CloudSyncFolder, ShowsItsSizeButIsNeverCountedTickedOrDeleted) {
   const fs::path folder = temp / "CloudStorage/Dropbox";
   writeFileOfSize(folder / "Photos/a.jpg", 3 * kMiB);
   writeFileOfSize(temp / "cache/c.bin", kMiB);
-  auto cloud = std::make_shared<CloudSyncFolderEntry>("Dropbox", folder, "  ~/Dropbox\n\nnote \n");
-  EXPECT_EQ(cloud->tooltipText(), "~/Dropbox\n\nnote");
+  auto cloud = std::make_shared<CloudSyncFolderEntry>("Dropbox", folder, "~/Dropbox");
   EXPECT_FALSE(cloud->hasPaths());
   auto cache = std::make_shared<CleanupEntry>("Dropbox cache", "");
   cache->addPath(temp / "cache");
