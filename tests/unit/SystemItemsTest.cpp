@@ -107,7 +107,6 @@ TEST_F(SystemScan, DeviceBackupsAreNamedFromTheirInfo) {
 TEST_F(SystemScan, TrashUpdatesAndAllSourcesInTheirFixedOrderWithLargeUserLogs) {
   EXPECT_TRUE(scanSystemItems().empty()) << "nothing on a fresh machine";
   // The Trash from 1 MiB, with its visible top-level items.
-  EXPECT_FALSE(SystemItems::trash()) << "no Trash at all";
   fixture.file("~/.Trash/movie.mov", 900 * kKiB);
   EXPECT_FALSE(SystemItems::trash()) << "below 1 MiB";
   for (const char* file : {"~/.Trash/movie.mov", "~/.Trash/Old Project/build/a.o"}) fixture.file(file, kMiB);
