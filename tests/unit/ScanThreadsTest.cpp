@@ -28,14 +28,14 @@ using ::testing::IsEmpty;
 using Tasks = std::deque<std::function<void()>>;
 
 struct RecordingDelegate : DevFilesScanDelegate, DevFilesDeleteDelegate {
-  std::function<void(Location)> onLocation;
-  std::stop_source stop;  // requested when the deletion reaches its third unit
+  std::optional<Location> stopAfter;
+  std::stop_source stop;  // requested after the location stopAfter, and when the deletion reaches its third unit
   std::vector<std::string> events;
   std::atomic<bool> finished = false;
   void scanStarted(DevFiles&) override { events.emplace_back("started"); }
   void locationScanned(DevFiles&, Location location) override {
     events.emplace_back(DevFiles::commandLineName(location));
-    if (onLocation) onLocation(location);
+    if (location == stopAfter) stop.request_stop();
   }
   void scanFinished(DevFiles&) override { events.emplace_back("finished"), finished = true; }
   void deleteStarted(DevFiles&) override { events.emplace_back("started"); }
@@ -123,13 +123,10 @@ TEST_F(ScanThreads, AScanOnAWorkerLeavesTheShownTreeToItsOwner) {
 
 TEST_F(ScanThreads, AStoppedScanPostsNothingMoreAndShowsOnlyFinishedLocations) {
   // Stopped between two locations (the command line's inline delivery).
-  std::stop_source stop;
   auto devFiles = create();
-  delegate->onLocation = [&](Location location) {
-    if (location == Location::derivedData) stop.request_stop();
-  };
+  delegate->stopAfter = Location::derivedData;
   devFiles->setScanDelegate(delegate);
-  devFiles->scan({Location::archives, Location::derivedData, Location::projectBuilds}, stop.get_token());
+  devFiles->scan({Location::archives, Location::derivedData, Location::projectBuilds}, delegate->stop.get_token());
   EXPECT_THAT(delegate->events, ElementsAre("started", "archives", "derived-data"));
   EXPECT_FALSE(devFiles->entry(Location::derivedData)->items().empty());
   EXPECT_THAT(devFiles->entry(Location::projectBuilds)->items(), IsEmpty());
@@ -190,10 +187,9 @@ TEST(ThreadPoolTest, ConcurrentPerformRunsEveryIterationOnceOnWorkersAndTheCalle
   std::set<std::thread::id> threads;
   std::atomic<int> arrived{0};
   pool.concurrentPerform(3, [&](size_t) {
-    {
-      std::lock_guard lock(mutex);
-      threads.insert(std::this_thread::get_id());
-    }
+    std::unique_lock lock(mutex);
+    threads.insert(std::this_thread::get_id());
+    lock.unlock();
     for (arrived.fetch_add(1); arrived.load() < 3;) std::this_thread::yield();
   });
   EXPECT_EQ(threads.size(), 3u);
