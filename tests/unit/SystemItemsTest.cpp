@@ -29,38 +29,30 @@ class SystemScan : public ::testing::Test {
   }
 };
 
-// The stamp goes back to "tmutil deletelocalsnapshots": "/" there deletes every snapshot.
-TEST(LocalSnapshotListing, TakesTheDatesOfSnapshotLinesOnlyAndRejectsOtherStamps) {
-  EXPECT_EQ(
-      SystemItems::parseLocalSnapshots("Snapshots for disk /:\n  com.apple.TimeMachine.2024-03-04-094100.local\n"
-                                       "\n\tcom.apple.TimeMachine.2024-03-05-101500.local \t\n"
-                                       "com.apple.os.update-ABCDEF\nno com.apple.TimeMachine.2024-01-01-000000.local\n"
-                                       "com.apple.TimeMachine.2024-03-06-080000.local"),
-      (Labels{"2024-03-04-094100", "2024-03-05-101500", "2024-03-06-080000"}));
-  EXPECT_TRUE(SystemItems::parseLocalSnapshots("\n\n  \n").empty());
-  LogCapture log;
-  EXPECT_EQ(SystemItems::parseLocalSnapshots(
-                "com.apple.TimeMachine./.local\ncom.apple.TimeMachine.--help.local\ncom.apple.TimeMachine..local\n"
-                "com.apple.TimeMachine.2024-03-04-094100\ncom.apple.TimeMachine.2024-03-04-094100.local.local\n"
-                "com.apple.TimeMachine.2024-3-04-0941000.local\ncom.apple.TimeMachine.2024-03-04-09410a.local\n"
-                "com.apple.TimeMachine.2024-03-04-094100.local\n"),
-            Labels{"2024-03-04-094100"});
-  EXPECT_EQ(log.lines().size(), 7u) << "each rejected name is logged";
-}
-
 TEST_F(SystemScan, SnapshotsListedByTmutilFormOneGroupOfSizelessItemsThatTmutilDeletes) {
   EXPECT_FALSE(SystemItems::timeMachineSnapshots()) << "no tmutil";
   standInTmutil("com.apple.TimeMachine.2024-03-04-094100.local\n", 1);
   EXPECT_FALSE(SystemItems::timeMachineSnapshots()) << "tmutil failed";
-  standInTmutil("Snapshots for disk /:\n", 0);
+  standInTmutil("Snapshots for disk /:\n\n  \n", 0);
   EXPECT_FALSE(SystemItems::timeMachineSnapshots()) << "no snapshots";
 
+  // Only well-formed stamps of snapshot lines count: "/" as a stamp would delete every snapshot.
   fs::remove(calls);
-  standInTmutil("com.apple.TimeMachine.2024-03-04-094100.local\ncom.apple.TimeMachine.2024-03-05-101500.local\n", 0);
+  LogCapture log;
+  standInTmutil(
+      "Snapshots for disk /:\n  com.apple.TimeMachine.2024-03-04-094100.local\n\n"
+      "\tcom.apple.TimeMachine.2024-03-05-101500.local \t\ncom.apple.os.update-ABCDEF\n"
+      "no com.apple.TimeMachine.2024-01-01-000000.local\ncom.apple.TimeMachine./.local\n"
+      "com.apple.TimeMachine.--help.local\ncom.apple.TimeMachine..local\ncom.apple.TimeMachine.2024-03-04-094100\n"
+      "com.apple.TimeMachine.2024-03-04-094100.local.local\ncom.apple.TimeMachine.2024-3-04-0941000.local\n"
+      "com.apple.TimeMachine.2024-03-04-09410a.local\ncom.apple.TimeMachine.2024-03-06-080000.local",
+      0);
   CleanupEntryPtr group = SystemItems::timeMachineSnapshots();
   ASSERT_TRUE(group);
   EXPECT_EQ(readFile(calls), "listlocalsnapshots|/|");
-  ASSERT_EQ(labelsOf(group->items()), (Labels{"Snapshot 2024-03-04-094100", "Snapshot 2024-03-05-101500"}));
+  ASSERT_EQ(labelsOf(group->items()),
+            (Labels{"Snapshot 2024-03-04-094100", "Snapshot 2024-03-05-101500", "Snapshot 2024-03-06-080000"}));
+  EXPECT_EQ(log.lines().size(), 7u) << "each rejected name is logged";
   EXPECT_EQ(group->calculateSize(), CleanupEntry::Size::value(0));
   EXPECT_TRUE(group->items()[0]->size().isUnknown() && group->items()[0]->paths().empty());
   // Ticked, it stays ticked when the tree recomputes selections: it is not empty.
