@@ -137,31 +137,6 @@ TEST_F(SystemScan, TrashUpdatesAndAllSourcesInTheirFixedOrderWithLargeUserLogs) 
             "Logs at " + fixture.at("~/Library/Logs/big.log").string() + ". Recreated by the app that writes them.");
 }
 
-TEST(CloudSyncFolder, ShowsItsSizeButIsNeverCountedTickedOrDeleted) {
-  TempDir temp;
-  const fs::path folder = temp / "CloudStorage/Dropbox";
-  writeFileOfSize(folder / "Photos/a.jpg", 3 * kMiB);
-  writeFileOfSize(temp / "cache/c.bin", kMiB);
-  auto cloud = std::make_shared<CloudSyncFolderEntry>("Dropbox", folder, "~/Dropbox");
-  EXPECT_FALSE(cloud->hasPaths());
-  auto cache = std::make_shared<CleanupEntry>("Dropbox cache", "");
-  cache->addPath(temp / "cache");
-  auto location = std::make_shared<CleanupEntry>("Cloud Storage", "");
-  location->addItems({cache, cloud});
-  const auto total = location->updateSize();
-  EXPECT_EQ(total, cache->size()) << "the synced folder adds nothing to its location";
-  EXPECT_GE(cloud->size().bytesOrZero(), static_cast<int64_t>(3 * kMiB));
-  location->select();
-  EXPECT_EQ(cloud->selection(), CleanupEntry::Selection::off) << "cannot be ticked";
-  EXPECT_EQ(location->selectedSize(), cache->size().bytesOrZero());
-  cloud->deleteItem(folder);
-  EXPECT_TRUE(fs::exists(folder / "Photos/a.jpg"));
-  CloudSyncFolderEntry missing("Box", temp / "nowhere", "Box");
-  HardLinkTracker tracker;
-  EXPECT_EQ(missing.calculateSize(tracker), std::nullopt);
-  EXPECT_TRUE(missing.size().isUnknown());
-}
-
 TEST(CloudDisplayName, NamesTheProviderAndTheAccount) {
   Labels shown;  // prefixes are case-sensitive
   for (const char* folder : {"GoogleDrive-ann@example.com", "OneDrive - Contoso Ltd", "Dropbox (Personal)", "Box-Box",
@@ -198,6 +173,20 @@ TEST_F(SystemScan, CloudFoldersFindsEachSyncedFolderOnceLargestFirst) {
   EXPECT_TRUE(entries[2]->tooltipText().starts_with((elsewhere / "Dropbox (Team)").string() + "\n\n"));
   EXPECT_EQ(entries[3]->size(), CleanupEntry::Size::value(0)) << "no size threshold for synced folders";
   EXPECT_TRUE(entries[3]->tooltipText().starts_with("~/Library/Mobile Documents/com~apple~CloudDocs\n\nSynced cloud"));
+  // Shown with its size, but never ticked, deleted or counted in its location.
+  EXPECT_FALSE(dropbox->hasPaths());
+  auto location = std::make_shared<CleanupEntry>("Cloud Storage", "");
+  location->addItems({entries[1]});
+  location->updateSize();
+  location->select();
+  EXPECT_EQ(dropbox->selection(), CleanupEntry::Selection::off);
+  EXPECT_EQ(location->size().bytesOrZero() + location->selectedSize(), 0);
+  dropbox->deleteItem(dropbox->folderUrl());
+  EXPECT_TRUE(fs::exists(fixture.at("~/Library/CloudStorage/Dropbox/Photos/a.jpg")));
+  CloudSyncFolderEntry missing("Box", fixture.at("~/nowhere"), "Box");
+  HardLinkTracker tracker;
+  missing.calculateSize(tracker);
+  EXPECT_TRUE(missing.size().isUnknown()) << "an unreadable synced folder keeps an unknown size";
 }
 
 }  // namespace
