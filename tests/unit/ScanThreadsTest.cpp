@@ -121,7 +121,7 @@ TEST_F(ScanThreads, AScanOnAWorkerLeavesTheShownTreeToItsOwner) {
   EXPECT_GT(devFiles->totalSize(), 0);
 }
 
-TEST_F(ScanThreads, AStoppedScanPostsNothingMoreAndShowsOnlyFinishedLocations) {
+TEST_F(ScanThreads, AStoppedScanPostsNothingMoreShowsOnlyFinishedLocationsAndItsDeepLoopsGiveUp) {
   // Stopped between two locations (the command line's inline delivery).
   auto devFiles = create();
   delegate->stopAfter = Location::derivedData;
@@ -143,15 +143,12 @@ TEST_F(ScanThreads, AStoppedScanPostsNothingMoreAndShowsOnlyFinishedLocations) {
   EXPECT_THAT(quiet->events, IsEmpty());
   EXPECT_THAT(queuedDriver->entry(Location::derivedData)->items(), IsEmpty());
   EXPECT_EQ(queuedDriver->state(), DevFiles::State::initial);
-}
 
-TEST_F(ScanThreads, DeepLoopsOfAStoppedJobGiveUp) {
-  std::stop_source stop;
-  stop.request_stop();
+  // Deep loops of a stopped job give up.
   ASSERT_GT(measurePath(home.developerFolder, nullptr), 0);
   ASSERT_FALSE(scanProjectBuilds({}).empty());
 
-  CancellationScope scope(stop.get_token());
+  CancellationScope scope(late.get_token());
   EXPECT_EQ(measurePath(home.developerFolder, nullptr), 0);
   EXPECT_THAT(scanProjectBuilds({}), IsEmpty());
   EXPECT_THAT(DevCaches::expandPattern("~/Library/Developer/Xcode/*"), IsEmpty());
