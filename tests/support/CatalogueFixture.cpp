@@ -6,7 +6,6 @@
 #include <sys/ioctl.h>
 #endif
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <stdexcept>
@@ -60,23 +59,9 @@ int64_t allocatedBytes(const std::filesystem::path& file) {
   return ::lstat(file.c_str(), &info) == 0 ? static_cast<int64_t>(info.st_blocks) * 512 : -1;
 }
 
-int64_t blockSize(const std::filesystem::path& folder) {
-  struct statvfs info {};
-  return ::statvfs(folder.c_str(), &info) == 0 ? static_cast<int64_t>(info.f_bsize) : 4096;
-}
-
 RemovalBlocker::RemovalBlocker(std::filesystem::path folder)
     : folder_(std::move(folder)), usesImmutableFlag_(::geteuid() == 0) {
   active_ = usesImmutableFlag_ ? setImmutable(folder_, true) : ::chmod(folder_.c_str(), 0555) == 0;
-}
-
-std::string RemovalBlocker::liftCommand() const {
-#if defined(__linux__)
-  const char* clearFlag = "chattr -i ";
-#else
-  const char* clearFlag = "chflags nouchg ";
-#endif
-  return (usesImmutableFlag_ ? clearFlag : "chmod u+w ") + shellQuoted(folder_.string());
 }
 
 void RemovalBlocker::lift() {

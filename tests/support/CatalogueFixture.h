@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
-#include <string>
 #include <string_view>
 
 #include "platform/Host.h"
@@ -34,8 +33,6 @@ class CatalogueFixture {
 
 // Bytes the file system allocated for one file (st_blocks of 512 bytes).
 int64_t allocatedBytes(const std::filesystem::path& file);
-// Size of one file-system block at `folder`, the step in which allocations grow.
-int64_t blockSize(const std::filesystem::path& folder);
 
 // Makes removal below `folder` fail, even for root (immutable flag, else no write permission).
 class RemovalBlocker {
@@ -46,7 +43,6 @@ class RemovalBlocker {
   RemovalBlocker& operator=(const RemovalBlocker&) = delete;
 
   bool active() const { return active_; }  // false when this system cannot block removal for this user
-  std::string liftCommand() const;         // a shell command that lifts the block, as an administrator could
   void lift();
 
  private:

@@ -1,12 +1,10 @@
-// Thread rules: a worker scan leaves the shown tree to its owner, a stopped scan or deletion ends cleanly,
-// and the pool runs nested and failing work to the end.
+// A worker scan leaves the shown tree to its owner, a stop ends cleanly, the pool runs nested and failing work.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <deque>
 #include <mutex>
 #include <set>
-#include <stdexcept>
 #include <thread>
 
 #include "clean/DeletionEngine.h"
@@ -30,14 +28,14 @@ using ::testing::IsEmpty;
 using Tasks = std::deque<std::function<void()>>;
 
 struct RecordingDelegate : DevFilesScanDelegate, DevFilesDeleteDelegate {
-  std::function<void(Location)> onLocation;
-  std::stop_source stop;  // requested when the deletion reaches its third unit
+  std::optional<Location> stopAfter;
+  std::stop_source stop;  // requested after the location stopAfter, and when the deletion reaches its third unit
   std::vector<std::string> events;
   std::atomic<bool> finished = false;
   void scanStarted(DevFiles&) override { events.emplace_back("started"); }
   void locationScanned(DevFiles&, Location location) override {
     events.emplace_back(DevFiles::commandLineName(location));
-    if (onLocation) onLocation(location);
+    if (location == stopAfter) stop.request_stop();
   }
   void scanFinished(DevFiles&) override { events.emplace_back("finished"), finished = true; }
   void deleteStarted(DevFiles&) override { events.emplace_back("started"); }
@@ -73,13 +71,16 @@ class ScanThreads : public ::testing::Test {
   std::shared_ptr<DevFiles> create(DevFiles::Executor executor = nullptr) {
     return DevFiles::create(home.developerFolder, std::nullopt, std::nullopt, std::move(executor)).value_or(nullptr);
   }
-  std::shared_ptr<DevFiles> createQueued(Tasks& tasks, std::mutex& mutex) {
-    return create([&](std::function<void()> task) {
+  // Posts to `tasks`, which the test runs as a window's event loop would.
+  std::shared_ptr<DevFiles> createQueued() {
+    return create([this](std::function<void()> task) {
       std::lock_guard lock(mutex);
       tasks.push_back(std::move(task));
     });
   }
 
+  std::mutex mutex;
+  Tasks tasks;
   test::TempDir temp;
   ScopedHost host{test::hostWithRoot(temp.path())};
   test::FixtureHome home;
@@ -90,11 +91,8 @@ TEST_F(ScanThreads, AScanOnAWorkerLeavesTheShownTreeToItsOwner) {
   auto inPlace = create();  // the reference: the same home scanned in place
   inPlace->scan({DevFiles::allLocations().begin(), DevFiles::allLocations().end()});
 
-  // A second thread stands in for a window's event loop: it runs the posted tasks and, in
-  // between, keeps reading the whole tree.
-  std::mutex mutex;
-  Tasks tasks;
-  auto devFiles = createQueued(tasks, mutex);
+  // A second thread stands in for a window's event loop: it runs posted tasks and reads the tree in between.
+  auto devFiles = createQueued();
   devFiles->setScanDelegate(delegate);
   int reads = 0;
   std::thread owner([&] {
@@ -115,52 +113,42 @@ TEST_F(ScanThreads, AScanOnAWorkerLeavesTheShownTreeToItsOwner) {
   EXPECT_EQ(delegate->events.front(), "started");
   EXPECT_EQ(devFiles->state(), DevFiles::State::scanComplete);
   // Same result as in place: every size, item and selection.
-  for (Location location : DevFiles::allLocations()) {
+  for (Location location : DevFiles::allLocations())
     EXPECT_EQ(devFiles->entry(location)->description(0), inPlace->entry(location)->description(0))
         << DevFiles::commandLineName(location);
-  }
   EXPECT_EQ(devFiles->appleGroupEntry()->size(), inPlace->appleGroupEntry()->size());
   EXPECT_EQ(devFiles->appleGroupEntry()->selection(), inPlace->appleGroupEntry()->selection());
   EXPECT_GT(devFiles->totalSize(), 0);
 }
 
-TEST_F(ScanThreads, AStoppedScanPostsNothingMoreAndShowsOnlyFinishedLocations) {
+TEST_F(ScanThreads, AStoppedScanPostsNothingMoreShowsOnlyFinishedLocationsAndItsDeepLoopsGiveUp) {
   // Stopped between two locations (the command line's inline delivery).
-  std::stop_source stop;
   auto devFiles = create();
-  delegate->onLocation = [&](Location location) {
-    if (location == Location::derivedData) stop.request_stop();
-  };
+  delegate->stopAfter = Location::derivedData;
   devFiles->setScanDelegate(delegate);
-  devFiles->scan({Location::archives, Location::derivedData, Location::projectBuilds}, stop.get_token());
+  devFiles->scan({Location::archives, Location::derivedData, Location::projectBuilds}, delegate->stop.get_token());
   EXPECT_THAT(delegate->events, ElementsAre("started", "archives", "derived-data"));
   EXPECT_FALSE(devFiles->entry(Location::derivedData)->items().empty());
   EXPECT_THAT(devFiles->entry(Location::projectBuilds)->items(), IsEmpty());
   EXPECT_TRUE(devFiles->entry(Location::projectBuilds)->size().isUnknown());
 
-  // Stopped after the worker finished but before the owner ran the tasks (a window closed
-  // with a scan's results still queued): the tree stays as it was.
-  std::mutex mutex;
-  Tasks queued;
-  auto queuedDriver = createQueued(queued, mutex);
+  // Stopped with the results still queued (a window closed mid-scan): the tree stays as it was.
+  auto queuedDriver = createQueued();
   auto quiet = std::make_shared<RecordingDelegate>();
   queuedDriver->setScanDelegate(quiet);
   std::stop_source late;
   queuedDriver->scan({Location::derivedData}, late.get_token());
   late.request_stop();
-  for (auto& task : queued) task();
+  for (auto& task : tasks) task();
   EXPECT_THAT(quiet->events, IsEmpty());
   EXPECT_THAT(queuedDriver->entry(Location::derivedData)->items(), IsEmpty());
   EXPECT_EQ(queuedDriver->state(), DevFiles::State::initial);
-}
 
-TEST_F(ScanThreads, DeepLoopsOfAStoppedJobGiveUp) {
-  std::stop_source stop;
-  stop.request_stop();
+  // Deep loops of a stopped job give up.
   ASSERT_GT(measurePath(home.developerFolder, nullptr), 0);
   ASSERT_FALSE(scanProjectBuilds({}).empty());
 
-  CancellationScope scope(stop.get_token());
+  CancellationScope scope(late.get_token());
   EXPECT_EQ(measurePath(home.developerFolder, nullptr), 0);
   EXPECT_THAT(scanProjectBuilds({}), IsEmpty());
   EXPECT_THAT(DevCaches::expandPattern("~/Library/Developer/Xcode/*"), IsEmpty());
@@ -180,9 +168,8 @@ TEST_F(ScanThreads, AStoppedDeletionFinishesTheUnitAtHandAndReportsTheEnd) {
 
   deleteSelected(*devFiles, false, delegate->stop.get_token());
   EXPECT_THAT(delegate->events, ElementsAre("started", "deleting 1", "deleting 2", "finished"));
-  for (size_t index = 0; index < units.size(); ++index) {
+  for (size_t index = 0; index < units.size(); ++index)
     EXPECT_EQ(fs::exists(*units[index].url), index >= 2) << *units[index].url;
-  }
 }
 
 TEST(ThreadPoolTest, ConcurrentPerformRunsEveryIterationOnceOnWorkersAndTheCaller) {
@@ -197,10 +184,9 @@ TEST(ThreadPoolTest, ConcurrentPerformRunsEveryIterationOnceOnWorkersAndTheCalle
   std::set<std::thread::id> threads;
   std::atomic<int> arrived{0};
   pool.concurrentPerform(3, [&](size_t) {
-    {
-      std::lock_guard lock(mutex);
-      threads.insert(std::this_thread::get_id());
-    }
+    std::unique_lock lock(mutex);
+    threads.insert(std::this_thread::get_id());
+    lock.unlock();
     for (arrived.fetch_add(1); arrived.load() < 3;) std::this_thread::yield();
   });
   EXPECT_EQ(threads.size(), 3u);
@@ -219,22 +205,19 @@ TEST(ThreadPoolTest, NestedUseOnASingleWorkerCompletes) {
   EXPECT_EQ(leaves.load(), 4 * 5 * 6);
 }
 
+void failIf(bool fail) {
+  if (fail) throw std::runtime_error("failed");
+}
+
 TEST(ThreadPoolTest, ErrorsReachTheCallerAfterEveryTaskRanAndThePoolKeepsWorking) {
   ThreadPool pool(2);
-  EXPECT_THROW(pool.concurrentPerform(4,
-                                      [&](size_t outer) {
-                                        pool.concurrentPerform(4, [&](size_t inner) {
-                                          if (outer == 2 && inner == 1) throw std::logic_error("deep failure");
-                                        });
-                                      }),
-               std::logic_error);
+  EXPECT_THROW(
+      pool.concurrentPerform(
+          4, [&](size_t outer) { pool.concurrentPerform(4, [&](size_t inner) { failIf(outer == 2 && inner == 1); }); }),
+      std::runtime_error);
   ThreadPool::TaskGroup group(pool);
   std::atomic<int> ran{0};
-  for (int i = 0; i < 200; ++i) {
-    group.run([&ran, i] {
-      if (ran.fetch_add(1), i % 50 == 0) throw std::runtime_error("task failed");
-    });
-  }
+  for (int i = 0; i < 200; ++i) group.run([&ran, i] { failIf(++ran && i % 50 == 0); });
   EXPECT_THROW(group.wait(), std::runtime_error);
   EXPECT_EQ(ran.load(), 200);
   group.run([&ran] { ran.fetch_add(1); });  // the error was reported once; the group is clean again
@@ -247,11 +230,10 @@ TEST(ThreadPoolTest, TasksThatAddTasksAndOutsideCallersShareOnePool) {
   ThreadPool pool(3);
   std::atomic<int> visited{0}, total{0};
   std::vector<std::thread> callers;
-  for (int caller = 0; caller < 4; ++caller) {
+  for (int caller = 0; caller < 4; ++caller)
     callers.emplace_back([&] {
       for (int round = 0; round < 50; ++round) pool.concurrentPerform(20, [&](size_t) { total.fetch_add(1); });
     });
-  }
   ThreadPool::TaskGroup group(pool);
   std::function<void(int)> visit = [&](int depth) {
     visited.fetch_add(1);
