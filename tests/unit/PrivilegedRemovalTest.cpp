@@ -7,7 +7,6 @@
 #include "scan/PrivilegedRemoval.h"
 #include "support/CatalogueFixture.h"
 #include "support/StandInTools.h"
-#include "support/TempDir.h"
 #include "support/Unprivileged.h"
 
 namespace tw {
