@@ -1,6 +1,5 @@
 // The scan driver and its Xcode scanners on real developer folders, and whole scans of a realistic home.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <deque>
 
@@ -12,6 +11,7 @@
 #include "scan/Scanners.h"
 #include "support/CatalogueFixture.h"
 #include "support/DeveloperFolderFixture.h"
+#include "support/StandInEnvironment.h"
 #include "support/Unprivileged.h"
 
 namespace tw {
@@ -162,24 +162,21 @@ TEST_F(DevFilesTest, DeviceSupportReadsNamesMergesArchitecturesSortsNewestFirstA
 
   const auto groups = scanDeviceSupport(*fixture.devFiles());
   ASSERT_THAT(labelsOf(groups), ElementsAre("iOS", "watchOS", "tvOS", "visionOS", "macOS"));
-  std::vector<std::string> lines;  // group: device version build architecture | folders
+  std::vector<std::string> lines;  // label architecture | folders
   for (const auto& osGroup : groups) {
     for (const auto& entry : osGroup->items()) {
-      auto item = as<DeviceSupportFileEntry>(entry);
-      lines.push_back(osGroup->label() + ": " + item->device().value_or("-") + " " + item->version().toString() + " " +
-                      (item->build() ? item->build()->toString() : "-") + " " + item->architecture().value_or("-") +
+      lines.push_back(entry->label() + " " + as<DeviceSupportFileEntry>(entry)->architecture().value_or("-") +
                       (entry->selection() == Selection::off ? "" : " ticked"));
       for (const auto& path : entry->paths()) lines.back() += " | " + path.filename().string();
     }
   }
   // 17.0 and 17.0.0 tie, broken by the build (none counts as empty); arm64e twins merge; a new line stays in the build.
-  EXPECT_THAT(lines, ElementsAre("iOS: iPhone15,2 17.4 (21E220) arm64e | iPhone15,2 17.4 (21E220) arm64e",
-                                 "iOS: - 17.4 (21E219) - | 17.4 (21E219) | 17.4 (21E219) arm64e",
-                                 "iOS: - 17.0 (21A5248p) - | 17.0 (21A5248p)", "iOS: - 17.0 (21A329) - | 17.0 (21A329)",
-                                 "iOS: - 17.0.0 - - | 17.0.0", "watchOS: Watch6,1 10.2 - - | Watch6,1 10.2",
-                                 "macOS: - 17.1 \xF0\x9F\x93\xB1 arm64e | 17.1 \xF0\x9F\x93\xB1 arm64e",
-                                 "macOS: - 17.0 (21A329)\nsecond line | 17.0 (21A329)\nsecond line"));
-  EXPECT_EQ(as<DeviceSupportFileEntry>(groups[1]->items().at(0))->osType(), DeviceSupportFileEntry::OSType::watchOS);
+  EXPECT_THAT(lines, ElementsAre("iOS 17.4 (21E220) (iPhone15,2) arm64e | iPhone15,2 17.4 (21E220) arm64e",
+                                 "iOS 17.4 (21E219) - | 17.4 (21E219) | 17.4 (21E219) arm64e",
+                                 "iOS 17.0 (21A5248p) - | 17.0 (21A5248p)", "iOS 17.0 (21A329) - | 17.0 (21A329)",
+                                 "iOS 17.0.0  - | 17.0.0", "watchOS 10.2  (Watch6,1) - | Watch6,1 10.2",
+                                 "macOS 17.1 \xF0\x9F\x93\xB1 arm64e | 17.1 \xF0\x9F\x93\xB1 arm64e",
+                                 "macOS 17.0 (21A329)\nsecond line | 17.0 (21A329)\nsecond line"));
   EXPECT_THAT(linesStartingWith(log, "DevFiles: No version for device support: "),
               ElementsAre("\u26A0\uFE0F DevFiles: No version for device support: Latest, skipping"));
   EXPECT_THAT(linesStartingWith(log, "DevFiles: Cannot check contents of '"),
@@ -374,9 +371,7 @@ TEST_F(DevFilesTest, ReadOnlyCacheFoldersAreRefusedAndUnreadableOnesSkippedWithA
 TEST(FullScan, EachLocationWalksEveryFolderOnceAndUsesOnlyTheSharedSystemImageNames) {
   TempDir temp;
   const test::FixtureHome home = test::FixtureHome::write(temp / "home");
-  fs::create_directories(temp / "root");
-  ScopedHost host{Host{
-      .home = home.root, .root = temp / "root", .temporaryDirectory = temp.path(), .configDirectory = temp / "config"}};
+  ScopedHost host{test::hostWithRoot(temp.path())};
   auto devFiles = DevFiles::create(home.developerFolder, std::nullopt, std::nullopt).value_or(nullptr);
   ASSERT_NE(devFiles, nullptr);
   static std::mutex mutex;
