@@ -1,6 +1,5 @@
 #include "support/DeveloperFolderFixture.h"
 
-
 #include "support/TempDir.h"
 
 namespace tw::test {

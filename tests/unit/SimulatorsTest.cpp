@@ -55,6 +55,7 @@ class Simulators : public ::testing::Test {
   // One line per entry: identifier (runtimes) | label | extra info | UDID or known size | paths (below the root).
   Lines describe(const std::vector<CleanupEntryPtr>& entries) {
     Lines lines;
+    const std::string base = root.path().string();
     for (const auto& entry : entries) {
       auto runtime = std::dynamic_pointer_cast<SimulatorRuntimeFileEntry>(entry);
       auto simulator = std::dynamic_pointer_cast<SimulatorFileEntry>(entry);
@@ -62,10 +63,8 @@ class Simulators : public ::testing::Test {
       const std::string id = simulator ? simulator->udid() : size ? std::to_string(*size) : "-";
       std::string& line = lines.emplace_back((runtime ? runtime->imageIdentifier() + " | " : "") + entry->label() +
                                              " | " + entry->extraInfo() + " | " + id + " |");
-      for (const auto& path : entry->paths()) {
-        const auto relative = path.lexically_relative(root.path());
-        line += relative.empty() || *relative.begin() == ".." ? " " + path.string() : " /" + relative.string();
-      }
+      for (const auto& path : entry->paths())
+        line += " " + (path.string().starts_with(base) ? path.string().substr(base.size()) : path.string());
     }
     return lines;
   }
