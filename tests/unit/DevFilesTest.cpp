@@ -266,13 +266,9 @@ TEST_F(DevFilesTest, DerivedDataNamesProjectsFromTheirInfoAndListsTheRestUnderOt
   EXPECT_THAT(first->paths(), ElementsAre(xml));
   EXPECT_EQ(as<DerivedDataFileEntry>(entries[3])->pathUrl(), fs::path("/Users/d\u00e9v/Caf\u00e9.xcodeproj"));
   EXPECT_GE(entries[4]->size().bytesOrZero(), 3 << 20);
-  std::vector<std::string> others;
-  for (const auto& entry : entries[4]->items()) {
-    auto derived = as<DerivedDataFileEntry>(entry);
-    others.push_back(derived->projectName());
-    EXPECT_EQ(derived->pathUrl(), derived->paths().front());
-  }
-  EXPECT_THAT(others, ElementsAre("-odd-", "Lost Project", "Typed", "single"));
+  EXPECT_THAT(labelsOf(entries[4]->items()), ElementsAre("-odd-", "Lost Project", "Typed", "single"));
+  for (const auto& entry : entries[4]->items())
+    EXPECT_EQ(as<DerivedDataFileEntry>(entry)->pathUrl(), entry->paths().front()) << entry->label();
 }
 
 TEST_F(DevFilesTest, DocumentationCachesUserDataAndDeviceLogsAndNothingWhereTheirFoldersAreMissing) {
