@@ -1,7 +1,5 @@
 #include "support/DeveloperFolderFixture.h"
 
-#include <plist/plist.h>
-
 #include "support/TempDir.h"
 
 namespace tw::test {
@@ -14,16 +12,14 @@ void setText(plist_t dictionary, const char* key, const std::optional<std::strin
 // Xcode records one dictionary per upload attempt.
 plist_t distributions(ArchiveDistributions kind) {
   using enum ArchiveDistributions;
-  if (kind == missing) return nullptr;
-  if (kind == notAnArray) return plist_new_string("uploaded");
+  if (kind == missing || kind == notAnArray) return kind == missing ? nullptr : plist_new_string("uploaded");
   plist_t list = plist_new_array();
   if (kind == notDictionaries) plist_array_append_item(list, plist_new_string("success"));
-  if (kind == allFailed || kind == oneSucceeded) {
-    for (const char* state : {"failure", kind == allFailed ? "failed" : "success"}) {
-      plist_t distribution = textDictionary({{"destination", "upload"}});
-      plist_dict_set_item(distribution, "uploadEvent", textDictionary({{"state", state}}));
-      plist_array_append_item(list, distribution);
-    }
+  for (const char* state : {"failure", kind == allFailed ? "failed" : "success"}) {
+    if (kind != allFailed && kind != oneSucceeded) break;
+    plist_t distribution = textDictionary({{"destination", "upload"}});
+    plist_dict_set_item(distribution, "uploadEvent", textDictionary({{"state", state}}));
+    plist_array_append_item(list, distribution);
   }
   return list;
 }
@@ -58,7 +54,7 @@ DeveloperFolderFixture::DeveloperFolderFixture(std::filesystem::path developerFo
 
 std::filesystem::path DeveloperFolderFixture::addDerivedData(const std::filesystem::path& folder,
                                                              const std::optional<std::string>& workspace, size_t bytes,
-                                                             PropertyListFormat format) {
+                                                             PlistFormat format) {
   const std::filesystem::path path = xcode() / "DerivedData" / folder;
   writeFileOfSize(path / "Build/Intermediates.noindex/objects.o", bytes);
   if (workspace) writePlist(path / "info.plist", textDictionary({{"WorkspacePath", *workspace}}), format);
@@ -67,7 +63,7 @@ std::filesystem::path DeveloperFolderFixture::addDerivedData(const std::filesyst
 
 std::filesystem::path DeveloperFolderFixture::addArchive(const std::filesystem::path& dateFolder,
                                                          const std::string& archiveName, const ArchiveInfo& info,
-                                                         PropertyListFormat format) {
+                                                         PlistFormat format) {
   const std::filesystem::path archive = xcode() / "Archives" / dateFolder / (archiveName + ".xcarchive");
   writeFileOfSize(archive / "Products/Applications/App.app/App", 8192);
   plist_t plist = plist_new_dict();
@@ -94,7 +90,7 @@ std::filesystem::path DeveloperFolderFixture::addFolder(const std::string& relat
 void DeveloperFolderFixture::populate() {
   addDerivedData("Sea_Lion-abcdefghijklmnopqrstuvwxyz", "/Users/dev/Projects/Sea Lion/Sea Lion.xcodeproj", 3 << 20);
   addDerivedData("Harbour-bcdefghijklmnopqrstuvwxyza", "/Users/dev/Projects/Harbour/Harbour.xcworkspace", 2 << 20,
-                 PropertyListFormat::binary);
+                 PlistFormat::binary);
   addDerivedData("Lost_Project-cdefghijklmnopqrstuvwxyzab", std::nullopt, 1 << 20);
   std::filesystem::create_directories(xcode() / "DerivedData/ModuleCache.noindex");
   writeFileOfSize(xcode() / "DerivedData/ModuleCache/Swift.pcm", 65536);
@@ -103,7 +99,7 @@ void DeveloperFolderFixture::populate() {
   addArchive("2024-03-01", "Sea Lion 01.03.2024, 10.15",
              {"Sea Lion", oneSucceeded, "1.2", "12", "com.example.sealion"});
   addArchive("2024-03-09", "Sea Lion 09.03.2024, 16.00",
-             {"Sea Lion", allFailed, "1.3", "14", "com.example.sealion", 1710000000}, PropertyListFormat::binary);
+             {"Sea Lion", allFailed, "1.3", "14", "com.example.sealion", 1710000000}, PlistFormat::binary);
   addArchive("2024-03-09", "Harbour 09.03.2024, 17.30", {"Harbour", missing, "2.0", "1", "com.example.harbour"});
 
   for (const char* folder : {"iOS DeviceSupport/17.4 (21E219)", "iOS DeviceSupport/17.4 (21E219) arm64e",

@@ -1,13 +1,6 @@
 // Writers for the layouts Xcode leaves in ~/Library/Developer, in XML or binary property lists.
 #pragma once
 
-#include <cstdint>
-#include <filesystem>
-#include <optional>
-#include <string>
-#include <vector>
-
-#include "model/CleanupEntry.h"
 #include "scan/DevFiles.h"
 #include "support/FixtureHome.h"
 #include "support/LogCapture.h"
@@ -19,7 +12,6 @@ std::vector<std::string> linesStartingWith(const LogCapture& log, const std::str
 plist_t textDictionary(const std::vector<std::pair<std::string, std::string>>& texts);
 std::vector<std::string> labelsOf(const std::vector<CleanupEntryPtr>& entries);
 
-using PropertyListFormat = PlistFormat;
 enum class ArchiveDistributions { missing, notAnArray, notDictionaries, empty, allFailed, oneSucceeded };
 
 // An archive's Info.plist; an absent field is left out of the file.
@@ -40,10 +32,10 @@ class DeveloperFolderFixture {
 
   // Xcode/DerivedData/<folder> (an absolute `folder` anywhere); an "info.plist" only with a workspace path.
   std::filesystem::path addDerivedData(const std::filesystem::path& folder, const std::optional<std::string>& workspace,
-                                       size_t bytes, PropertyListFormat format = PropertyListFormat::xml);
+                                       size_t bytes, PlistFormat format = PlistFormat::xml);
   // Xcode/Archives/<dateFolder>/<archiveName>.xcarchive (an absolute `dateFolder` anywhere) with its Info.plist.
   std::filesystem::path addArchive(const std::filesystem::path& dateFolder, const std::string& archiveName,
-                                   const ArchiveInfo& info, PropertyListFormat format = PropertyListFormat::xml);
+                                   const ArchiveInfo& info, PlistFormat format = PlistFormat::xml);
   // The folder Xcode/<relative>, holding one file of `bytes`.
   std::filesystem::path addFolder(const std::string& relative, size_t bytes = 4096) const;
   // One of everything in every Xcode location, plus old documentation sets.

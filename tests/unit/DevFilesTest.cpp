@@ -1,23 +1,17 @@
 // The scan driver and its Xcode scanners on real developer folders, and whole scans of a realistic home.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <deque>
-#include <functional>
-#include <map>
-#include <mutex>
-#include <set>
 
 #include "fs/DirectorySize.h"
 #include "model/SystemEntries.h"
 #include "model/SystemImages.h"
 #include "model/XcodeEntries.h"
-#include "platform/Host.h"
 #include "platform/SecurityScope.h"
 #include "scan/Scanners.h"
 #include "support/CatalogueFixture.h"
 #include "support/DeveloperFolderFixture.h"
-#include "support/TempDir.h"
+#include "support/StandInEnvironment.h"
 #include "support/Unprivileged.h"
 
 namespace tw {
@@ -28,18 +22,13 @@ using namespace ::testing;
 using Location = DevFiles::Location;
 using Selection = CleanupEntry::Selection;
 using test::ArchiveDistributions, test::ArchiveInfo, test::labelsOf, test::linesStartingWith, test::TempDir;
-constexpr auto kBinary = test::PropertyListFormat::binary;
+constexpr auto kBinary = test::PlistFormat::binary;
 
 template <class Kind>
 std::shared_ptr<Kind> as(const CleanupEntryPtr& entry) {
   auto kind = std::dynamic_pointer_cast<Kind>(entry);
   EXPECT_NE(kind, nullptr) << entry->label();
   return kind;
-}
-
-ArchiveInfo archive(const std::string& name, const std::string& version, const std::string& build,
-                    test::ArchiveDistributions distributions) {
-  return {.name = name, .distributions = distributions, .shortVersion = version, .bundleVersion = build};
 }
 
 struct RecordingScanDelegate : DevFilesScanDelegate {
@@ -49,12 +38,11 @@ struct RecordingScanDelegate : DevFilesScanDelegate {
   void scanFinished(DevFiles&) override { events.push_back("finished"); }
 };
 
-class XcodeScanners : public ::testing::Test {
+class DevFilesTest : public ::testing::Test {
  protected:
   TempDir temp;
   test::DeveloperFolderFixture fixture{temp / "Library/Developer"};
 };
-using DevFilesTest = XcodeScanners;
 
 TEST_F(DevFilesTest, NeedsTheXcodeAndCoreSimulatorFoldersBuildsTheTreeAndHoldsAccessToItsFoldersForItsLifetime) {
   TempDir derived, archives, otherArchives;
@@ -89,9 +77,10 @@ TEST_F(DevFilesTest, NeedsTheXcodeAndCoreSimulatorFoldersBuildsTheTreeAndHoldsAc
   test::writeFile(developer / "CoreSimulator", "");  // a file of that name is no folder
   EXPECT_EQ(fixture.devFiles(), nullptr);
   fs::remove(developer / "CoreSimulator");
-  fs::remove_all(developer / "Xcode");
-  fs::create_directories(developer / "CoreSimulator");
-  EXPECT_EQ(fixture.devFiles(), nullptr);
+  fs::rename(developer / "Xcode", developer / "CoreSimulator");
+  EXPECT_EQ(DevFiles::create(developer, {}, {}).error().message(),
+            '"' + (developer / "Xcode").string() + "\" is missing");
+  EXPECT_EQ((DevFiles::Refusal{DevFiles::Refusal::Reason::notWritable, "/x"}).message(), "\"/x\" is not writable");
   EXPECT_EQ(securityScopeAccessCount(developer), 0);  // a refused driver leaves the scopes it entered
 }
 
@@ -127,7 +116,6 @@ TEST_F(DevFilesTest, ScanCallbacksArriveThroughTheExecutorInOrderOnlyWhileDelega
   devFiles->scan({Location::archives});
   devFiles->setScanDelegate(nullptr);
   drain();
-  EXPECT_THAT(delegate->events, IsEmpty());
   devFiles->setScanDelegate(delegate);
   devFiles->scan({Location::archives});
   std::weak_ptr<DevFiles> weak = devFiles;
@@ -135,11 +123,7 @@ TEST_F(DevFilesTest, ScanCallbacksArriveThroughTheExecutorInOrderOnlyWhileDelega
   EXPECT_TRUE(weak.expired()) << "pending callbacks must not keep the driver alive";
   drain();
   EXPECT_THAT(delegate->events, IsEmpty());
-  // Without an executor the callbacks run in place.
-  auto direct = fixture.devFiles();
-  direct->setScanDelegate(delegate);
-  direct->scan({});
-  EXPECT_THAT(delegate->events, ElementsAre("started 1", "finished"));
+  auto direct = fixture.devFiles();  // without an executor (callbacks in place: ScanThreadsTest)
 
   // Each scan starts from empty entries and touches only its locations.
   direct->scan({Location::derivedData});
@@ -160,7 +144,7 @@ TEST_F(DevFilesTest, ScanCallbacksArriveThroughTheExecutorInOrderOnlyWhileDelega
   EXPECT_TRUE(direct->entry(Location::derivedData)->size().isUnknown());
 }
 
-TEST_F(XcodeScanners, DeviceSupportReadsNamesMergesArchitecturesSortsNewestFirstAndSkipsWithALine) {
+TEST_F(DevFilesTest, DeviceSupportReadsNamesMergesArchitecturesSortsNewestFirstAndSkipsWithALine) {
   for (const char* name : {"17.4 (21E219)", "17.4 (21E219) arm64e", "iPhone15,2 17.4 (21E220) arm64e", "17.0 (21A329)",
                            "17.0 (21A5248p)", "17.0.0"})
     fixture.addFolder(std::string("iOS DeviceSupport/") + name);
@@ -173,26 +157,21 @@ TEST_F(XcodeScanners, DeviceSupportReadsNamesMergesArchitecturesSortsNewestFirst
 
   const auto groups = scanDeviceSupport(*fixture.devFiles());
   ASSERT_THAT(labelsOf(groups), ElementsAre("iOS", "watchOS", "tvOS", "visionOS", "macOS"));
-  std::vector<std::string> lines;  // group: device version build architecture | folders
+  std::vector<std::string> lines;  // label architecture | folders
   for (const auto& osGroup : groups) {
     for (const auto& entry : osGroup->items()) {
-      auto item = as<DeviceSupportFileEntry>(entry);
-      std::string line = osGroup->label() + ": " + item->device().value_or("-") + " " + item->version().toString() +
-                         " " + (item->build() ? item->build()->toString() : "-") + " " +
-                         item->architecture().value_or("-") + (entry->selection() == Selection::off ? "" : " ticked");
-      for (const auto& path : entry->paths()) line += " | " + path.filename().string();
-      lines.push_back(line);
+      lines.push_back(entry->label() + " " + as<DeviceSupportFileEntry>(entry)->architecture().value_or("-") +
+                      (entry->selection() == Selection::off ? "" : " ticked"));
+      for (const auto& path : entry->paths()) lines.back() += " | " + path.filename().string();
     }
   }
-  // 17.0 and 17.0.0 are one release: the build breaks the tie, no build counting as the empty one.
-  // An arm64e twin joins the plain folder; a new line stays inside the build word.
-  EXPECT_THAT(lines, ElementsAre("iOS: iPhone15,2 17.4 (21E220) arm64e | iPhone15,2 17.4 (21E220) arm64e",
-                                 "iOS: - 17.4 (21E219) - | 17.4 (21E219) | 17.4 (21E219) arm64e",
-                                 "iOS: - 17.0 (21A5248p) - | 17.0 (21A5248p)", "iOS: - 17.0 (21A329) - | 17.0 (21A329)",
-                                 "iOS: - 17.0.0 - - | 17.0.0", "watchOS: Watch6,1 10.2 - - | Watch6,1 10.2",
-                                 "macOS: - 17.1 \xF0\x9F\x93\xB1 arm64e | 17.1 \xF0\x9F\x93\xB1 arm64e",
-                                 "macOS: - 17.0 (21A329)\nsecond line | 17.0 (21A329)\nsecond line"));
-  EXPECT_EQ(as<DeviceSupportFileEntry>(groups[1]->items().at(0))->osType(), DeviceSupportFileEntry::OSType::watchOS);
+  // 17.0 and 17.0.0 tie, broken by the build (none counts as empty); arm64e twins merge; a new line stays in the build.
+  EXPECT_THAT(lines, ElementsAre("iOS 17.4 (21E220) (iPhone15,2) arm64e | iPhone15,2 17.4 (21E220) arm64e",
+                                 "iOS 17.4 (21E219) - | 17.4 (21E219) | 17.4 (21E219) arm64e",
+                                 "iOS 17.0 (21A5248p) - | 17.0 (21A5248p)", "iOS 17.0 (21A329) - | 17.0 (21A329)",
+                                 "iOS 17.0.0  - | 17.0.0", "watchOS 10.2  (Watch6,1) - | Watch6,1 10.2",
+                                 "macOS 17.1 \xF0\x9F\x93\xB1 arm64e | 17.1 \xF0\x9F\x93\xB1 arm64e",
+                                 "macOS 17.0 (21A329)\nsecond line | 17.0 (21A329)\nsecond line"));
   EXPECT_THAT(linesStartingWith(log, "DevFiles: No version for device support: "),
               ElementsAre("\u26A0\uFE0F DevFiles: No version for device support: Latest, skipping"));
   EXPECT_THAT(linesStartingWith(log, "DevFiles: Cannot check contents of '"),
@@ -200,23 +179,22 @@ TEST_F(XcodeScanners, DeviceSupportReadsNamesMergesArchitecturesSortsNewestFirst
                           (fixture.xcode() / "tvOS DeviceSupport").string() + "', skipping"));
 }
 
-TEST_F(XcodeScanners, ArchivesAreGroupedByProjectNewestFirstWithTheirStateAndBrokenOnesAreSkippedWithALine) {
+TEST_F(DevFilesTest, ArchivesAreGroupedByProjectNewestFirstWithTheirStateAndBrokenOnesAreSkippedWithALine) {
   TempDir custom;
   using enum ArchiveDistributions;
-  const auto xml = test::PropertyListFormat::xml;
-  // Alpha's 1.10 and 1.10.0 are one version: builds decide, compared as numbers. Beta's versions do not
-  // parse and sort as people read them. Not archives: another extension, an archive directly in the root.
-  const std::vector<std::tuple<fs::path, std::string, ArchiveInfo, test::PropertyListFormat>> archives{
-      {"2024-01-01", "A 1.9", archive("Alpha", "1.9", "90", missing), xml},
-      {"2024-01-02", "A 1.10", archive("Alpha", "1.10", "100", notAnArray), kBinary},
-      {"2024-01-02", "B beta", archive("Beta", "2.0 beta", "1", allFailed), kBinary},
-      {"2024-01-03", "A 1.10 b", archive("Alpha", "1.10", "99", notDictionaries), xml},
-      {"2024-01-03", "A 1.10.0 c", archive("Alpha", "1.10.0", "101", empty), kBinary},
-      {"2024-01-03", "B rc", archive("Beta", "2.0 rc 10", "2", oneSucceeded), xml},
-      {"2024-01-03", "B rc9", archive("Beta", "2.0 rc 9", "3", allFailed), xml},
-      {".", "Stray", archive("Stray", "1.0", "1", missing), xml},
-      {custom / "2024-05-05", "Own", archive("Custom", "3.0", "3", oneSucceeded), kBinary},
-      {"2024-02-02", "Good", archive("Fine", "1.0", "1", missing), xml},
+  const auto xml = test::PlistFormat::xml;
+  // 1.10 = 1.10.0 (builds decide, as numbers); odd versions sort as read; no archives: a .txt, one at the root.
+  const std::vector<std::tuple<fs::path, std::string, ArchiveInfo, test::PlistFormat>> archives{
+      {"2024-01-01", "A 1.9", {"Alpha", missing, "1.9", "90"}, xml},
+      {"2024-01-02", "A 1.10", {"Alpha", notAnArray, "1.10", "100"}, kBinary},
+      {"2024-01-02", "B beta", {"Beta", allFailed, "2.0 beta", "1"}, kBinary},
+      {"2024-01-03", "A 1.10 b", {"Alpha", notDictionaries, "1.10", "99"}, xml},
+      {"2024-01-03", "A 1.10.0 c", {"Alpha", empty, "1.10.0", "101"}, kBinary},
+      {"2024-01-03", "B rc", {"Beta", oneSucceeded, "2.0 rc 10", "2"}, xml},
+      {"2024-01-03", "B rc9", {"Beta", allFailed, "2.0 rc 9", "3"}, xml},
+      {".", "Stray", {"Stray", missing, "1.0", "1"}, xml},
+      {custom / "2024-05-05", "Own", {"Custom", oneSucceeded, "3.0", "3"}, kBinary},
+      {"2024-02-02", "Good", {"Fine", missing, "1.0", "1"}, xml},
   };
   for (const auto& [date, name, info, format] : archives) fixture.addArchive(date, name, info, format);
   test::writeFileOfSize(fixture.xcode() / "Archives/2024-01-03/notes.txt", 10);
@@ -242,21 +220,17 @@ TEST_F(XcodeScanners, ArchivesAreGroupedByProjectNewestFirstWithTheirStateAndBro
   }
   test::LogCapture log;
 
-  std::vector<std::string> lines;  // project version (build) mark state
+  std::vector<std::string> lines;  // project version (build) mark of the upload state
   for (const auto& project : scanArchives(*fixture.devFiles(std::nullopt, custom.path()))) {
     for (const auto& entry : project->items()) {
-      auto item = as<ArchiveFileEntry>(entry);
-      lines.push_back(project->label() + " " + entry->label() + " " +
-                      std::array{"success", "failure", "undefined"}[int(item->submissionStatus())]);
-      EXPECT_EQ(item->bundleName(), "com.example.app");
-      EXPECT_EQ(std::chrono::system_clock::to_time_t(item->date()), 1700000000);
+      lines.push_back(project->label() + " " + entry->label());
+      EXPECT_EQ(as<ArchiveFileEntry>(entry)->bundleName(), "com.example.app");
+      EXPECT_EQ(std::chrono::system_clock::to_time_t(as<ArchiveFileEntry>(entry)->date()), 1700000000);
     }
   }
-  EXPECT_THAT(
-      lines,
-      ElementsAre("Alpha 1.10.0 (101) \u274C failure", "Alpha 1.10 (100)  undefined", "Alpha 1.10 (99)  undefined",
-                  "Alpha 1.9 (90)  undefined", "Beta 2.0 rc 10 (2) \u2705 success", "Beta 2.0 rc 9 (3) \u274C failure",
-                  "Beta 2.0 beta (1) \u274C failure", "Fine 1.0 (1)  undefined", "Custom 3.0 (3) \u2705 success"));
+  EXPECT_THAT(lines, ElementsAre("Alpha 1.10.0 (101) \u274C", "Alpha 1.10 (100) ", "Alpha 1.10 (99) ",
+                                 "Alpha 1.9 (90) ", "Beta 2.0 rc 10 (2) \u2705", "Beta 2.0 rc 9 (3) \u274C",
+                                 "Beta 2.0 beta (1) \u274C", "Fine 1.0 (1) ", "Custom 3.0 (3) \u2705"));
   for (const auto& [name, info, line, text] : broken) {
     const fs::path archive = fixture.xcode() / "Archives/2024-02-02" / (name + ".xcarchive");
     EXPECT_THAT(log.lines(), Contains(StartsWith(line + archive.string())).Times(1)) << name;
@@ -267,7 +241,7 @@ TEST_F(XcodeScanners, ArchivesAreGroupedByProjectNewestFirstWithTheirStateAndBro
   EXPECT_EQ(again[0]->items().size(), 4u);
 }
 
-TEST_F(XcodeScanners, DerivedDataNamesProjectsFromTheirInfoAndListsTheRestUnderOther) {
+TEST_F(DevFilesTest, DerivedDataNamesProjectsFromTheirInfoAndListsTheRestUnderOther) {
   TempDir custom;
   const fs::path xml = fixture.addDerivedData("Sea_Lion-abcdefghij", "/Users/dev/Sea Lion/Sea Lion.xcodeproj", 3 << 20);
   fixture.addDerivedData("my-great-app-klmnopqrst", "/Users/dev/great/App.xcworkspace", 1 << 20, kBinary);
@@ -292,16 +266,12 @@ TEST_F(XcodeScanners, DerivedDataNamesProjectsFromTheirInfoAndListsTheRestUnderO
   EXPECT_THAT(first->paths(), ElementsAre(xml));
   EXPECT_EQ(as<DerivedDataFileEntry>(entries[3])->pathUrl(), fs::path("/Users/d\u00e9v/Caf\u00e9.xcodeproj"));
   EXPECT_GE(entries[4]->size().bytesOrZero(), 3 << 20);
-  std::vector<std::string> others;
-  for (const auto& entry : entries[4]->items()) {
-    auto derived = as<DerivedDataFileEntry>(entry);
-    others.push_back(derived->projectName());
-    EXPECT_EQ(derived->pathUrl(), derived->paths().front());
-  }
-  EXPECT_THAT(others, ElementsAre("-odd-", "Lost Project", "Typed", "single"));
+  EXPECT_THAT(labelsOf(entries[4]->items()), ElementsAre("-odd-", "Lost Project", "Typed", "single"));
+  for (const auto& entry : entries[4]->items())
+    EXPECT_EQ(as<DerivedDataFileEntry>(entry)->pathUrl(), entry->paths().front()) << entry->label();
 }
 
-TEST_F(XcodeScanners, DocumentationCachesUserDataAndDeviceLogsAndNothingWhereTheirFoldersAreMissing) {
+TEST_F(DevFilesTest, DocumentationCachesUserDataAndDeviceLogsAndNothingWhereTheirFoldersAreMissing) {
   EXPECT_THAT(scanDocumentationCache(*fixture.devFiles()), IsEmpty());
   EXPECT_THAT(scanUserDataCache(*fixture.devFiles()), IsEmpty());
   for (const char* version : {"v238/15.2", "v239/15.2.0", "v239/16.0", "v239/latest"})
@@ -351,7 +321,7 @@ TEST_F(XcodeScanners, DocumentationCachesUserDataAndDeviceLogsAndNothingWhereThe
   EXPECT_THAT(linesStartingWith(log, "DevFiles: Cannot check contents of '"), IsEmpty());
 }
 
-TEST_F(XcodeScanners, ReadOnlyCacheFoldersAreRefusedAndUnreadableOnesSkippedWithALine) {
+TEST_F(DevFilesTest, ReadOnlyCacheFoldersAreRefusedAndUnreadableOnesSkippedWithALine) {
   const fs::path locked = fixture.addFolder("iOS DeviceSupport/17.4 (21E219)").parent_path();
   fixture.addFolder("tvOS DeviceSupport/17.4 (21L227)");
   const fs::path lockedArchive = fixture.addArchive("2024-01-01", "Locked", {});
@@ -388,14 +358,11 @@ TEST_F(XcodeScanners, ReadOnlyCacheFoldersAreRefusedAndUnreadableOnesSkippedWith
 
 #if defined(TIDEWELL_TEST_HOOKS)
 
-// Group sizes come from each item's first measurement; a folder two locations list is walked by each.
-// The window maps each system image name to a picture, so every scanner must use the shared names.
+// A folder two locations list is walked once by each; the window has pictures only for the shared image names.
 TEST(FullScan, EachLocationWalksEveryFolderOnceAndUsesOnlyTheSharedSystemImageNames) {
   TempDir temp;
   const test::FixtureHome home = test::FixtureHome::write(temp / "home");
-  fs::create_directories(temp / "root");
-  ScopedHost host{Host{
-      .home = home.root, .root = temp / "root", .temporaryDirectory = temp.path(), .configDirectory = temp / "config"}};
+  ScopedHost host{test::hostWithRoot(temp.path())};
   auto devFiles = DevFiles::create(home.developerFolder, std::nullopt, std::nullopt).value_or(nullptr);
   ASSERT_NE(devFiles, nullptr);
   static std::mutex mutex;
@@ -427,8 +394,7 @@ TEST(FullScan, EachLocationWalksEveryFolderOnceAndUsesOnlyTheSharedSystemImageNa
   EXPECT_GE(icons.size(), 4u);  // folders, documents and computers come from several scanners each
 }
 
-// Projects' node_modules share packages through hard links, as pnpm's store makes them: each
-// shared file is charged to the first folder of the group that holds it, on every scan.
+// pnpm's store hard-links packages into node_modules: charged to the group's first folder, on every scan.
 TEST(MeasureOnce, HardLinkedFilesAreChargedToTheFirstItemOfTheGroupOnEveryScan) {
   test::CatalogueFixture fixture;
   test::DeveloperFolderFixture developer{fixture.at("~/Library/Developer")};
