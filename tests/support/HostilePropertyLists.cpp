@@ -21,7 +21,6 @@ std::string binaryList(const std::vector<std::string>& objects, uint8_t size) {
 
 std::string deepXmlList(uint32_t depth) {
   std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict><key>k</key>";
-  xml.reserve(xml.size() + depth * 15 + 32);
   for (uint32_t i = 0; i < depth; ++i) xml += "<array>";
   for (uint32_t i = 0; i < depth; ++i) xml += "</array>";
   return xml + "</dict></plist>\n";
