@@ -144,9 +144,7 @@ struct RecordingObserver : PreferencesObserver {
 
 struct Settings : ::testing::Test {
   // The store as another tool writes it: the given keys and values in an XML dictionary.
-  void writeSettings(const std::string& entries) {
-    writeFile(store, "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>" + entries + "</dict></plist>");
-  }
+  void writeSettings(const std::string& entries) { writeFile(store, xmlAround("<true/>" + entries)); }
   test::TempDir dir;
   fs::path store = dir / "s.plist";
   Preferences preferences{store};
@@ -192,9 +190,7 @@ TEST_F(Settings, ReadsBinaryListsAndKeepsValuesItDoesNotUnderstand) {
   // The rewrite keeps the array no setting reads.
   raw.setBool("added", true);
   EXPECT_EQ(raw.keys(), (Strings{"added", "list", "ratio", "total"}));
-  const auto rewritten = PropertyList::parse(readFile(store));
-  const auto kept = PropertyList::arrayItems(PropertyList::item(rewritten.root(), "list"));
-  EXPECT_TRUE(kept.size() == 1 && PropertyList::string(kept[0]) == "kept");
+  EXPECT_THAT(readFile(store), HasSubstr("<string>kept</string>"));
 }
 
 TEST(UserDefaults, UnusableFilesReadAsEmptyAndAreMovedAsideOnceWithoutCrashing) {
@@ -275,11 +271,8 @@ TEST_F(Settings, AFailedWriteOrChangeThrowsAndLeavesEverythingAsItWas) {
 
   UserDefaults defaults(store);
   defaults.setInteger("k", 1);
-  EXPECT_THROW(defaults.update([](UserDefaults::Editor& editor) {
-    editor.setInteger("k", 2);
-    throw Error("changed my mind");
-  }),
-               Error);
+  const auto changeMind = [](auto& editor) { editor.setInteger("k", 2), throw Error("changed my mind"); };
+  EXPECT_THROW(defaults.update(changeMind), Error);
   EXPECT_EQ(defaults.object("k"), Value(int64_t{1}));
   EXPECT_EQ(namesIn(dir.path(), "s.plist"), (Strings{"s.plist", "s.plist.lock"}));
 }
@@ -290,10 +283,8 @@ TEST_F(Settings, AWriteRemovesTheTemporaryFilesOfKilledWritersButNoOtherFile) {
   // Writers killed at random moments, some of them between creating and renaming their file.
   for (int round = 0; round < 40; ++round) {
     pid_t child = ::fork();
-    if (child == 0) {
-      UserDefaults mine(store);
-      for (int64_t n = 1;; ++n) mine.setInteger("k", n);
-    }
+    if (child == 0)
+      for (int64_t n = 1;; ++n) UserDefaults(store).setInteger("k", n);
     ::usleep(static_cast<useconds_t>(2000 + (round * 7919) % 20000));
     ::kill(child, SIGKILL);
     ::waitpid(child, nullptr, 0);
@@ -317,12 +308,9 @@ TEST_F(Settings, AWriteRemovesTheTemporaryFilesOfKilledWritersButNoOtherFile) {
 }
 
 TEST_F(Settings, WrittenValuesUnderTheirStoredKeys) {
-  Host host;
-  host.bundle = "/Applications/Tidewell.app";
-  host.configDirectory = dir / "xdg";
-  ScopedHost scoped(host);
+  ScopedHost scoped(Host{.configDirectory = dir / "xdg", .bundle = "/Applications/Tidewell.app"});
   EXPECT_EQ(Preferences::shared().storePath(), dir / "xdg/tidewell/dev.tidewell.Tidewell.plist");
-  EXPECT_EQ(preferences.appFolder(), host.bundle);
+  EXPECT_EQ(preferences.appFolder(), "/Applications/Tidewell.app");
   EXPECT_FALSE(fs::exists(store));  // reading never creates the file
 
   preferences.setNotificationsEnabled(false);
@@ -456,8 +444,7 @@ TEST(PreferencesConcurrency, ProcessesAndThreadsAddingAtTheSameMomentNeverLoseBy
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i)
     threads.emplace_back([&] {
-      Preferences mine(store);
-      for (int n = 0; n < 100; ++n) mine.addToTotalBytesCleaned(1000);
+      for (int n = 0; n < 100; ++n) Preferences(store).addToTotalBytesCleaned(1000);
     });
   for (int n = 0; n < 50; ++n) preferences.setNotificationsPeriod(n % 2 ? Period::everyWeek : Period::every2Months);
   for (auto& thread : threads) thread.join();
