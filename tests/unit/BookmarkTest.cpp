@@ -21,10 +21,9 @@ TEST(Bookmark, IsStaleOnlyWhenThePathNamesAnotherFolder) {
   test::writeFile(folder / "new file", "x");  // the contents changing is not the folder changing
   EXPECT_EQ(Bookmark::resolve(blob).path, folder);
   EXPECT_FALSE(Bookmark::resolve(blob).isStale);
-  // A link to some other folder put in its place.
   fs::create_directories(dir / "elsewhere");
   fs::remove_all(folder);
-  fs::create_directory_symlink(dir / "elsewhere", folder);
+  fs::create_directory_symlink(dir / "elsewhere", folder);  // a link to some other folder in its place
   EXPECT_TRUE(Bookmark::resolve(blob).isStale);
   fs::remove(folder);
   EXPECT_THAT([&] { Bookmark::resolve(blob); },
