@@ -45,11 +45,6 @@ std::string xmlAround(const std::string& inner, uint32_t depth = 0) {
          repeat("<array>", depth) + inner + repeat("</array>", depth) + "</dict></plist>";
 }
 
-// A binary property list {key: "v"}.
-std::string binaryWithKey(const std::string& key) {
-  return test::binaryList({"\xD1\x01\x02", static_cast<char>(0x50 | key.size()) + key, "\x51v"}, 1);
-}
-
 // Closings hidden from a naive scan, then openings: each round 200 levels deeper to the parser.
 std::string hiding(const std::string& before, const std::string& after) {
   return xmlAround(repeat(before + repeat("</array>", 200) + after + repeat("<array>", 200), 3));
@@ -87,7 +82,7 @@ TEST(PropertyList, NestingIsBoundedBeforeTheParserRecurses) {
       {"an unterminated processing instruction", xmlAround("<?"), Reason::malformed},
       // libplist would accept these, then stop the program when the text is read.
       {"a NUL byte in XML", xmlAround(std::string("<string>a\0b</string>", 20)), Reason::malformed},
-      {"a NUL in a binary key", binaryWithKey(std::string("a\0b", 3)), Reason::malformed},
+      {"a NUL in a binary key", test::binaryList({"\xD1\x01\x02", "\x53\x61\0b"s, "\x51v"}, 1), Reason::malformed},
       {"garbage", std::string("\x01\x02 not a property list", 23), Reason::malformed},
       {"empty", "", Reason::empty},
   };
@@ -380,16 +375,12 @@ TEST_F(Settings, ObserversAreNotifiedInOrderOnceEachAndMayChangeTheListMeanwhile
   preferences.notifyObservers("k");
   EXPECT_EQ(leaving->keys.size(), 1u);
   // One thread keeps notifying while another adds and removes observers.
-  auto steady = std::make_shared<RecordingObserver>();
+  auto steady = std::make_shared<RecordingObserver>(), transient = std::make_shared<RecordingObserver>();
   preferences.addObserver(steady);
   std::thread notifier([&] {
     for (int i = 0; i < 2000; ++i) preferences.notifyObservers("k");
   });
-  for (int i = 0; i < 2000; ++i) {
-    auto transient = std::make_shared<RecordingObserver>();
-    preferences.addObserver(transient);
-    preferences.removeObserver(transient);
-  }
+  for (int i = 0; i < 2000; ++i) preferences.addObserver(transient), preferences.removeObserver(transient);
   notifier.join();
   EXPECT_EQ(steady->keys.size(), 2000u);
   EXPECT_EQ(preferences.observers().size(), 2u);  // second and steady
@@ -411,8 +402,7 @@ TEST(PreferencesConcurrency, ProcessesAndThreadsAddingAtTheSameMomentNeverLoseBy
   for (int amount = 1; amount <= kProcesses; ++amount) {  // a different amount per process
     if (children.emplace_back(::fork()) != 0) continue;
     ::close(gate[1]);
-    char byte;
-    while (::read(gate[0], &byte, 1) < 0) continue;
+    for (char byte; ::read(gate[0], &byte, 1) < 0;) continue;
     Preferences mine(store);
     for (int64_t n = 0, previous = -1, total; n < kAdditions; ++n, previous = total)
       if ((total = mine.addToTotalBytesCleaned(amount).total) <= previous) ::_exit(1);  // a lost or repeated update
