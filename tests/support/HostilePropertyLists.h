@@ -7,8 +7,7 @@
 
 namespace tw::test {
 
-// `value` in `size` bytes, most significant first, as binary property lists store numbers.
-std::string bigEndian(uint64_t value, int size);
+std::string bigEndian(uint64_t value, int size);  // `value` in `size` bytes, as binary lists store numbers
 
 // A binary property list of encoded `objects` (the first is the top), offsets and references `size` bytes wide.
 std::string binaryList(const std::vector<std::string>& objects, uint8_t size);

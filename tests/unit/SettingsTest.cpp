@@ -83,7 +83,6 @@ TEST(PropertyList, NestingIsBoundedBeforeTheParserRecurses) {
       // libplist would accept these, then stop the program when the text is read.
       {"a NUL byte in XML", xmlAround(std::string("<string>a\0b</string>", 20)), Reason::malformed},
       {"a NUL in a binary key", test::binaryList({"\xD1\x01\x02", "\x53\x61\0b"s, "\x51v"}, 1), Reason::malformed},
-      {"garbage", std::string("\x01\x02 not a property list", 23), Reason::malformed},
       {"empty", "", Reason::empty},
   };
   for (const auto& [name, bytes, failure] : cases)
@@ -99,14 +98,13 @@ TEST(PropertyList, FilesAreRefusedByKindAndSizeBeforeTheyAreRead) {
   const std::string backupSized(PropertyList::largestFile(PropertyList::Kind::metadata) + 1, ' ');
   writeFile(dir / "backup.plist", xmlAround("<string>v</string>") + backupSized);
 
-  using enum PropertyList::Kind;
   const std::tuple<fs::path, PropertyList::Kind, std::optional<Reason>> cases[] = {
-      {huge, deviceBackup, Reason::tooLarge},
-      {dir / "backup.plist", metadata, Reason::tooLarge},
-      {dir / "backup.plist", deviceBackup, std::nullopt},
-      {dir / "missing.plist", metadata, Reason::missing},
-      {dir / "fifo.plist", metadata, Reason::notAFile},
-      {dir / "array.plist", metadata, Reason::notADictionary}};
+      {huge, PropertyList::Kind::deviceBackup, Reason::tooLarge},
+      {dir / "backup.plist", PropertyList::Kind::metadata, Reason::tooLarge},
+      {dir / "backup.plist", PropertyList::Kind::deviceBackup, std::nullopt},
+      {dir / "missing.plist", PropertyList::Kind::metadata, Reason::missing},
+      {dir / "fifo.plist", PropertyList::Kind::metadata, Reason::notAFile},
+      {dir / "array.plist", PropertyList::Kind::metadata, Reason::notADictionary}};
   for (const auto& [file, kind, failure] : cases)
     EXPECT_EQ(failureOf([&] { PropertyList::readDictionary(file, kind); }, file), failure) << file;
 }
@@ -143,7 +141,7 @@ struct Settings : ::testing::Test {
 TEST_F(Settings, EveryKindOfValueSurvivesTheRoundTripThroughTheFileAndValuesOfOtherToolsAreKept) {
   // Another tool's binary list {total: 7, ratio: 2.5, list: ["kept"]}, which no setting reads.
   writeFile(store, test::binaryList({"\xD3\x01\x02\x03\x04\x05\x06", "\x55total", "\x55ratio", "\x54list", "\x10\x07",
-                                     "\x23\x40\x04" + std::string(6, '\0'), "\xA1\x07", "\x54kept"},
+                                     "\x23\x40\x04\0\0\0\0\0\0"s, "\xA1\x07", "\x54kept"},
                                     1));
   const UserDefaults::Data blob{0x00, 0xFF, 0x10, 0x00, 0x7F};
   const std::string text = "Dérivées <&> ☃ \"quoted\"", relative = (fs::current_path() / "Archives").string();
