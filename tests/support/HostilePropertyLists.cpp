@@ -10,13 +10,9 @@ std::string bigEndian(uint64_t value, int size) {
 
 std::string binaryList(const std::vector<std::string>& objects, uint8_t size) {
   std::string bytes = "bplist00", offsets;
-  for (const auto& object : objects) {
-    offsets += bigEndian(bytes.size(), size);
-    bytes += object;
-  }
-  const uint64_t table = bytes.size();
+  for (const auto& object : objects) offsets += bigEndian(bytes.size(), size), bytes += object;
   return bytes + offsets + std::string(6, '\0') + static_cast<char>(size) + static_cast<char>(size) +
-         bigEndian(objects.size(), 8) + bigEndian(0, 8) + bigEndian(table, 8);
+         bigEndian(objects.size(), 8) + bigEndian(0, 8) + bigEndian(bytes.size(), 8);
 }
 
 std::string deepXmlList(uint32_t depth) {

@@ -54,8 +54,7 @@ std::string hiding(const std::string& before, const std::string& after) {
 template <class Read>
 std::optional<Reason> failureOf(Read read, const fs::path& file = {}) {
   try {
-    read();
-    return std::nullopt;
+    return read(), std::nullopt;
   } catch (const PropertyListError& error) {
     EXPECT_THAT(error.what(), HasSubstr(file.string()));
     return error.reason();
@@ -171,10 +170,9 @@ TEST_F(Settings, EveryKindOfValueSurvivesTheRoundTripThroughTheFileAndValuesOfOt
 }
 
 TEST(UserDefaults, UnusableFilesReadAsEmptyAndAreMovedAsideOnceWithoutCrashing) {
-  const std::string binary = test::binaryList({"\xD1\x01\x02", "\x51k", "\x55value"}, 1);  // {"k": "value"}
   const std::vector<std::pair<const char*, std::string>> cases = {
       {"garbage", std::string("\x01\x00not a property list\xff\xfe", 23)},  // with a NUL byte
-      {"truncated binary", binary.substr(0, binary.size() / 2)},
+      {"truncated binary", test::binaryList({"\xD1\x01\x02", "\x51k", "\x55value"}, 1).substr(0, 27)},
       {"root is an array", "<?xml version=\"1.0\"?><plist version=\"1.0\"><array><string>x</string></array></plist>"},
       {"empty", ""},
       {"deep XML", deepXmlList(200'000)},
