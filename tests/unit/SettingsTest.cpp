@@ -217,9 +217,7 @@ TEST_F(Settings, NonFilesInPlaceOfTheStoreAreMovedAsideAndALinkStaysALink) {
   UserDefaults(store).setInteger("k", 2);
   EXPECT_TRUE(fs::is_symlink(store));
   EXPECT_EQ(UserDefaults(real).object("k"), Value(int64_t{2}));
-  struct stat status {};
-  ASSERT_EQ(::stat(real.c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777, 0644u);
+  EXPECT_EQ(fs::status(real).permissions(), fs::perms(0644));
 }
 
 TEST_F(Settings, AFailedWriteOrChangeThrowsAndLeavesEverythingAsItWas) {
@@ -257,12 +255,11 @@ TEST_F(Settings, AWriteRemovesTheTemporaryFilesOfKilledWritersButNoOtherFile) {
     ::waitpid(child, nullptr, 0);
   }
   // One abandoned for certain; one a writer still holds; other names that are not this store's.
-  writeFile(dir / ".s.plist.tmp-Ab3xQz", "half");
-  writeFile(dir / ".s.plist.tmp-inUse1", "being written");
+  for (const char* name : {".s.plist.tmp-Ab3xQz", ".s.plist.tmp-inUse1", ".other.plist.tmp-Ab3xQz",
+                           ".s.plist.tmp-toolong", "s.plist.tmp-Ab3xQz"})
+    writeFile(dir / name, "partly written");
   int live = ::open((dir / ".s.plist.tmp-inUse1").c_str(), O_RDONLY);
   ASSERT_EQ(::flock(live, LOCK_EX), 0);
-  for (const char* name : {".other.plist.tmp-Ab3xQz", ".s.plist.tmp-toolong", "s.plist.tmp-Ab3xQz"})
-    writeFile(dir / name, "not ours");
   fs::create_directory(dir / ".s.plist.tmp-folder");
   fs::create_symlink(dir / "s.plist", dir / ".s.plist.tmp-linked");
 
