@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <openssl/evp.h>
 
 #include "platform/Bookmark.h"
