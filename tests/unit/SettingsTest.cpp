@@ -384,8 +384,7 @@ TEST(PreferencesConcurrency, ProcessesAndThreadsAddingAtTheSameMomentNeverLoseBy
     if (amount == 1) mine.setCustomDerivedDataFolder(fs::path("/Volumes/Work/DD"));
     ::_exit(0);
   }
-  ::close(gate[0]);
-  ::close(gate[1]);  // opens the gate
+  for (int end : gate) ::close(end);  // opens the gate
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i)
     threads.emplace_back([&] {
