@@ -274,21 +274,16 @@ TEST_F(Settings, WrittenValuesUnderTheirStoredKeys) {
   EXPECT_EQ(preferences.appFolder(), "/Applications/Tidewell.app");
   EXPECT_FALSE(fs::exists(store));  // reading never creates the file
 
-  preferences.setNotificationsEnabled(false);
-  preferences.setNotificationsPeriod(Period::every2Months);
-  preferences.setDryRunEnabled(true);
-  preferences.setTotalBytesCleaned(5'000'000'000'000);
-  preferences.setCustomArchivesFolder(fs::path("/Volumes/Big/Archives"));
-  preferences.setCustomDerivedDataFolder(fs::path("/Volumes/Big/DerivedData"));
-  preferences.setAppFolder(fs::path("/Apps/T.app"));
-  const std::pair<const char*, Value> stored[] = {{"TWNotificationsEnabledKey", false},
-                                                  {"TWNotificationsPeriodKey", 3L},
-                                                  {"TWDryRunEnabledKey", true},
-                                                  {"TWTotalBytesCleaned", 5'000'000'000'000L},
-                                                  {"TWCustomArchivesFolderKey", "/Volumes/Big/Archives"s},
-                                                  {"TWCustomDerivedDataFolderKey", "/Volumes/Big/DerivedData"s},
-                                                  {"TWAppFolder", "/Apps/T.app"s}};
-  for (const auto& [key, value] : stored) EXPECT_EQ(raw.object(key), value) << key;  // as other readers expect
+  // Each setting as other readers of the file expect it.
+  const std::tuple<std::function<void()>, const char*, Value> settings[] = {
+      {[&] { preferences.setNotificationsEnabled(false); }, "TWNotificationsEnabledKey", false},
+      {[&] { preferences.setNotificationsPeriod(Period::every2Months); }, "TWNotificationsPeriodKey", 3L},
+      {[&] { preferences.setDryRunEnabled(true); }, "TWDryRunEnabledKey", true},
+      {[&] { preferences.setTotalBytesCleaned(5'000'000'000'000); }, "TWTotalBytesCleaned", 5'000'000'000'000L},
+      {[&] { preferences.setCustomArchivesFolder("/Volumes/A"); }, "TWCustomArchivesFolderKey", "/Volumes/A"s},
+      {[&] { preferences.setCustomDerivedDataFolder("/Volumes/D"); }, "TWCustomDerivedDataFolderKey", "/Volumes/D"s},
+      {[&] { preferences.setAppFolder("/Apps/T.app"); }, "TWAppFolder", "/Apps/T.app"s}};
+  for (const auto& [set, key, value] : settings) EXPECT_EQ((set(), raw.object(key)), value) << key;
   // Bookmark keys: the prefix and the upper-case SHA-256 of the path (from `printf %s <path> | sha256sum`).
   EXPECT_EQ(Preferences::bookmarkKey("/tmp"),
             "TWFolderBookmark_E9671ACD244849C57167C658FA2F969752048F7AB184A3DCF5C46CB4D56AE124");
@@ -347,8 +342,7 @@ TEST_F(Settings, ObserversAreNotifiedInOrderOnceEachAndMayChangeTheListMeanwhile
   auto leaving = std::make_shared<RecordingObserver>();
   leaving->onChange = [&] { preferences.removeObserver(leaving); };
   preferences.addObserver(leaving);
-  preferences.notifyObservers("k");
-  preferences.notifyObservers("k");
+  for (int i = 0; i < 2; ++i) preferences.notifyObservers("k");
   EXPECT_EQ(leaving->keys.size(), 1u);
   auto steady = std::make_shared<RecordingObserver>(), transient = std::make_shared<RecordingObserver>();
   preferences.addObserver(steady);
