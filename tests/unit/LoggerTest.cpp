@@ -21,14 +21,14 @@ std::unique_ptr<Logger> fileLogger(const fs::path& folder, Level level = Level::
   return logger;
 }
 
-TEST(Logger, RotatesLatestToPreviousOverThreeStartsAndWritesWhatItsLevelPassesAsGiven) {
+TEST(Logger, KeepsLatestAndPreviousLogInAPrivateFolderAndWritesWhatItsLevelPassesAsGiven) {
   test::TempDir dir;
-  const auto latest = dir / "dev.tidewell.Tidewell-MainLog-LogFile-latest.log";
-  const auto previous = dir / "dev.tidewell.Tidewell-MainLog-LogFile-previous.log";
+  const auto latest = dir / "state/tidewell/dev.tidewell.Tidewell-MainLog-LogFile-latest.log";
+  const auto previous = dir / "state/tidewell/dev.tidewell.Tidewell-MainLog-LogFile-previous.log";
   std::optional<std::string> before;  // what the run before wrote
   for (const std::string run : {"first 100%", "second %s %n", "third {}"}) {
     std::string seen;  // the lines the observer saw
-    auto logger = fileLogger(dir.path(), Level::warning);
+    auto logger = fileLogger(dir / "state/tidewell", Level::warning);
     logger->setLineObserver([&](Level, const std::string& line) { seen += line + "\n"; });
     EXPECT_EQ(logger->logFilePath(), latest);
     EXPECT_EQ(logger->oldLogFilePath(), before ? std::optional(previous) : std::nullopt);
@@ -40,18 +40,13 @@ TEST(Logger, RotatesLatestToPreviousOverThreeStartsAndWritesWhatItsLevelPassesAs
     before = seen;
   }
   EXPECT_EQ(readFile(latest), before);
-}
-
-TEST(Logger, WithoutFileLoggingOrAFolderThatCanBeMadeNoFileIsWritten) {
-  test::TempDir dir;
-  auto off = fileLogger(dir.path(), Level::info, Logger::FileLogging::off);
-  off->info("nowhere");
-  EXPECT_FALSE(off->logFilePath().has_value());
-  EXPECT_TRUE(fs::is_empty(dir.path()));
-  // A missing folder is made, for this user alone; one that cannot be made means no file.
-  EXPECT_TRUE(fileLogger(dir / "state/tidewell")->isLoggingToFile());
+  // The missing folders were made for this user alone; without file logging or a folder, no file.
   for (const char* folder : {"state", "state/tidewell"})
     EXPECT_EQ(fs::status(dir / folder).permissions(), fs::perms::owner_all) << folder;
+  auto off = fileLogger(dir / "off", Level::info, Logger::FileLogging::off);
+  off->info("nowhere");
+  EXPECT_FALSE(off->logFilePath().has_value());
+  EXPECT_FALSE(fs::exists(dir / "off"));
   test::writeFile(dir / "file", "not a folder");
   EXPECT_FALSE(fileLogger(dir / "file/tidewell")->isLoggingToFile());
 }

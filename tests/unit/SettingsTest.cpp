@@ -142,21 +142,20 @@ TEST_F(Settings, EveryKindOfValueSurvivesTheRoundTripThroughTheFileAndValuesOfOt
                                     1));
   const UserDefaults::Data blob{0x00, 0xFF, 0x10, 0x00, 0x7F};
   const std::string text = "Dérivées <&> ☃ \"quoted\"", relative = (fs::current_path() / "Archives").string();
-  raw.setBool("flag", false);
-  raw.setInteger("huge", INT64_MAX);
-  raw.setInteger("smallest", INT64_MIN);
-  raw.setString("text", text);
-  raw.setData("blob", blob);
-  raw.setURL("folder", fs::path("/Users/ann/Xcode Stuff/"));
-  raw.setURL("relative", fs::path("Archives"));
-  raw.setURL("root", fs::path("//"));  // the root keeps its one separator
-  UserDefaults reader(store);          // a second handle reads the file, not a copy in memory
-  const std::pair<const char*, Value> expected[] = {{"flag", false},         {"huge", INT64_MAX},
-                                                    {"smallest", INT64_MIN}, {"text", text},
-                                                    {"blob", blob},          {"folder", "/Users/ann/Xcode Stuff"s},
-                                                    {"relative", relative},  {"root", "/"s},
-                                                    {"total", 7L},           {"ratio", 2.5}};
-  for (const auto& [key, value] : expected) EXPECT_EQ(reader.object(key), value) << key;
+  const std::tuple<std::function<void()>, const char*, Value> values[] = {
+      {[&] { raw.setBool("flag", false); }, "flag", false},
+      {[&] { raw.setInteger("huge", INT64_MAX); }, "huge", INT64_MAX},
+      {[&] { raw.setInteger("smallest", INT64_MIN); }, "smallest", INT64_MIN},
+      {[&] { raw.setString("text", text); }, "text", text},
+      {[&] { raw.setData("blob", blob); }, "blob", blob},
+      {[&] { raw.setURL("folder", fs::path("/Users/ann/Xcode Stuff/")); }, "folder", "/Users/ann/Xcode Stuff"s},
+      {[&] { raw.setURL("relative", fs::path("Archives")); }, "relative", relative},
+      {[&] { raw.setURL("root", fs::path("//")); }, "root", "/"s},  // the root keeps its one separator
+      {[] {}, "total", 7L},
+      {[] {}, "ratio", 2.5}};
+  for (const auto& [set, key, value] : values) set();
+  UserDefaults reader(store);  // a second handle reads the file, not a copy in memory
+  for (const auto& [set, key, value] : values) EXPECT_EQ(reader.object(key), value) << key;
   EXPECT_EQ(reader.object("list"), Value(UserDefaults::OtherValue{}));
   reader.removeObject("text");
   reader.setURL("folder", std::nullopt);
