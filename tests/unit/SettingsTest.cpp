@@ -60,7 +60,7 @@ std::optional<Reason> failureOf(Read read, const fs::path& file = {}) {
   }
 }
 
-TEST(PropertyList, NestingIsBoundedBeforeTheParserRecurses) {
+TEST(PropertyList, NestingSizeAndKindAreCheckedBeforeTheParserRuns) {
   const uint32_t limit = PropertyList::kDeepestNesting;  // counting the root dictionary as the first level
   const std::tuple<const char*, std::string, std::optional<Reason>> cases[] = {
       {"XML at the limit with empty ones", xmlAround(repeat("<array/><dict/>", 300), limit - 1), std::nullopt},
@@ -84,9 +84,7 @@ TEST(PropertyList, NestingIsBoundedBeforeTheParserRecurses) {
   };
   for (const auto& [name, bytes, failure] : cases)
     EXPECT_EQ(failureOf([&] { PropertyList::parse(bytes); }), failure) << name;
-}
-
-TEST(PropertyList, FilesAreRefusedByKindAndSizeBeforeTheyAreRead) {
+  // Files, by their kind's size limit and by what they are.
   test::TempDir dir;
   const fs::path huge = dir / "huge" / "Info.plist";
   test::writeSparseFile(huge, uint64_t{3} << 30);  // refused from its size alone, without reading it
@@ -95,14 +93,14 @@ TEST(PropertyList, FilesAreRefusedByKindAndSizeBeforeTheyAreRead) {
   const std::string backupSized(PropertyList::largestFile(PropertyList::Kind::metadata) + 1, ' ');
   writeFile(dir / "backup.plist", xmlAround("<string>v</string>") + backupSized);
 
-  const std::tuple<fs::path, PropertyList::Kind, std::optional<Reason>> cases[] = {
+  const std::tuple<fs::path, PropertyList::Kind, std::optional<Reason>> files[] = {
       {huge, PropertyList::Kind::deviceBackup, Reason::tooLarge},
       {dir / "backup.plist", PropertyList::Kind::metadata, Reason::tooLarge},
       {dir / "backup.plist", PropertyList::Kind::deviceBackup, std::nullopt},
       {dir / "missing.plist", PropertyList::Kind::metadata, Reason::missing},
       {dir / "fifo.plist", PropertyList::Kind::metadata, Reason::notAFile},
       {dir / "array.plist", PropertyList::Kind::metadata, Reason::notADictionary}};
-  for (const auto& [file, kind, failure] : cases)
+  for (const auto& [file, kind, failure] : files)
     EXPECT_EQ(failureOf([&] { PropertyList::readDictionary(file, kind); }, file), failure) << file;
 }
 
@@ -289,7 +287,7 @@ TEST_F(Settings, WrittenValuesUnderTheirStoredKeys) {
   EXPECT_EQ(Preferences::bookmarkKey("/tmp/"), Preferences::bookmarkKey("/tmp"));
 }
 
-TEST_F(Settings, ForeignValuesReadAsTheyMeanWrongKindsAsDefaultsAndGarbageIsSetAside) {
+TEST_F(Settings, ForeignValuesReadAsTheyMeanGarbageIsSetAsideAndTheTotalNeverWraps) {
   // As `defaults write` and hand edits store them: numbers (text or real) are on unless 0, wrong kinds are defaults.
   const std::tuple<std::string, std::string, bool, bool> cases[] = {
       {"<string>YES</string>", "<string> no </string>", true, false},
@@ -314,6 +312,24 @@ TEST_F(Settings, ForeignValuesReadAsTheyMeanWrongKindsAsDefaultsAndGarbageIsSetA
   test::LogCapture log;
   EXPECT_TRUE(preferences.notificationsEnabled());
   EXPECT_THAT(log.lines(), ElementsAre(StartsWith("\u26A0\uFE0F Preferences: ")));
+  // A total beyond 64 bits stays at the largest and never reads negative.
+  preferences.setTotalBytesCleaned(INT64_MAX - 5);
+  EXPECT_EQ(preferences.addToTotalBytesCleaned(5).total, INT64_MAX);
+  log.clear();
+  auto update = preferences.addToTotalBytesCleaned(1);
+  EXPECT_TRUE(update.saturated);
+  EXPECT_EQ(update.total, INT64_MAX);
+  EXPECT_THAT(log.lines(),
+              ElementsAre(StartsWith("\u26A0\uFE0F Preferences: The lifetime total of bytes cleaned cannot grow")));
+  // Written as unsigned numbers by another tool: -1 and 2^64 - 1 share their bits.
+  const std::pair<std::string, int64_t> numbers[] = {
+      {"18446744073709551615", INT64_MAX}, {"9223372036854775808", INT64_MAX}, {"-1", -1}, {"0", 0}};
+  for (const auto& [stored, expected] : numbers) {
+    const std::string number = "<integer>" + stored + "</integer>";
+    writeSettings("<key>TWTotalBytesCleaned</key>" + number + "<key>TWDryRunEnabledKey</key>" + number);
+    EXPECT_EQ(preferences.dryRunEnabled(), expected != 0) << stored;
+    EXPECT_EQ(preferences.totalBytesCleaned(), expected) << stored;
+  }
 }
 
 TEST_F(Settings, ObserversAreNotifiedInOrderOnceEachAndMayChangeTheListMeanwhileFromAnyThread) {
@@ -336,8 +352,7 @@ TEST_F(Settings, ObserversAreNotifiedInOrderOnceEachAndMayChangeTheListMeanwhile
 
   preferences.removeObserver(first);
   preferences.removeObserver(nullptr);  // a destroyed observer's own unregistration: its reference reads empty
-  ASSERT_EQ(preferences.observers().size(), 1u);
-  EXPECT_EQ(preferences.observers()[0].lock(), second);
+  EXPECT_EQ(preferences.observers(), std::vector{Weak<PreferencesObserver>(second)});
   auto leaving = std::make_shared<RecordingObserver>();
   leaving->onChange = [&] { preferences.removeObserver(leaving); };
   preferences.addObserver(leaving);
@@ -393,26 +408,6 @@ TEST(PreferencesConcurrency, ProcessesAndThreadsAddingAtTheSameMomentNeverLoseBy
   EXPECT_EQ(preferences.notificationsPeriod(), Period::everyWeek);
   EXPECT_EQ(preferences.customDerivedDataFolder(), fs::path("/Volumes/Work/DD"));
   if (folder != fallback.path()) fs::remove_all(folder);
-}
-
-TEST_F(Settings, ATotalBeyondSixtyFourBitsStaysAtTheLargestAndNeverReadsNegative) {
-  preferences.setTotalBytesCleaned(INT64_MAX - 5);
-  EXPECT_EQ(preferences.addToTotalBytesCleaned(5).total, INT64_MAX);
-  test::LogCapture log;
-  auto update = preferences.addToTotalBytesCleaned(1);
-  EXPECT_TRUE(update.saturated);
-  EXPECT_EQ(update.total, INT64_MAX);
-  EXPECT_THAT(log.lines(),
-              ElementsAre(StartsWith("\u26A0\uFE0F Preferences: The lifetime total of bytes cleaned cannot grow")));
-  // Written as unsigned numbers by another tool: -1 and 2^64 - 1 share their bits.
-  const std::pair<std::string, int64_t> cases[] = {
-      {"18446744073709551615", INT64_MAX}, {"9223372036854775808", INT64_MAX}, {"-1", -1}, {"0", 0}};
-  for (const auto& [stored, expected] : cases) {
-    const std::string number = "<integer>" + stored + "</integer>";
-    writeSettings("<key>TWTotalBytesCleaned</key>" + number + "<key>TWDryRunEnabledKey</key>" + number);
-    EXPECT_EQ(preferences.dryRunEnabled(), expected != 0) << stored;
-    EXPECT_EQ(preferences.totalBytesCleaned(), expected) << stored;
-  }
 }
 
 }  // namespace
