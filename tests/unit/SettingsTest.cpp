@@ -163,7 +163,7 @@ TEST_F(Settings, EveryKindOfValueSurvivesTheRoundTripThroughTheFileAndValuesOfOt
   EXPECT_EQ(namesIn(dir.path()), (Strings{"s.plist", "s.plist.lock"}));  // no temporary file is left behind
 }
 
-TEST(UserDefaults, UnusableFilesReadAsEmptyAndAreMovedAsideOnceWithoutCrashing) {
+TEST_F(Settings, UnusableStoresAreMovedAsideOnceWithoutCrashingAndALinkStaysALink) {
   const std::vector<std::pair<const char*, std::string>> cases = {
       {"garbage", std::string("\x01\x00not a property list\xff\xfe", 23)},  // with a NUL byte
       {"truncated binary", test::binaryList({"\xD1\x01\x02", "\x51k", "\x55value"}, 1).substr(0, 27)},
@@ -173,29 +173,27 @@ TEST(UserDefaults, UnusableFilesReadAsEmptyAndAreMovedAsideOnceWithoutCrashing) 
       {"deep binary", deepBinaryList(200'000, false)}};
   for (size_t i = 0; const auto& [name, contents] : cases) {
     SCOPED_TRACE(name);
-    test::TempDir dir;
-    auto store = dir / "s.plist";
-    writeFile(store, contents);
+    test::TempDir folder;
+    auto file = folder / "s.plist";
+    writeFile(file, contents);
     std::vector<UserDefaults::Problem> problems;
-    UserDefaults defaults(store, [&](const UserDefaults::Problem& problem) { problems.push_back(problem); });
+    UserDefaults defaults(file, [&](const UserDefaults::Problem& problem) { problems.push_back(problem); });
     const bool writeFirst = i++ % 2;  // a write moves the file aside before writing, as a read does
     if (writeFirst) defaults.setInteger("k", 5);
     EXPECT_EQ(defaults.object("k"), writeFirst ? std::optional(Value(int64_t{5})) : std::nullopt);
     ASSERT_EQ(problems.size(), 1u);
     EXPECT_EQ(problems[0].kind, UserDefaults::Problem::Kind::setAside);
-    auto aside = asideFilesIn(dir.path());
+    auto aside = asideFilesIn(folder.path());
     ASSERT_THAT(aside, ElementsAre(testing::MatchesRegex("s\\.plist\\.corrupt-[0-9]{8}T[0-9]{6}Z")));
-    EXPECT_EQ(readFile(dir / aside[0]), contents);  // the user's bytes are kept as they were
-    EXPECT_THAT(problems[0].message, AllOf(HasSubstr(store.string()), HasSubstr(aside[0])));
+    EXPECT_EQ(readFile(folder / aside[0]), contents);  // the user's bytes are kept as they were
+    EXPECT_THAT(problems[0].message, AllOf(HasSubstr(file.string()), HasSubstr(aside[0])));
     defaults.setInteger("k", 6);
     EXPECT_EQ(problems.size(), 1u);
-    writeFile(store, contents);  // a second bad file within the same second gets a name of its own
+    writeFile(file, contents);  // a second bad file within the same second gets a name of its own
     EXPECT_FALSE(defaults.object("k").has_value());
-    EXPECT_EQ(asideFilesIn(dir.path()).size(), 2u);
+    EXPECT_EQ(asideFilesIn(folder.path()).size(), 2u);
   }
-}
-
-TEST_F(Settings, NonFilesInPlaceOfTheStoreAreMovedAsideAndALinkStaysALink) {
+  // A folder or a pipe in its place is moved aside too.
   fs::create_directories(store / "inside");
   EXPECT_FALSE(raw.object("k").has_value());
   ASSERT_EQ(asideFilesIn(dir.path()).size(), 1u);
@@ -214,7 +212,7 @@ TEST_F(Settings, NonFilesInPlaceOfTheStoreAreMovedAsideAndALinkStaysALink) {
   EXPECT_EQ(fs::status(real).permissions(), fs::perms(0644));
 }
 
-TEST_F(Settings, AFailedWriteOrChangeThrowsAndLeavesEverythingAsItWas) {
+TEST_F(Settings, FailedWritesLeaveEverythingAsItWasAndKilledWritersNoTemporaryFiles) {
   // Preferences log it, tell the caller who shows it, and still notify.
   writeFile(dir / "blocker", "a file where a folder should be");
   Preferences failing(dir / "blocker/tidewell/s.plist");
@@ -235,10 +233,6 @@ TEST_F(Settings, AFailedWriteOrChangeThrowsAndLeavesEverythingAsItWas) {
   EXPECT_THROW(raw.update(changeMind), Error);
   EXPECT_EQ(raw.object("k"), Value(int64_t{1}));
   EXPECT_EQ(namesIn(dir.path(), "s.plist"), (Strings{"s.plist", "s.plist.lock"}));
-}
-
-TEST_F(Settings, AWriteRemovesTheTemporaryFilesOfKilledWritersButNoOtherFile) {
-  raw.setInteger("k", 0);
   // Writers killed at random moments, some of them between creating and renaming their file.
   for (int round = 0; round < 40; ++round) {
     pid_t child = ::fork();
