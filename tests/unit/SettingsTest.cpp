@@ -84,7 +84,6 @@ TEST(PropertyList, NestingSizeAndKindAreCheckedBeforeTheParserRuns) {
   };
   for (const auto& [name, bytes, failure] : cases)
     EXPECT_EQ(failureOf([&] { PropertyList::parse(bytes); }), failure) << name;
-  // Files, by their kind's size limit and by what they are.
   test::TempDir dir;
   const fs::path huge = dir / "huge" / "Info.plist";
   test::writeSparseFile(huge, uint64_t{3} << 30);  // refused from its size alone, without reading it
@@ -133,7 +132,26 @@ struct Settings : ::testing::Test {
   UserDefaults raw{store};
 };
 
-TEST_F(Settings, EveryKindOfValueSurvivesTheRoundTripThroughTheFileAndValuesOfOtherToolsAreKept) {
+TEST_F(Settings, EveryValueIsStoredAsOtherToolsReadItAndTheirOwnValuesAreKept) {
+  ScopedHost scoped(Host{.configDirectory = dir / "xdg", .bundle = "/Applications/Tidewell.app"});
+  EXPECT_EQ(Preferences::shared().storePath(), dir / "xdg/tidewell/dev.tidewell.Tidewell.plist");
+  EXPECT_EQ(preferences.appFolder(), "/Applications/Tidewell.app");
+  EXPECT_FALSE(fs::exists(store));  // reading never creates the file
+
+  // Each setting as other readers of the file expect it.
+  const std::tuple<std::function<void()>, const char*, Value> settings[] = {
+      {[&] { preferences.setNotificationsEnabled(false); }, "TWNotificationsEnabledKey", false},
+      {[&] { preferences.setNotificationsPeriod(Period::every2Months); }, "TWNotificationsPeriodKey", 3L},
+      {[&] { preferences.setDryRunEnabled(true); }, "TWDryRunEnabledKey", true},
+      {[&] { preferences.setTotalBytesCleaned(5'000'000'000'000); }, "TWTotalBytesCleaned", 5'000'000'000'000L},
+      {[&] { preferences.setCustomArchivesFolder("/Volumes/A"); }, "TWCustomArchivesFolderKey", "/Volumes/A"s},
+      {[&] { preferences.setCustomDerivedDataFolder("/Volumes/D"); }, "TWCustomDerivedDataFolderKey", "/Volumes/D"s},
+      {[&] { preferences.setAppFolder("/Apps/T.app"); }, "TWAppFolder", "/Apps/T.app"s}};
+  for (const auto& [set, key, value] : settings) EXPECT_EQ((set(), raw.object(key)), value) << key;
+  // Bookmark keys: the prefix and the upper-case SHA-256 of the path (from `printf %s <path> | sha256sum`).
+  EXPECT_EQ(Preferences::bookmarkKey("/tmp"),
+            "TWFolderBookmark_E9671ACD244849C57167C658FA2F969752048F7AB184A3DCF5C46CB4D56AE124");
+  EXPECT_EQ(Preferences::bookmarkKey("/tmp/"), Preferences::bookmarkKey("/tmp"));
   // Another tool's binary list {total: 7, ratio: 2.5, list: ["kept"]}, which no setting reads.
   writeFile(store, test::binaryList({"\xD3\x01\x02\x03\x04\x05\x06", "\x55total", "\x55ratio", "\x54list", "\x10\x07",
                                      "\x23\x40\x04\0\0\0\0\0\0"s, "\xA1\x07", "\x54kept"},
@@ -193,8 +211,7 @@ TEST_F(Settings, UnusableStoresAreMovedAsideOnceWithoutCrashingAndALinkStaysALin
     EXPECT_FALSE(defaults.object("k").has_value());
     EXPECT_EQ(asideFilesIn(folder.path()).size(), 2u);
   }
-  // A folder or a pipe in its place is moved aside too.
-  fs::create_directories(store / "inside");
+  fs::create_directories(store / "inside");  // a folder in its place is moved aside too
   EXPECT_FALSE(raw.object("k").has_value());
   ASSERT_EQ(asideFilesIn(dir.path()).size(), 1u);
   EXPECT_TRUE(fs::is_directory(dir / asideFilesIn(dir.path())[0] / "inside"));
@@ -257,28 +274,6 @@ TEST_F(Settings, FailedWritesLeaveEverythingAsItWasAndKilledWritersNoTemporaryFi
             (Strings{".other.plist.tmp-Ab3xQz", ".s.plist.tmp-folder", ".s.plist.tmp-inUse1", ".s.plist.tmp-linked",
                      ".s.plist.tmp-toolong", "s.plist.tmp-Ab3xQz"}));
   ::close(live);
-}
-
-TEST_F(Settings, WrittenValuesUnderTheirStoredKeys) {
-  ScopedHost scoped(Host{.configDirectory = dir / "xdg", .bundle = "/Applications/Tidewell.app"});
-  EXPECT_EQ(Preferences::shared().storePath(), dir / "xdg/tidewell/dev.tidewell.Tidewell.plist");
-  EXPECT_EQ(preferences.appFolder(), "/Applications/Tidewell.app");
-  EXPECT_FALSE(fs::exists(store));  // reading never creates the file
-
-  // Each setting as other readers of the file expect it.
-  const std::tuple<std::function<void()>, const char*, Value> settings[] = {
-      {[&] { preferences.setNotificationsEnabled(false); }, "TWNotificationsEnabledKey", false},
-      {[&] { preferences.setNotificationsPeriod(Period::every2Months); }, "TWNotificationsPeriodKey", 3L},
-      {[&] { preferences.setDryRunEnabled(true); }, "TWDryRunEnabledKey", true},
-      {[&] { preferences.setTotalBytesCleaned(5'000'000'000'000); }, "TWTotalBytesCleaned", 5'000'000'000'000L},
-      {[&] { preferences.setCustomArchivesFolder("/Volumes/A"); }, "TWCustomArchivesFolderKey", "/Volumes/A"s},
-      {[&] { preferences.setCustomDerivedDataFolder("/Volumes/D"); }, "TWCustomDerivedDataFolderKey", "/Volumes/D"s},
-      {[&] { preferences.setAppFolder("/Apps/T.app"); }, "TWAppFolder", "/Apps/T.app"s}};
-  for (const auto& [set, key, value] : settings) EXPECT_EQ((set(), raw.object(key)), value) << key;
-  // Bookmark keys: the prefix and the upper-case SHA-256 of the path (from `printf %s <path> | sha256sum`).
-  EXPECT_EQ(Preferences::bookmarkKey("/tmp"),
-            "TWFolderBookmark_E9671ACD244849C57167C658FA2F969752048F7AB184A3DCF5C46CB4D56AE124");
-  EXPECT_EQ(Preferences::bookmarkKey("/tmp/"), Preferences::bookmarkKey("/tmp"));
 }
 
 TEST_F(Settings, ForeignValuesReadAsTheyMeanGarbageIsSetAsideAndTheTotalNeverWraps) {
