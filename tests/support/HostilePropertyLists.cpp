@@ -10,18 +10,13 @@ std::string bigEndian(uint64_t value, int size) {
 
 std::string binaryList(const std::vector<std::string>& objects, uint8_t size) {
   std::string bytes = "bplist00", offsets;
-  for (const auto& object : objects) {
-    offsets += bigEndian(bytes.size(), size);
-    bytes += object;
-  }
-  const uint64_t table = bytes.size();
+  for (const auto& object : objects) offsets += bigEndian(bytes.size(), size), bytes += object;
   return bytes + offsets + std::string(6, '\0') + static_cast<char>(size) + static_cast<char>(size) +
-         bigEndian(objects.size(), 8) + bigEndian(0, 8) + bigEndian(table, 8);
+         bigEndian(objects.size(), 8) + bigEndian(0, 8) + bigEndian(bytes.size(), 8);
 }
 
 std::string deepXmlList(uint32_t depth) {
   std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict><key>k</key>";
-  xml.reserve(xml.size() + depth * 15 + 32);
   for (uint32_t i = 0; i < depth; ++i) xml += "<array>";
   for (uint32_t i = 0; i < depth; ++i) xml += "</array>";
   return xml + "</dict></plist>\n";

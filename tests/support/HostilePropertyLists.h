@@ -7,11 +7,9 @@
 
 namespace tw::test {
 
-// `value` in `size` bytes, most significant first, as binary property lists store numbers.
-std::string bigEndian(uint64_t value, int size);
+std::string bigEndian(uint64_t value, int size);  // `value` in `size` bytes, as binary lists store numbers
 
-// A binary property list of already encoded `objects`, the first one the top; offsets and
-// references take `size` bytes.
+// A binary property list of encoded `objects` (the first is the top), offsets and references `size` bytes wide.
 std::string binaryList(const std::vector<std::string>& objects, uint8_t size);
 
 // An XML property list {"k": [[[...]]]} with `depth` nested arrays.

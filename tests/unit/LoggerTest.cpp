@@ -15,51 +15,38 @@ using Level = Logger::Level;
 
 // A logger writing to a file in `folder` and not to the console.
 std::unique_ptr<Logger> fileLogger(const fs::path& folder, Level level = Level::info,
-                                   const char* prefix = "dev.tidewell.Tidewell",
                                    Logger::FileLogging logging = Logger::FileLogging::on) {
-  auto logger = std::make_unique<Logger>("MainLog", level, logging, folder, prefix);
+  auto logger = std::make_unique<Logger>("MainLog", level, logging, folder, "dev.tidewell.Tidewell");
   logger->setConsoleLogging(false);
   return logger;
 }
 
-TEST(Logger, RotatesLatestToPreviousOverThreeStarts) {
+TEST(Logger, KeepsLatestAndPreviousLogInAPrivateFolderAndWritesWhatItsLevelPassesAsGiven) {
   test::TempDir dir;
-  const auto latest = dir / "dev.tidewell.Tidewell-MainLog-LogFile-latest.log";
-  const auto previous = dir / "dev.tidewell.Tidewell-MainLog-LogFile-previous.log";
+  const auto latest = dir / "state/tidewell/dev.tidewell.Tidewell-MainLog-LogFile-latest.log";
+  const auto previous = dir / "state/tidewell/dev.tidewell.Tidewell-MainLog-LogFile-previous.log";
   std::optional<std::string> before;  // what the run before wrote
-  for (const std::string run : {"first", "second", "third"}) {
-    auto logger = fileLogger(dir.path());
+  for (const std::string run : {"first 100%", "second %s %n", "third {}"}) {
+    std::string seen;  // the lines the observer saw
+    auto logger = fileLogger(dir / "state/tidewell", Level::warning);
+    logger->setLineObserver([&](Level, const std::string& line) { seen += line + "\n"; });
     EXPECT_EQ(logger->logFilePath(), latest);
     EXPECT_EQ(logger->oldLogFilePath(), before ? std::optional(previous) : std::nullopt);
     EXPECT_EQ(before ? readFile(previous) : "", before.value_or(""));
-    logger->info(run);
-    before = "\u2755 " + run + "\n";
+    logger->info("dropped");
+    logger->warning(run);
+    logger->error("kept");
+    EXPECT_EQ(seen, "\u26A0\uFE0F " + run + "\n\u274C kept\n");
+    before = seen;
   }
   EXPECT_EQ(readFile(latest), before);
-}
-
-TEST(Logger, LevelFiltersFormatCharactersPassAndTheObserverSeesEveryWrittenLine) {
-  test::TempDir dir;
-  auto logger = fileLogger(dir.path(), Level::warning, "");
-  std::vector<std::string> seen;
-  logger->setLineObserver([&](Level, const std::string& line) { seen.push_back(line); });
-  logger->info("dropped");
-  logger->warning("100% %s %n {}");
-  logger->error("kept");
-  EXPECT_EQ(readFile(dir / "UnknownApp-MainLog-LogFile-latest.log"), "\u26A0\uFE0F 100% %s %n {}\n\u274C kept\n");
-  EXPECT_EQ(seen, (std::vector<std::string>{"\u26A0\uFE0F 100% %s %n {}", "\u274C kept"}));
-}
-
-TEST(Logger, WithoutFileLoggingOrAFolderThatCanBeMadeNoFileIsWritten) {
-  test::TempDir dir;
-  auto off = fileLogger(dir.path(), Level::info, "x", Logger::FileLogging::off);
-  off->info("nowhere");
-  EXPECT_FALSE(off->logFilePath().has_value());
-  EXPECT_TRUE(fs::is_empty(dir.path()));
-  // A missing folder is made, for this user alone; one that cannot be made means no file.
-  EXPECT_TRUE(fileLogger(dir / "state/tidewell")->isLoggingToFile());
+  // The missing folders were made for this user alone; without file logging or a folder, no file.
   for (const char* folder : {"state", "state/tidewell"})
     EXPECT_EQ(fs::status(dir / folder).permissions(), fs::perms::owner_all) << folder;
+  auto off = fileLogger(dir / "off", Level::info, Logger::FileLogging::off);
+  off->info("nowhere");
+  EXPECT_FALSE(off->logFilePath().has_value());
+  EXPECT_FALSE(fs::exists(dir / "off"));
   test::writeFile(dir / "file", "not a folder");
   EXPECT_FALSE(fileLogger(dir / "file/tidewell")->isLoggingToFile());
 }
@@ -74,13 +61,11 @@ TEST(Logger, ConcurrentLinesStayWhole) {
       for (int i = 0; i < 200; ++i) logger->info("thread " + std::to_string(t) + " " + payload);
     });
   for (auto& thread : threads) thread.join();
-  const std::string written = readFile(*logger->logFilePath());
-  std::istringstream contents(written);
+  std::istringstream contents(readFile(*logger->logFilePath()));
   size_t lines = 0;
   for (std::string line; std::getline(contents, line); ++lines)
     EXPECT_TRUE(line.rfind("\u2755 thread ", 0) == 0 && line.ends_with(" " + payload)) << line;
   EXPECT_EQ(lines, 8u * 200u);
-  EXPECT_EQ(written.back(), '\n');
 }
 
 }  // namespace
