@@ -28,8 +28,10 @@ TEST(Bookmark, ResolvesOnlyIntactBlobsAndIsStaleOnlyWhenThePathNamesAnotherFolde
   }
   // Fields changed and the trailing checksum made to match: version, flags, path length, path.
   constexpr size_t kFlags = 8 + 4 + 8 + 8, kLength = kFlags + 1 + 8 + 4;
-  for (auto [offset, value] :
-       {std::pair<size_t, uint8_t>{8, 2}, {kFlags, 7}, {kLength + 3, 0x7f}, {kLength + 4, 'x'}}) {
+  for (auto [offset, value] : {std::pair<size_t, uint8_t>{8, 2},
+                               {kFlags, 7},
+                               {kLength + 3, static_cast<uint8_t>(blob[kLength + 3] ^ 0x40)},
+                               {kLength + 4, 'x'}}) {
     auto changed = blob;
     changed[offset] = value;
     ASSERT_TRUE(EVP_Digest(changed.data(), changed.size() - 32, changed.data() + changed.size() - 32, nullptr,

@@ -147,7 +147,10 @@ TEST_F(Settings, EveryValueIsStoredAsOtherToolsReadItAndTheirOwnValuesAreKept) {
       {[&] { preferences.setCustomArchivesFolder("/Volumes/A"); }, "TWCustomArchivesFolderKey", "/Volumes/A"s},
       {[&] { preferences.setCustomDerivedDataFolder("/Volumes/D"); }, "TWCustomDerivedDataFolderKey", "/Volumes/D"s},
       {[&] { preferences.setAppFolder("/Apps/T.app"); }, "TWAppFolder", "/Apps/T.app"s}};
-  for (const auto& [set, key, value] : settings) EXPECT_EQ((set(), raw.object(key)), value) << key;
+  for (const auto& [set, key, value] : settings) {
+    set();
+    EXPECT_EQ(raw.object(key), value) << key;
+  }
   // Bookmark keys: the prefix and the upper-case SHA-256 of the path (from `printf %s <path> | sha256sum`).
   EXPECT_EQ(Preferences::bookmarkKey("/tmp"),
             "TWFolderBookmark_E9671ACD244849C57167C658FA2F969752048F7AB184A3DCF5C46CB4D56AE124");
