@@ -1,5 +1,4 @@
 // The command line: its argument parser, the "clean" value, the listing and the deletion report.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -16,10 +15,6 @@ namespace {
 namespace fs = std::filesystem;
 using Location = DevFiles::Location;
 using Locations = std::vector<Location>;
-using Kind = ArgumentsParser::Error::Kind;
-using ::testing::AllOf;
-using ::testing::Property;
-using ::testing::Throws;
 
 ArgumentsParser toolParser() {
   ArgumentsParser parser("tidewell", "Reclaims storage");
@@ -29,31 +24,13 @@ ArgumentsParser toolParser() {
   return parser;
 }
 
-TEST(ArgumentsParser, ErrorsNameTheTokenThatCouldNotBeTaken) {
-  using E = ArgumentsParser::Error;
-  const std::vector<std::tuple<std::vector<std::string>, Kind, std::string>> cases = {
-      {{"/usr/local/bin/tidewell"}, Kind::insufficientArguments, ""},
-      {{"tw", "inf"}, Kind::wrongArgument, "inf"},  // whole names only, each once (more run end to end)
-      {{"tw", "clean=all"}, Kind::wrongArgument, "clean=all"},
-      {{"tw", "clean", "all", "clean", "archives"}, Kind::wrongArgument, "clean"},
-      {{"tw", "info", "clean"}, Kind::noValue, "clean"}};
-  auto parser = toolParser();
-  for (const auto& [arguments, kind, argument] : cases)
-    EXPECT_THAT([&] { parser.parse(arguments); },
-                Throws<E>(AllOf(Property(&E::kind, kind), Property(&E::argument, argument))))
-        << testing::PrintToString(arguments);
-  EXPECT_TRUE(parser.parse({}).empty());
-}
-
 TEST(ArgumentsParser, ResultsFollowCommandLineOrderValuesAreVerbatimAndUsageKeepsRegistrationOrder) {
   auto parser = toolParser();
-  auto given = parser.parse({"tw", "--help", "clean", "info", "info"});
+  auto given = parser.parse({"tw", "--help", "clean", "info", "info"});  // a value is the next token, whatever it is
   ASSERT_EQ(given.size(), 3u);
-  EXPECT_EQ(given[0].name(), "--help");
-  EXPECT_TRUE(given[0].plain() && given[0].plain()->enabled);
-  EXPECT_EQ(given[1].name(), "clean");
-  EXPECT_EQ(given[1].withValue()->value, "info");  // the next token, whatever it is
-  EXPECT_EQ(given[2].name(), "info");
+  EXPECT_TRUE(given[0].name() == "--help" && given[0].plain()->enabled && given[2].name() == "info");
+  EXPECT_EQ(given[1].withValue()->value, "info");
+  EXPECT_TRUE(parser.parse({}).empty());
   for (std::string value : {"", " all ", "--help"})
     EXPECT_EQ(parser.parse({"tw", "clean", value}).at(0).withValue()->value, value);
   // The registered copies stay unset, so the same parser parses again from scratch.
@@ -68,6 +45,15 @@ TEST(ArgumentsParser, ResultsFollowCommandLineOrderValuesAreVerbatimAndUsageKeep
   EXPECT_NE(ArgumentsParser(std::nullopt, "d").usageText().find("USAGE: tidewell_tests <command>"), std::string::npos);
 }
 
+// The locations a "clean" value names, or the trimmed piece it is rejected for.
+std::variant<Locations, std::string> parsed(const std::string& value) {
+  try {
+    return CmdLine::parseLocations(value);
+  } catch (const CmdLine::Error& error) {
+    return error.kind() == CmdLine::Error::Kind::wrongOption ? error.option() : "not a wrong value";
+  }
+}
+
 TEST(CmdLineLocations, NamesAreSplitAtCommasTrimmedAndKeptInOrderAndUnknownPiecesAreRejected) {
   const Locations all(DevFiles::allLocations().begin(), DevFiles::allLocations().end());
   for (const char* value : {"all", "ALL", " all ", "\u00A0aLL\u3000", "\u2003all\u2028"})
@@ -75,8 +61,8 @@ TEST(CmdLineLocations, NamesAreSplitAtCommasTrimmedAndKeptInOrderAndUnknownPiece
   auto expanded = CmdLine::parseLocations("archives,all");  // "all" inside a list as well
   ASSERT_EQ(expanded.size(), all.size() + 1);
   EXPECT_EQ(expanded.front(), Location::archives);
-  // Each value with the locations it names, or the trimmed piece it is rejected for (more run end to end).
   const std::vector<std::pair<std::string, std::variant<Locations, std::string>>> cases = {
+      // more run end to end
       {"derived-data, archives,,", Locations{Location::derivedData, Location::archives}},
       {" runtimes \n,\u00A0cloud-caches", Locations{Location::simulatorRuntimes, Location::cloudStorage}},
       {"archives,device-support,archives", Locations{Location::archives, Location::deviceSupport, Location::archives}},
@@ -84,16 +70,7 @@ TEST(CmdLineLocations, NamesAreSplitAtCommasTrimmedAndKeptInOrderAndUnknownPiece
       {"derived-data, ,archives", std::string("")},
       {"all archives", std::string("all archives")},
       {"\xff\xfe", std::string("\xff\xfe")}};
-  for (const auto& [value, expected] : cases) {
-    if (auto* locations = std::get_if<Locations>(&expected)) {
-      EXPECT_EQ(CmdLine::parseLocations(value), *locations) << value;
-      continue;
-    }
-    EXPECT_THAT([&] { CmdLine::parseLocations(value); },
-                Throws<CmdLine::Error>(AllOf(Property(&CmdLine::Error::kind, CmdLine::Error::Kind::wrongOption),
-                                             Property(&CmdLine::Error::option, std::get<std::string>(expected)))))
-        << value;
-  }
+  for (const auto& [value, expected] : cases) EXPECT_EQ(parsed(value), expected) << value;
 }
 
 CleanupEntryPtr entry(std::string label, std::string extraInfo, std::optional<int64_t> bytes,
@@ -123,31 +100,25 @@ TEST(CmdLineDriver, ReportsEachItemAndCleansOnlyTheNamedLocationsWhateverWasSele
   test::writeFileOfSize(derivedProject / "Build/app", 2'000);
   test::writeFileOfSize(archive / "Info.plist", 5'000);
   fs::create_directories(developer / "CoreSimulator");
-  Host host = Host::current();
-  host.home = host.temporaryDirectory = home.path();
-  host.configDirectory = home / "config";
-  ScopedHost scoped(host);
+  ScopedHost scoped(Host{.home = home.path(), .temporaryDirectory = home.path(), .configDirectory = home / "config"});
   auto devFiles = DevFiles::create(developer, std::nullopt, std::nullopt).value_or(nullptr);
   ASSERT_TRUE(devFiles);
   std::ostringstream out;
   auto cmdLine = std::make_shared<CmdLine>(out);
 
   cmdLine->deleteStarted(*devFiles);
-  cmdLine->deletingItem(*devFiles, "Derived Data", "WeatherApp /Users/sam/W.xcodeproj", fs::path("/x/WeatherApp-abc"),
-                        1, 12);
+  cmdLine->deletingItem(*devFiles, "Derived Data", "WeatherApp /Users/sam/W.xcodeproj", fs::path("/x/W-abc"), 1, 12);
   cmdLine->deletingItem(*devFiles, "Archives", "", fs::path("/x/A 1.xcarchive"), 2, 12);
   cmdLine->deletingItem(*devFiles, "System", "", std::nullopt, 12, 12);
-  cmdLine->deleteFailed(*devFiles, FileSystemError("Permission denied", EACCES, "/x/y"), "UserData Cache",
-                        "ignored description", fs::path("/x/UserData/Previews"));
+  cmdLine->deleteFailed(*devFiles, FileSystemError("Permission denied", EACCES, "/y"), "UserData Cache", "ignored",
+                        fs::path("/x/Previews"));
   cmdLine->deleteFailed(*devFiles, Error("Operation not permitted"), "old logs", "", std::nullopt);
   cmdLine->deleteFinished(*devFiles);
-  EXPECT_EQ(out.str(),
-            "Removing files:\n"
-            "Derived Data: WeatherApp /Users/sam/W.xcodeproj - 1/12\n"
-            "Archives: /x/A 1.xcarchive - 2/12\n"
-            "System: 12/12\n"
-            "Warning: Following file couldn't be removed: Userdata Cache: /x/UserData/Previews Permission denied\n"
-            "Warning: Following file couldn't be removed: Old Logs: - Operation not permitted\n");
+  EXPECT_EQ(
+      out.str(),
+      "Removing files:\nDerived Data: WeatherApp /Users/sam/W.xcodeproj - 1/12\nArchives: /x/A 1.xcarchive - 2/12\n"
+      "System: 12/12\nWarning: Following file couldn't be removed: Userdata Cache: /x/Previews Permission denied\n"
+      "Warning: Following file couldn't be removed: Old Logs: - Operation not permitted\n");
 
   out.str("");
   devFiles->setDeleteDelegate(cmdLine);
