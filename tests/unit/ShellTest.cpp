@@ -16,6 +16,7 @@
 #include "support/StandInEnvironment.h"
 #include "support/StandInTools.h"
 #include "support/TempDir.h"
+#include "support/Unprivileged.h"
 
 namespace tw {
 namespace {
@@ -83,12 +84,9 @@ TEST_F(ShellRun, ChildInheritsNoOtherDescriptor) {
 
 // Whether the process is gone (or a zombie waiting for whoever inherited it), within a while.
 bool processEnds(pid_t pid) {
-  for (int tries = 0; tries < 1000; ++tries) {
-    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-    const std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
-    const auto state = text.rfind(") ");
-    if (text.empty() || (state != std::string::npos && text[state + 2] == 'Z')) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  for (int tries = 0; tries < 1000; ++tries, std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
+    const std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
+    if (stat.empty() || stat[stat.rfind(") ") + 2] == 'Z') return true;
   }
   return false;
 }
@@ -97,8 +95,7 @@ TEST_F(ShellRun, AToolThatNeverFinishesOrFloodsIsEndedWithEverythingItStartedAnd
   if (!fs::exists("/proc/self/stat")) GTEST_SKIP() << "needs /proc to see the processes end";
   const std::string notePid = "& echo $! >> " + shellQuoted((root / "pids").string()) + ";";
   using namespace std::chrono_literals;
-  // The limit leaves a busy machine time to start the tool and let it print and note its child;
-  // where the limit is not what ends the tool, it is long enough never to be reached.
+  // Limits that end a tool leave a busy machine time to start it; the others are never reached.
   const std::string ended = " it was ended with every process it started";
   const std::tuple<const char*, std::string, std::chrono::milliseconds, int, std::string, std::string> cases[] = {
       // Still running at the limit: ended, group and all, even when it ignores SIGTERM.
@@ -117,8 +114,7 @@ TEST_F(ShellRun, AToolThatNeverFinishesOrFloodsIsEndedWithEverythingItStartedAnd
   for (const auto& [tool, body, limit, status, output, logged] : cases) {
     SCOPED_TRACE(tool);
     Host limited = hostWithRoot(root.path());
-    limited.commandTimeLimit = limit;
-    limited.commandOutputLimit = 1 << 20;
+    limited.commandTimeLimit = limit, limited.commandOutputLimit = 1 << 20;
     ScopedHost scoped(limited);
     fs::remove(root / "pids");
     writeStandInTool(root.path(), tool, body);
@@ -151,13 +147,13 @@ TEST_F(ShellRun, SeveralRunsAtOnceFromThreadsKeepTheirOwnOutput) {
   EXPECT_EQ(wrong.load(), 0) << "runs that got another's output or status";
 }
 
-TEST_F(ShellRun, EachAdministratorRunnerHandsOverTheCommandOrProgramUnchanged) {
+TEST_F(ShellRun, AdministratorRunnersHandOverCommandsUnchangedAndFailuresBecomeCommandErrors) {
   writeStandInOsascript(root.path(), root / "received");
   writeStandInPkexec(root.path(), root / "received");
-  // Backslashes and double quotes everywhere, ending in a backslash: the stand-in osascript's
-  // literal breaks if either escape is missing or done in the wrong order.
+  // Backslashes and quotes ending in a backslash: osascript's literal breaks if an escape is missing or misordered.
   const std::string command = "printf '%s|' \"say \\\"hi\\\"\" 'back\\slash' > " +
                               shellQuoted((root / "written").string()) + "; printf '%s\\n' quoted \\\\";
+  const std::string failing = R"(echo "no \"luck\"" >&2; exit 3)";
   const fs::path program = writeStandInTool(root.path(), "/usr/lib/tidewell/remover",
                                             "printf '%s|' \"$@\" > " + shellQuoted((root / "got").string()));
   const std::vector<std::string> arguments{"/Applications/Install macOS 'Big' \"Sur\" $(x) \\.app", "-rf"};
@@ -174,36 +170,15 @@ TEST_F(ShellRun, EachAdministratorRunnerHandsOverTheCommandOrProgramUnchanged) {
     if (polkit) {
       EXPECT_EQ(readFile(root / "received"), program.string() + nul + arguments[0] + nul + arguments[1] + nul);
     }
-  }
-}
-
-// The command, output and text of the Shell::CommandError that running `command` as administrator raises.
-std::tuple<std::string, std::string, std::string> commandError(const std::string& command) {
-  try {
-    Shell::runAsAdministrator(command);
-  } catch (const Shell::CommandError& error) {
-    return {error.command(), error.output(), error.what()};
-  }
-  return {"no error", "", ""};
-}
-
-TEST_F(ShellRun, FailedDismissedOrRefusedAdministratorCommandsBecomeCommandErrors) {
-  writeStandInOsascript(root.path(), root / "received");
-  writeStandInPkexec(root.path(), root / "received");
-  const std::string command = R"(echo "no \"luck\"" >&2; exit 3)";
-  for (auto flavour : {AdministratorRunner::appleScript, AdministratorRunner::polkit}) {
-    ScopedAdministratorRunner runner(flavour);
-    EXPECT_EQ(commandError(command),
-              std::tuple(command, "no \"luck\"\n", "Command failed: " + command + "\nno \"luck\"\n"));
+    EXPECT_EQ(failureOf([&] { Shell::runAsAdministrator(failing); }), "Command failed: " + failing + "\nno \"luck\"\n");
   }
   ScopedAdministratorRunner polkit(AdministratorRunner::polkit);
-  const std::pair<std::string, std::string> refusals[] = {
-      {"printf 'Request dismissed\\n' >&2; exit 126", "Request dismissed\n"},
-      {"exit 126", "The administrator authentication was dismissed."},  // a silent refusal still says why
-      {"exit 127", "Not authorized to run the command as administrator."}};
-  for (const auto& [pkexec, output] : refusals) {
+  for (const auto& [pkexec, output] :
+       {std::pair{"printf 'Request dismissed\\n' >&2; exit 126", "Request dismissed\n"},
+        {"exit 126", "The administrator authentication was dismissed."},  // still says why
+        {"exit 127", "Not authorized to run the command as administrator."}}) {
     writeStandInTool(root.path(), "/usr/bin/pkexec", pkexec);
-    EXPECT_EQ(std::get<1>(commandError("/bin/rm -rf '/Library/Updates/041-12345'")), output) << pkexec;
+    EXPECT_EQ(failureOf([] { Shell::runAsAdministrator("rm x"); }), std::string("Command failed: rm x\n") + output);
   }
 }
 
