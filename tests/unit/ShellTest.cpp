@@ -6,7 +6,6 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <fstream>
 #include <thread>
 #include <tuple>
 
@@ -31,25 +30,20 @@ class ShellRun : public ::testing::Test {
 };
 
 TEST_F(ShellRun, PassesArgumentsVerbatimAndReadsAllOutputAndTheStatus) {
-  const std::string tenMegabytes(10485760, 'x');
   // The tool's body and arguments, its status and output.
   const std::tuple<const char*, std::vector<std::string>, int, std::string> cases[] = {
       // Standard error and output share one pipe, in write order.
       {"printf 'out1 '; printf 'err1 ' >&2; printf 'out2'", {}, 0, "out1 err1 out2"},
       // Far more than a pipe holds: waiting before reading would never end.
-      {"head -c 10485760 /dev/zero | tr '\\000' 'x'\necho ' end' >&2\nexit 7", {}, 7, tenMegabytes + " end\n"},
+      {"yes x | tr -d '\\n' | head -c 10485760\necho ' end' >&2\nexit 7", {}, 7, std::string(10485760, 'x') + " end\n"},
       {"for a in \"$@\"; do printf '[%s]\\n' \"$a\"; done\nexit 255",
        {"two words", "", "$HOME", "*", "it's \"quoted\"", "back\\slash"},
        255,
        "[two words]\n[]\n[$HOME]\n[*]\n[it's \"quoted\"]\n[back\\slash]\n"},
       {"printf 'before'; kill -TERM $$", {}, SIGTERM, "before"},
-      // Output that is not well-formed UTF-8 becomes empty.
+      // Output that is not well-formed UTF-8 (the decoder's own cases are its business) becomes empty.
       {"printf \"$1\"", {"ok \\303\\251 \\360\\237\\230\\200"}, 0, "ok \u00e9 \U0001F600"},
-      {"printf \"$1\"", {"stray \\377"}, 0, ""},
-      {"printf \"$1\"", {"overlong \\300\\257"}, 0, ""},
-      {"printf \"$1\"", {"surrogate \\355\\240\\200"}, 0, ""},
-      {"printf \"$1\"", {"cut \\342\\234"}, 0, ""},
-  };
+      {"printf \"$1\"", {"stray \\377"}, 0, ""}};
   for (const auto& [body, arguments, status, output] : cases) {
     writeStandInTool(root.path(), "/usr/bin/tool", body);
     const auto result = Shell::run("/usr/bin/tool", arguments);
@@ -122,8 +116,7 @@ TEST_F(ShellRun, AToolThatNeverFinishesOrFloodsIsEndedWithEverythingItStartedAnd
     const auto result = Shell::run(tool, {});
     EXPECT_EQ(std::tie(result.status, result.output), std::tie(status, output));
     EXPECT_EQ(log.lines(), std::vector<std::string>{logged});
-    pid_t child = 0;
-    ASSERT_TRUE(std::ifstream(root / "pids") >> child);
+    const pid_t child = std::stoi(readFile(root / "pids"));  // throws, failing the test, when nothing was noted
     EXPECT_TRUE(processEnds(child)) << "the tool's child " << child << " is still running";
   }
 }
