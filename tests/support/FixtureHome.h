@@ -1,5 +1,4 @@
-// Writes a realistic home folder of a developer's Mac (Xcode's developer folder, tool and browser
-// caches, the Trash, projects with build folders) for tests, benches and the demo.
+// A realistic home of a developer's Mac (developer folder, caches, Trash, projects) for tests and the demo.
 #pragma once
 
 #include <plist/plist.h>

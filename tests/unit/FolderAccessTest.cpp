@@ -63,7 +63,7 @@ class FolderAccessTest : public ::testing::Test {
   FakeFolderAccessUI ui_;
 };
 
-TEST_F(FolderAccessTest, StaleBookmarkIsReplacedBeforeTheFolderIsReturned) {
+TEST_F(FolderAccessTest, BookmarksGiveAccessWithoutAskingAndAStaleOneIsReplacedFirst) {
   // The requested spelling is gone; the bookmark leads to its other name, replaced by a new folder since.
   const fs::path real = dir_ / "RealDeveloper";
   fs::create_directories(real);
@@ -76,6 +76,19 @@ TEST_F(FolderAccessTest, StaleBookmarkIsReplacedBeforeTheFolderIsReturned) {
   EXPECT_EQ(acquire(old, CancelPolicy::allowed, &ui_), real);
   const auto fresh = Bookmark::resolve(stored(folder_).value());
   EXPECT_TRUE(fresh.path == real && !fresh.isStale && !stored(real) && ui_.panels.empty() && log_.lines().empty());
+  // Without a panel (the command line) only the folder or its bookmark give access.
+  EXPECT_EQ(acquire(std::nullopt, CancelPolicy::allowed, nullptr), std::nullopt);
+  const auto blob = Bookmark::create(real);
+  EXPECT_EQ(acquire(blob, CancelPolicy::notAllowed, nullptr), real);
+  EXPECT_TRUE(log_.lines().empty());
+  fs::remove(real);
+  EXPECT_EQ(acquire(blob, CancelPolicy::notAllowed, nullptr), std::nullopt);
+  EXPECT_EQ(log_.lines().size(), 1u);
+  // An accessible folder is returned as it is, its bookmark left alone.
+  fs::create_directories(folder_);
+  EXPECT_EQ(acquire(blob, CancelPolicy::notAllowed, nullptr), folder_);
+  EXPECT_EQ(stored(folder_), blob);
+  EXPECT_TRUE(ui_.panels.empty());
 }
 
 TEST_F(FolderAccessTest, WrongPickIsExplainedAndThePanelShownAgain) {
@@ -111,23 +124,6 @@ TEST_F(FolderAccessTest, CancelEndsWithoutGrantOnlyWhenAllowedAndBadBookmarksAre
   EXPECT_EQ(acquire(std::nullopt, CancelPolicy::notAllowed, &ui_), folder_);
   EXPECT_EQ(log_.lines(), Lines{kWarning + "Didn't get folder from Open panel! Modal response: -1000"});
   EXPECT_EQ(ui_.panels.size(), 3u);
-}
-
-TEST_F(FolderAccessTest, CommandLineUsesTheFolderOrItsBookmarkAndNeverAsks) {
-  EXPECT_EQ(acquire(std::nullopt, CancelPolicy::allowed, nullptr), std::nullopt);
-  const fs::path granted = dir_ / "Granted";
-  fs::create_directories(granted);
-  const auto blob = Bookmark::create(granted);
-  EXPECT_EQ(acquire(blob, CancelPolicy::notAllowed, nullptr), granted);
-  EXPECT_TRUE(log_.lines().empty());
-  fs::remove(granted);
-  EXPECT_EQ(acquire(blob, CancelPolicy::notAllowed, nullptr), std::nullopt);
-  EXPECT_EQ(log_.lines().size(), 1u);
-  // An accessible folder is returned as it is, its bookmark left alone.
-  fs::create_directories(folder_);
-  EXPECT_EQ(acquire(blob, CancelPolicy::notAllowed, nullptr), folder_);
-  EXPECT_EQ(stored(folder_), blob);
-  EXPECT_TRUE(ui_.panels.empty());
 }
 
 TEST_F(FolderAccessTest, PickedFolderWithoutWriteAccessIsRefusedWithAdvice) {
@@ -174,24 +170,20 @@ TEST_F(FolderAccessTest, CustomFoldersThatAreNotOwnFoldersAreIgnoredWithALogLine
   test::writeFile(dir_ / "plain file", "x");
   fs::create_directory_symlink("/", dir_ / "link to root");
   fs::create_directory_symlink(home_, dir_ / "link to home");
-  const std::pair<fs::path, std::string> cases[] = {
-      {".", "it is not an absolute path"},
-      {"Library/Developer", "it is not an absolute path"},
-      {"/", "it is the root folder"},
-      {dir_ / "link to root", "it is the root folder"},
-      {home_ / "..", "it holds the home folder"},
-      {dir_.path(), "it holds the home folder"},
-      {home_, "it is the home folder"},
-      {dir_ / "link to home", "it is the home folder"},
-      {dir_ / "Missing Archives", "it no longer exists"},
-      {dir_ / "plain file", "it is not a folder"},
-  };
+  const std::pair<fs::path, std::string> cases[] = {{".", "it is not an absolute path"},
+                                                    {"/", "it is the root folder"},
+                                                    {dir_ / "link to root", "it is the root folder"},
+                                                    {home_ / "..", "it holds the home folder"},
+                                                    {dir_.path(), "it holds the home folder"},
+                                                    {home_, "it is the home folder"},
+                                                    {dir_ / "link to home", "it is the home folder"},
+                                                    {dir_ / "Missing Archives", "it no longer exists"},
+                                                    {dir_ / "plain file", "it is not a folder"}};
   for (const auto& [folder, reason] : cases) {
     log_.clear();
-    // Written as a settings file may hold them: the store's own writer makes paths absolute.
-    UserDefaults store(Preferences::shared().storePath());
-    store.setString(Preferences::Keys::customArchivesFolder, folder.string());
-    store.setString(Preferences::Keys::customDerivedDataFolder, folder.string());
+    UserDefaults store(Preferences::shared().storePath());  // as a settings file may hold them, not made absolute
+    for (const char* key : {Preferences::Keys::customArchivesFolder, Preferences::Keys::customDerivedDataFolder})
+      store.setString(key, folder.string());
     EXPECT_EQ(Files::customArchivesFolderGrant(Preferences::shared(), &ui_), std::nullopt) << folder;
     EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), std::nullopt) << folder;
     const std::string ignoring = "\u26A0\uFE0F Files: Ignoring the custom ", because = "\u201D: " + reason + ".";

@@ -52,18 +52,16 @@ TEST_F(ShellRun, PassesArgumentsVerbatimAndReadsAllOutputAndTheStatus) {
   }
 }
 
-TEST_F(ShellRun, ProgramThatCannotStartLogsOneLineAndGivesMinusOne) {
+TEST_F(ShellRun, ChildInheritsNoOtherDescriptorAndAProgramThatCannotStartIsLogged) {
+  // A program that cannot start gives -1 and one line in the log.
   writeFile(root / "usr/bin/not-executable", "#!/bin/sh\necho never\n");
   for (const auto& [path, description] : std::vector<std::pair<std::string, std::string>>{
            {"/usr/bin/missing-tool", "No such file or directory"}, {"/usr/bin/not-executable", "Permission denied"}}) {
     LogCapture log;
-    const auto result = Shell::run(path, {"argument"});
-    EXPECT_EQ(std::tie(result.status, result.output), std::tuple(-1, ""));
+    const auto failed = Shell::run(path, {"argument"});
+    EXPECT_EQ(std::tie(failed.status, failed.output), std::tuple(-1, ""));
     EXPECT_EQ(log.lines(), std::vector<std::string>{"\u274C Shell: Cannot run " + path + ": " + description});
   }
-}
-
-TEST_F(ShellRun, ChildInheritsNoOtherDescriptor) {
   if (!fs::exists("/proc/self/fd")) GTEST_SKIP() << "needs /proc to list a child's descriptors";
   writeFile(root / "leak-marker", "");
   const int leaky = ::open((root / "leak-marker").c_str(), O_RDONLY);  // without close-on-exec
