@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <deque>
-
 #include "app/Preferences.h"
 #include "fs/Files.h"
 #include "fs/FolderAccess.h"
@@ -32,15 +30,12 @@ std::optional<fs::path> cancel(long& response) { return response = 0, std::nullo
 struct FakeFolderAccessUI : FolderAccessUI {
   std::optional<fs::path> runOpenPanel(const fs::path& folder, const std::string& message, long& response) override {
     panels.emplace_back(folder, message);
-    if (answers.empty()) throw std::logic_error("the open panel was shown once more than the test expected");
-    const Answer answer = std::move(answers.front());
-    answers.pop_front();
-    return answer(response);
+    return answers.at(panels.size() - 1)(response);  // throws when shown once more than the test expected
   }
   void showInformationalAlert(const std::string& message, const std::string& text, const std::string& button) override {
     alerts.emplace_back(message, text, button);
   }
-  std::deque<Answer> answers;
+  std::vector<Answer> answers;
   Panels panels;
   Alerts alerts;
 };
@@ -95,10 +90,8 @@ TEST_F(FolderAccessTest, WrongPickIsExplainedAndThePanelShownAgain) {
   const fs::path other = dir_ / "Documents";
   fs::create_directories(other);
   ui_.answers.push_back([&](long&) { return std::optional<fs::path>(other); });
-  ui_.answers.push_back([&](long&) {  // then the user makes the folder in the panel and picks it
-    fs::create_directories(folder_);
-    return std::optional<fs::path>(folder_.string() + "/");
-  });
+  // Then the user makes the folder in the panel and picks it.
+  ui_.answers.push_back([&](long&) { return fs::create_directories(folder_), std::optional<fs::path>(folder_ / ""); });
 
   EXPECT_EQ(acquire(std::nullopt, CancelPolicy::notAllowed, &ui_), folder_.string() + "/");
   EXPECT_EQ(ui_.panels, (Panels{{folder_, kMessage}, {folder_, kMessage}}));
