@@ -201,9 +201,8 @@ void writeProjects(const Writer& w, FixtureHome& home) {
       w.text(rust / "target/CACHEDIR.TAG", "Signature: 8a477f597d28d172789f06886806bc55\n").parent_path());
   home.keep.push_back(w.text(web / "package.json", "{\n  \"name\": \"web-shop\",\n  \"version\": \"1.4.0\"\n}\n"));
   home.keep.push_back(w.text(web / "src/index.js", "console.log('shop');\n"));
-  w.file(web / "node_modules/left-pad/index.js", 700 * KB);
+  w.files(web / "node_modules", {{"left-pad/index.js", 700}, {"typescript/lib/typescript.js", 800}});
   w.text(web / "node_modules/left-pad/package.json", "{\"name\":\"left-pad\",\"bin\":\"cli.js\"}\n");
-  w.file(web / "node_modules/typescript/lib/typescript.js", 800 * KB);
   w.text(web / "node_modules/left-pad/cli.js", "#!/usr/bin/env node\n");
   fs::create_symlink("../left-pad/cli.js", w.folder(web / "node_modules/.bin") / "left-pad");
   home.projectBuildFolders.push_back(w.root / web / "node_modules");

@@ -24,8 +24,7 @@ struct FixtureHomeOptions {
 struct FixtureHome {
   std::filesystem::path root, developerFolder;  // developerFolder is root/Library/Developer
   std::vector<std::filesystem::path> derivedDataProjects, archives, deviceSupport, projectBuildFolders;
-  // Things a cleaner must never remove: editor settings, project sources, link targets.
-  std::vector<std::filesystem::path> keep;
+  std::vector<std::filesystem::path> keep;  // never to be removed: editor settings, project sources, link targets
 
   static FixtureHome write(const std::filesystem::path& root, const FixtureHomeOptions& options = {});
 };

@@ -50,10 +50,8 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
 
   std::vector<std::string> argv{program}, env;
   argv.insert(argv.end(), arguments.begin(), arguments.end());
-  for (char** entry = environ; *entry; ++entry) {
-    std::string text(*entry);
-    if (!options.environment.count(text.substr(0, text.find('=')))) env.push_back(text);
-  }
+  for (char** entry = environ; *entry; ++entry)
+    if (std::string text(*entry); !options.environment.count(text.substr(0, text.find('=')))) env.push_back(text);
   for (const auto& [name, value] : options.environment)
     if (value) env.push_back(name + "=" + *value);
   pid_t pid = 0;

@@ -117,9 +117,8 @@ TEST(CmdLineDriver, ReportsEachItemAndCleansOnlyTheNamedLocationsWhateverWasSele
   devFiles->setDeleteDelegate(cmdLine);
   for (const auto& [location, path] :
        {std::pair{Location::derivedData, derivedProject}, {Location::archives, archive}}) {
-    auto item = std::make_shared<CleanupEntry>("WeatherApp", "");
+    auto item = entry("WeatherApp", "", 2'000);
     item->addPath(path);
-    item->setSize(CleanupEntry::Size::value(2'000));
     item->select();  // a selection left over from before must not survive
     devFiles->entry(location)->addItem(item);
   }
