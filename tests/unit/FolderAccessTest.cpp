@@ -86,23 +86,7 @@ TEST_F(FolderAccessTest, BookmarksGiveAccessWithoutAskingAndAStaleOneIsReplacedF
   EXPECT_TRUE(ui_.panels.empty());
 }
 
-TEST_F(FolderAccessTest, WrongPickIsExplainedAndThePanelShownAgain) {
-  const fs::path other = dir_ / "Documents";
-  fs::create_directories(other);
-  ui_.answers.push_back([&](long&) { return std::optional<fs::path>(other); });
-  // Then the user makes the folder in the panel and picks it.
-  ui_.answers.push_back([&](long&) { return fs::create_directories(folder_), std::optional<fs::path>(folder_ / ""); });
-
-  EXPECT_EQ(acquire(std::nullopt, CancelPolicy::notAllowed, &ui_), folder_.string() + "/");
-  EXPECT_EQ(ui_.panels, (Panels{{folder_, kMessage}, {folder_, kMessage}}));
-  EXPECT_EQ(
-      ui_.alerts,
-      (Alerts{{"Can't get access to " + folder_.string() + " folder", "Did you choose the right folder?", "Repeat"}}));
-  EXPECT_EQ(Bookmark::resolve(stored(folder_).value()).path, folder_);
-  EXPECT_FALSE(stored(other));
-}
-
-TEST_F(FolderAccessTest, CancelEndsWithoutGrantOnlyWhenAllowedAndBadBookmarksAreLogged) {
+TEST_F(FolderAccessTest, CancelEndsWithoutGrantOnlyWhenAllowedAndAWrongPickIsExplainedAndAskedAgain) {
   ui_.answers.push_back(cancel);
   const std::vector<uint8_t> junk{'j', 'u', 'n', 'k'};
   EXPECT_EQ(acquire(junk, CancelPolicy::allowed, &ui_), std::nullopt);
@@ -112,11 +96,20 @@ TEST_F(FolderAccessTest, CancelEndsWithoutGrantOnlyWhenAllowedAndBadBookmarksAre
   EXPECT_EQ(stored(folder_), junk);  // nothing written on cancel
 
   log_.clear();
+  const fs::path other = dir_ / "Documents";
+  fs::create_directories(other);
   ui_.answers.push_back([](long& response) { return response = -1000, std::optional<fs::path>(); });
-  ui_.answers.push_back([&](long&) { return fs::create_directories(folder_), std::optional<fs::path>(folder_); });
-  EXPECT_EQ(acquire(std::nullopt, CancelPolicy::notAllowed, &ui_), folder_);
+  ui_.answers.push_back([&](long&) { return std::optional<fs::path>(other); });
+  // Then the user makes the folder in the panel and picks it.
+  ui_.answers.push_back([&](long&) { return fs::create_directories(folder_), std::optional<fs::path>(folder_ / ""); });
+  EXPECT_EQ(acquire(std::nullopt, CancelPolicy::notAllowed, &ui_), folder_.string() + "/");
   EXPECT_EQ(log_.lines(), Lines{kWarning + "Didn't get folder from Open panel! Modal response: -1000"});
-  EXPECT_EQ(ui_.panels.size(), 3u);
+  EXPECT_EQ(ui_.panels, (Panels(4, {folder_, kMessage})));
+  EXPECT_EQ(
+      ui_.alerts,
+      (Alerts{{"Can't get access to " + folder_.string() + " folder", "Did you choose the right folder?", "Repeat"}}));
+  EXPECT_EQ(Bookmark::resolve(stored(folder_).value()).path, folder_);
+  EXPECT_FALSE(stored(other));
 }
 
 TEST_F(FolderAccessTest, PickedFolderWithoutWriteAccessIsRefusedWithAdvice) {
