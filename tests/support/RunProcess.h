@@ -10,8 +10,7 @@ namespace tw::test {
 
 struct ProcessResult {
   int exitStatus = -1;  // exit code, or 128 + signal number
-  std::string standardOutput;
-  std::string standardError;
+  std::string standardOutput, standardError;
 };
 
 struct ProcessOptions {
