@@ -19,7 +19,6 @@ namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
 using Panels = std::vector<std::pair<fs::path, std::string>>;
 using Alerts = std::vector<std::tuple<std::string, std::string, std::string>>;
-using Answer = std::function<std::optional<fs::path>(long& response)>;
 
 const std::string kMessage = "Let Tidewell in, please.";
 const std::string kWarning = "\u26A0\uFE0F URL+AcquireAccessFromSandbox: ";
@@ -35,13 +34,12 @@ struct FakeFolderAccessUI : FolderAccessUI {
   void showInformationalAlert(const std::string& message, const std::string& text, const std::string& button) override {
     alerts.emplace_back(message, text, button);
   }
-  std::vector<Answer> answers;
+  std::vector<std::function<std::optional<fs::path>(long& response)>> answers;
   Panels panels;
   Alerts alerts;
 };
 
-class FolderAccessTest : public ::testing::Test {
- protected:
+struct FolderAccessTest : ::testing::Test {
   auto stored(const fs::path& folder) { return Preferences::shared().data(Preferences::bookmarkKey(folder)); }
   // Access to the folder under test with `bookmark` (or none) stored for it.
   std::optional<fs::path> acquire(const std::optional<std::vector<uint8_t>>& bookmark, CancelPolicy policy,

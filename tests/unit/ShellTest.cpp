@@ -23,8 +23,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace test;
 
-class ShellRun : public ::testing::Test {
- protected:
+struct ShellRun : ::testing::Test {
   TempDir root;
   ScopedHost host{hostWithRoot(root.path())};
 };
