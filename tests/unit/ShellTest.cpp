@@ -86,22 +86,19 @@ TEST_F(ShellRun, AToolThatNeverFinishesOrFloodsIsEndedWithEverythingItStartedAnd
   if (!fs::exists("/proc/self/stat")) GTEST_SKIP() << "needs /proc to see the processes end";
   const std::string notePid = "& echo $! >> " + shellQuoted((root / "pids").string()) + ";";
   using namespace std::chrono_literals;
-  // Limits that end a tool leave a busy machine time to start it; the others are never reached.
+  // Stuck at the limit (even ignoring SIGTERM) or printing past it: ended, group and all; finished but leaving a
+  // child holding the output open: its own status counts. Limits leave a busy machine time to start the tool.
   const std::string ended = " it was ended with every process it started";
   const std::tuple<const char*, std::string, std::chrono::milliseconds, int, std::string, std::string> cases[] = {
-      // Still running at the limit: ended, group and all, even when it ignores SIGTERM.
       {"/usr/bin/stuck", "echo started; sleep 1000 " + notePid + " wait", 2500ms, -1, "started\n",
        "\u274C Shell: /usr/bin/stuck did not finish within 2500 ms;" + ended},
       {"/usr/bin/stubborn", "trap '' TERM; echo started; sleep 1000 " + notePid + " while :; do wait; done", 2s, -1,
        "started\n", "\u274C Shell: /usr/bin/stubborn did not finish within 2 s;" + ended},
-      // Printing without end: ended as soon as the output passes the limit.
       {"/usr/bin/flood", "yes flood " + notePid + " wait", 60s, -1, "",
        "\u274C Shell: /usr/bin/flood printed more than 1048576 bytes;" + ended},
-      // Finished, but left a child holding the output open: its own status and output count.
       {"/usr/bin/leaves-child", "sleep 1000 " + notePid + " echo done; exit 3", 60s, 3, "done\n",
        "\u26A0\uFE0F Shell: /usr/bin/leaves-child exited but left a process holding its output open; that process "
-       "was ended"},
-  };
+       "was ended"}};
   for (const auto& [tool, body, limit, status, output, logged] : cases) {
     SCOPED_TRACE(tool);
     Host limited = hostWithRoot(root.path());
