@@ -52,8 +52,7 @@ void writeDerivedData(const Writer& w, FixtureHome& home) {
   const std::tuple<std::string, std::string, long long> projects[] = {
       {"WeatherApp-dxkbzjmvkxoqcbfbujrwnxhcelpx", "/Users/sam/Projects/WeatherApp/WeatherApp.xcodeproj", 1709545260},
       {"Tidewell-gfqlwhbxkpcyaeiodzsrmnutvjoq", "/Users/sam/Projects/Tidewell/Tidewell.xcworkspace", 1711959600},
-      {"Notes Ünïcode-aaaabbbbccccddddeeeeffffgggg", "/Users/sam/Projects/Notes Ünïcode/Notes.xcodeproj", 1680000000},
-  };
+      {"Notes Ünïcode-aaaabbbbccccddddeeeeffffgggg", "/Users/sam/Projects/Notes Ünïcode/Notes.xcodeproj", 1680000000}};
   for (const auto& [projectFolder, workspace, lastAccess] : projects) {
     const fs::path folder = base / projectFolder;
     const std::string name = projectFolder.substr(0, projectFolder.rfind('-'));
@@ -79,8 +78,7 @@ void writeArchives(const Writer& w, FixtureHome& home) {
   const std::array<std::string, 7> archives[] = {
       {"2024-03-04", "4-3-24, 09.41", "WeatherApp", "com.example.weather", "2.1", "45", "1709545260"},
       {"2024-03-04", "4-3-24, 16.33", "WeatherApp", "com.example.weather", "2.1.1", "46", "1709570000"},
-      {"2023-11-20", "20-11-23, 14.03", "Tidewell", "dev.tidewell.Tidewell", "1.0", "1", "1700489000"},
-  };
+      {"2023-11-20", "20-11-23, 14.03", "Tidewell", "dev.tidewell.Tidewell", "1.0", "1", "1700489000"}};
   for (const auto& [day, time, name, identifier, version, build, created] : archives) {
     const fs::path folder = fs::path("Library/Developer/Xcode/Archives") / day / (name + " " + time + ".xcarchive");
     w.plist(folder / "Info.plist",
@@ -105,12 +103,10 @@ void writeArchives(const Writer& w, FixtureHome& home) {
 }
 
 void writeDeviceSupport(const Writer& w, FixtureHome& home) {
-  const std::array<std::string, 4> items[] = {
-      {"iOS DeviceSupport", "17.4 (21E213) arm64e", "17.4", "21E213"},
-      {"iOS DeviceSupport", "iPhone15,2 17.5.1 (21F90)", "17.5.1", "21F90"},
-      {"iOS DeviceSupport", "16.7.2 (20H115)", "16.7.2", "20H115"},
-      {"watchOS DeviceSupport", "Watch6,1 10.4 (21T216)", "10.4", "21T216"},
-  };
+  const std::array<std::string, 4> items[] = {{"iOS DeviceSupport", "17.4 (21E213) arm64e", "17.4", "21E213"},
+                                              {"iOS DeviceSupport", "iPhone15,2 17.5.1 (21F90)", "17.5.1", "21F90"},
+                                              {"iOS DeviceSupport", "16.7.2 (20H115)", "16.7.2", "20H115"},
+                                              {"watchOS DeviceSupport", "Watch6,1 10.4 (21T216)", "10.4", "21T216"}};
   for (const auto& [platformFolder, name, version, build] : items) {
     const fs::path folder = fs::path("Library/Developer/Xcode") / platformFolder / name;
     w.plist(folder / "Info.plist",
@@ -152,8 +148,7 @@ void writeSimulators(const Writer& w) {
       {"0F5C8A1E-7B2D-4E6A-9C3F-1D2E3F4A5B6C", "iPhone-15", "iPhone 15", "iOS-17-4"},
       {"A3B9E7D1-2C4F-4A6B-8D0E-F1A2B3C4D5E6", "iPhone-8", "iPhone 8", "iOS-15-5"},
       {"C7D2F4A9-6E1B-4C3D-A5F7-9B8E0D1C2A3F", "Apple-Watch-Series-9-45mm", "Apple Watch Series 9 (45mm)",
-       "watchOS-10-4"},
-  };
+       "watchOS-10-4"}};
   plist_t defaultDevices = plist_new_dict();
   for (const auto& [udid, type, name, runtime] : devices) {
     const fs::path folder = simulator / "Devices" / udid;
@@ -206,9 +201,8 @@ void writeProjects(const Writer& w, FixtureHome& home) {
       w.text(rust / "target/CACHEDIR.TAG", "Signature: 8a477f597d28d172789f06886806bc55\n").parent_path());
   home.keep.push_back(w.text(web / "package.json", "{\n  \"name\": \"web-shop\",\n  \"version\": \"1.4.0\"\n}\n"));
   home.keep.push_back(w.text(web / "src/index.js", "console.log('shop');\n"));
-  w.file(web / "node_modules/left-pad/index.js", 700 * KB);
+  w.files(web / "node_modules", {{"left-pad/index.js", 700}, {"typescript/lib/typescript.js", 800}});
   w.text(web / "node_modules/left-pad/package.json", "{\"name\":\"left-pad\",\"bin\":\"cli.js\"}\n");
-  w.file(web / "node_modules/typescript/lib/typescript.js", 800 * KB);
   w.text(web / "node_modules/left-pad/cli.js", "#!/usr/bin/env node\n");
   fs::create_symlink("../left-pad/cli.js", w.folder(web / "node_modules/.bin") / "left-pad");
   home.projectBuildFolders.push_back(w.root / web / "node_modules");

@@ -1,5 +1,4 @@
-// Writes a realistic home folder of a developer's Mac (Xcode's developer folder, tool and browser
-// caches, the Trash, projects with build folders) for tests, benches and the demo.
+// A realistic home of a developer's Mac (developer folder, caches, Trash, projects) for tests and the demo.
 #pragma once
 
 #include <plist/plist.h>
@@ -25,8 +24,7 @@ struct FixtureHomeOptions {
 struct FixtureHome {
   std::filesystem::path root, developerFolder;  // developerFolder is root/Library/Developer
   std::vector<std::filesystem::path> derivedDataProjects, archives, deviceSupport, projectBuildFolders;
-  // Things a cleaner must never remove: editor settings, project sources, link targets.
-  std::vector<std::filesystem::path> keep;
+  std::vector<std::filesystem::path> keep;  // never to be removed: editor settings, project sources, link targets
 
   static FixtureHome write(const std::filesystem::path& root, const FixtureHomeOptions& options = {});
 };

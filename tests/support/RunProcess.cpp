@@ -16,7 +16,6 @@ extern char** environ;
 namespace tw::test {
 namespace {
 
-// Everything `fd` gives until its end.
 std::string readAll(int fd) {
   std::string text;
   char buffer[65536];
@@ -27,7 +26,6 @@ std::string readAll(int fd) {
   return text;
 }
 
-// Pointers to `strings` ending in a null pointer, as exec wants them.
 std::vector<char*> pointers(std::vector<std::string>& strings) {
   std::vector<char*> result;
   for (auto& text : strings) result.push_back(text.data());
@@ -42,11 +40,9 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
   int outPipe[2], errPipe[2];
   if (::pipe2(outPipe, O_CLOEXEC) != 0 || ::pipe2(errPipe, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
   int inputFd = -1, terminalMaster = -1;
-  if (!options.terminalInput) {
-    inputFd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-  } else if (::openpty(&terminalMaster, &inputFd, nullptr, nullptr, nullptr) != 0) {
-    throw std::runtime_error("openpty");
-  }
+  if (options.terminalInput ? ::openpty(&terminalMaster, &inputFd, nullptr, nullptr, nullptr) != 0
+                            : (inputFd = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) < 0)
+    throw std::runtime_error("no standard input");
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   for (int target = 0; int fd : {inputFd, outPipe[1], errPipe[1]})
@@ -54,10 +50,8 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
 
   std::vector<std::string> argv{program}, env;
   argv.insert(argv.end(), arguments.begin(), arguments.end());
-  for (char** entry = environ; *entry; ++entry) {
-    std::string text(*entry);
-    if (!options.environment.count(text.substr(0, text.find('=')))) env.push_back(text);
-  }
+  for (char** entry = environ; *entry; ++entry)
+    if (std::string text(*entry); !options.environment.count(text.substr(0, text.find('=')))) env.push_back(text);
   for (const auto& [name, value] : options.environment)
     if (value) env.push_back(name + "=" + *value);
   pid_t pid = 0;
@@ -73,8 +67,7 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
   }
   for (int fd : {outPipe[0], errPipe[0]}) ::close(fd);
   int status = 0;
-  while (rc == 0 && ::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
+  while (rc == 0 && ::waitpid(pid, &status, 0) < 0 && errno == EINTR) continue;
   if (terminalMaster >= 0) ::close(terminalMaster);
   if (rc != 0) throw std::runtime_error("cannot start " + program + ": " + std::strerror(rc));
   result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);

@@ -10,15 +10,13 @@ namespace tw::test {
 
 struct ProcessResult {
   int exitStatus = -1;  // exit code, or 128 + signal number
-  std::string standardOutput;
-  std::string standardError;
+  std::string standardOutput, standardError;
 };
 
 struct ProcessOptions {
-  // Variables added to (or, with an empty optional, removed from) the test's own environment.
+  // Variables added to (or, when empty, removed from) the test's own environment.
   std::map<std::string, std::optional<std::string>> environment;
-  // Give the child a pseudo-terminal as standard input instead of /dev/null.
-  bool terminalInput = false;
+  bool terminalInput = false;  // a pseudo-terminal as standard input instead of /dev/null
 };
 
 ProcessResult runProcess(const std::string& program, const std::vector<std::string>& arguments,

@@ -1,9 +1,6 @@
 #include "support/StandInTools.h"
 
-#include <sys/stat.h>
-
 #include <fstream>
-#include <stdexcept>
 
 #include "support/TempDir.h"
 
@@ -21,7 +18,7 @@ fs::path writeStandInTool(const fs::path& root, std::string_view absolutePath, s
   const fs::path path = root / fs::path(absolutePath).relative_path(), temporary = path.string() + ".writing";
   // Written beside and renamed: no "Text file busy" when an earlier copy still runs.
   writeFile(temporary, "#!/bin/sh\n" + std::string(body) + "\n");
-  if (::chmod(temporary.c_str(), 0755) != 0) throw std::runtime_error("cannot chmod " + temporary.string());
+  fs::permissions(temporary, fs::perms(0755));
   fs::rename(temporary, path);
   return path;
 }

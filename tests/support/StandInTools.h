@@ -15,8 +15,7 @@ std::string shellQuoted(std::string_view text);
 std::filesystem::path writeStandInTool(const std::filesystem::path& root, std::string_view absolutePath,
                                        std::string_view body);
 
-// "/usr/bin/osascript" running a well-formed `do shell script "..." with administrator privileges`
-// after writing the unescaped command to `receivedCommandFile`.
+// "/usr/bin/osascript" running a well-formed `do shell script "..."` after writing the command to the file.
 std::filesystem::path writeStandInOsascript(const std::filesystem::path& root,
                                             const std::filesystem::path& receivedCommandFile);
 

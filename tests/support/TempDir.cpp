@@ -1,11 +1,10 @@
 #include "support/TempDir.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <stdexcept>
 
 namespace tw::test {
@@ -20,8 +19,7 @@ TempDir::TempDir() {
 }
 
 TempDir::~TempDir() {
-  // Folders get their permissions back so the removal sees inside; a second round reaches those
-  // that were unreadable when the first got to them.
+  // Folders get their permissions back so the removal sees inside; a second round reaches those unreadable at first.
   std::error_code error;
   for (int round = 0; round < 2; ++round) {
     error.clear();
@@ -37,9 +35,8 @@ TempDir::~TempDir() {
 void writeFile(const fs::path& path, std::string_view contents) {
   fs::create_directories(path.parent_path());
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  if (!out.write(contents.data(), static_cast<std::streamsize>(contents.size()))) {
+  if (!out.write(contents.data(), static_cast<std::streamsize>(contents.size())))
     throw std::runtime_error("cannot write " + path.string());
-  }
 }
 
 void writeFileOfSize(const fs::path& path, size_t size) { writeFile(path, std::string(size, 'x')); }
@@ -50,9 +47,8 @@ void writeSparseFile(const fs::path& path, uint64_t size) {
 }
 
 std::string readFile(const fs::path& path) {
-  std::ostringstream buffer;
-  buffer << std::ifstream(path, std::ios::binary).rdbuf();
-  return buffer.str();
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 }  // namespace tw::test

@@ -22,12 +22,11 @@ class TempDir {
   std::filesystem::path path_;
 };
 
-// Writes `contents` to `path`, creating the parent folders.
+// Files written with their parent folders: `contents`, `size` non-zero bytes (really allocated), or `size`
+// bytes that take no space (for size limits).
 void writeFile(const std::filesystem::path& path, std::string_view contents);
-// Writes a file of `size` bytes (non-zero data, so that the blocks are really allocated).
 void writeFileOfSize(const std::filesystem::path& path, size_t size);
-std::string readFile(const std::filesystem::path& path);
-// A file of `size` bytes that takes no space (parent folders created), for size limits.
 void writeSparseFile(const std::filesystem::path& path, uint64_t size);
+std::string readFile(const std::filesystem::path& path);
 
 }  // namespace tw::test

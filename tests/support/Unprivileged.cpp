@@ -28,8 +28,7 @@ std::string runCatching(const std::function<std::string()>& body) {
 // `body` in a child once `prepare` succeeded there; nothing when it did not.
 std::optional<std::string> runPrepared(const std::function<bool()>& prepare, const std::function<std::string()>& body) {
   std::string output = runInChild([&] { return prepare() ? body() : kUnprepared; });
-  if (output == kUnprepared) return std::nullopt;
-  return output;
+  return output == kUnprepared ? std::nullopt : std::optional(output);
 }
 
 }  // namespace
@@ -77,9 +76,8 @@ bool handOverTree(const fs::path& folder) {
   if (::geteuid() != 0) return true;
   bool handed = ::lchown(folder.c_str(), kNobody, kNobody) == 0;
   std::error_code error;
-  for (fs::recursive_directory_iterator it(folder, error), end; handed && !error && it != end; it.increment(error)) {
+  for (fs::recursive_directory_iterator it(folder, error), end; handed && !error && it != end; it.increment(error))
     handed = ::lchown(it->path().c_str(), kNobody, kNobody) == 0;
-  }
   return handed && !error;
 }
 
@@ -95,9 +93,8 @@ std::string failureOf(const std::function<void()>& body) {
 int countFiles(const fs::path& folder) {
   int count = 0;
   std::error_code error;
-  for (fs::recursive_directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+  for (fs::recursive_directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
     count += fs::is_regular_file(it->symlink_status(error));
-  }
   return count;
 }
 

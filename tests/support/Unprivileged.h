@@ -18,8 +18,7 @@ std::string runInChild(const std::function<std::string()>& body);
 std::optional<std::string> runUnprivileged(const std::filesystem::path& workFolder,
                                            const std::function<std::string()>& body);
 
-// Runs `body` in a child whose private mount namespace has `source` (a tmpfs when empty) mounted
-// at `mountPoint`; nothing: no namespace for this user.
+// Runs `body` in a child with `source` (a tmpfs when empty) mounted at `mountPoint`; nothing: no namespace.
 std::optional<std::string> runWithMount(const std::filesystem::path& source, const std::filesystem::path& mountPoint,
                                         const std::function<std::string()>& body);
 

@@ -1,5 +1,4 @@
 // The command line: its argument parser, the "clean" value, the listing and the deletion report.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -16,56 +15,36 @@ namespace {
 namespace fs = std::filesystem;
 using Location = DevFiles::Location;
 using Locations = std::vector<Location>;
-using Kind = ArgumentsParser::Error::Kind;
-using ::testing::AllOf;
-using ::testing::Property;
-using ::testing::Throws;
 
-ArgumentsParser toolParser() {
+TEST(ArgumentsParser, ResultsFollowCommandLineOrderValuesAreVerbatimAndUsageKeepsRegistrationOrder) {
   ArgumentsParser parser("tidewell", "Reclaims storage");
   parser.addOption("info", "Show all items available to clean.");
   parser.addOptionWithValue("clean", "Perform cleaning of given items.", std::vector<std::string>{"all", "archives"});
   parser.addOption("--help", "Prints this message");
-  return parser;
-}
-
-TEST(ArgumentsParser, ErrorsNameTheTokenThatCouldNotBeTaken) {
-  using E = ArgumentsParser::Error;
-  const std::vector<std::tuple<std::vector<std::string>, Kind, std::string>> cases = {
-      {{"/usr/local/bin/tidewell"}, Kind::insufficientArguments, ""},
-      {{"tw", "inf"}, Kind::wrongArgument, "inf"},  // whole names only, each once (more run end to end)
-      {{"tw", "clean=all"}, Kind::wrongArgument, "clean=all"},
-      {{"tw", "clean", "all", "clean", "archives"}, Kind::wrongArgument, "clean"},
-      {{"tw", "info", "clean"}, Kind::noValue, "clean"}};
-  auto parser = toolParser();
-  for (const auto& [arguments, kind, argument] : cases)
-    EXPECT_THAT([&] { parser.parse(arguments); },
-                Throws<E>(AllOf(Property(&E::kind, kind), Property(&E::argument, argument))))
-        << testing::PrintToString(arguments);
-  EXPECT_TRUE(parser.parse({}).empty());
-}
-
-TEST(ArgumentsParser, ResultsFollowCommandLineOrderValuesAreVerbatimAndUsageKeepsRegistrationOrder) {
-  auto parser = toolParser();
-  auto given = parser.parse({"tw", "--help", "clean", "info", "info"});
+  auto given = parser.parse({"tw", "--help", "clean", "info", "info"});  // a value is the next token, whatever it is
   ASSERT_EQ(given.size(), 3u);
-  EXPECT_EQ(given[0].name(), "--help");
-  EXPECT_TRUE(given[0].plain() && given[0].plain()->enabled);
-  EXPECT_EQ(given[1].name(), "clean");
-  EXPECT_EQ(given[1].withValue()->value, "info");  // the next token, whatever it is
-  EXPECT_EQ(given[2].name(), "info");
+  EXPECT_TRUE(given[0].name() == "--help" && given[0].plain()->enabled && given[2].name() == "info");
+  EXPECT_EQ(given[1].withValue()->value, "info");
+  EXPECT_TRUE(parser.parse({}).empty());
   for (std::string value : {"", " all ", "--help"})
     EXPECT_EQ(parser.parse({"tw", "clean", value}).at(0).withValue()->value, value);
   // The registered copies stay unset, so the same parser parses again from scratch.
   for (const auto& option : parser.options()) EXPECT_FALSE(option.isSet()) << option.name();
   parser.addOptionWithValue("free", "Anything goes.", std::nullopt);
-  parser.addOptionWithValue("none", "Nothing goes.", std::vector<std::string>{});
-  EXPECT_EQ(parser.usageText(),
-            "OVERVIEW: Reclaims storage\n\nUSAGE: tidewell <command> [options]\n\nOPTIONS:\n\n"
-            " info\n\tShow all items available to clean.\n clean <all,archives>\n\tPerform cleaning of given items.\n"
-            " --help\n\tPrints this message\n free <value>\n\tAnything goes.\n none <>\n\tNothing goes.\n");
+  // The real tool's whole usage is checked end to end; a value without a list of its own shows "<value>".
+  EXPECT_TRUE(parser.usageText().ends_with(" --help\n\tPrints this message\n free <value>\n\tAnything goes.\n"))
+      << parser.usageText();
   // Without a tool name the usage names the running program.
   EXPECT_NE(ArgumentsParser(std::nullopt, "d").usageText().find("USAGE: tidewell_tests <command>"), std::string::npos);
+}
+
+// The locations a "clean" value names, or the trimmed piece it is rejected for.
+std::variant<Locations, std::string> parsed(const std::string& value) {
+  try {
+    return CmdLine::parseLocations(value);
+  } catch (const CmdLine::Error& error) {
+    return error.kind() == CmdLine::Error::Kind::wrongOption ? error.option() : "not a wrong value";
+  }
 }
 
 TEST(CmdLineLocations, NamesAreSplitAtCommasTrimmedAndKeptInOrderAndUnknownPiecesAreRejected) {
@@ -75,8 +54,8 @@ TEST(CmdLineLocations, NamesAreSplitAtCommasTrimmedAndKeptInOrderAndUnknownPiece
   auto expanded = CmdLine::parseLocations("archives,all");  // "all" inside a list as well
   ASSERT_EQ(expanded.size(), all.size() + 1);
   EXPECT_EQ(expanded.front(), Location::archives);
-  // Each value with the locations it names, or the trimmed piece it is rejected for (more run end to end).
   const std::vector<std::pair<std::string, std::variant<Locations, std::string>>> cases = {
+      // more run end to end
       {"derived-data, archives,,", Locations{Location::derivedData, Location::archives}},
       {" runtimes \n,\u00A0cloud-caches", Locations{Location::simulatorRuntimes, Location::cloudStorage}},
       {"archives,device-support,archives", Locations{Location::archives, Location::deviceSupport, Location::archives}},
@@ -84,16 +63,7 @@ TEST(CmdLineLocations, NamesAreSplitAtCommasTrimmedAndKeptInOrderAndUnknownPiece
       {"derived-data, ,archives", std::string("")},
       {"all archives", std::string("all archives")},
       {"\xff\xfe", std::string("\xff\xfe")}};
-  for (const auto& [value, expected] : cases) {
-    if (auto* locations = std::get_if<Locations>(&expected)) {
-      EXPECT_EQ(CmdLine::parseLocations(value), *locations) << value;
-      continue;
-    }
-    EXPECT_THAT([&] { CmdLine::parseLocations(value); },
-                Throws<CmdLine::Error>(AllOf(Property(&CmdLine::Error::kind, CmdLine::Error::Kind::wrongOption),
-                                             Property(&CmdLine::Error::option, std::get<std::string>(expected)))))
-        << value;
-  }
+  for (const auto& [value, expected] : cases) EXPECT_EQ(parsed(value), expected) << value;
 }
 
 CleanupEntryPtr entry(std::string label, std::string extraInfo, std::optional<int64_t> bytes,
@@ -123,39 +93,32 @@ TEST(CmdLineDriver, ReportsEachItemAndCleansOnlyTheNamedLocationsWhateverWasSele
   test::writeFileOfSize(derivedProject / "Build/app", 2'000);
   test::writeFileOfSize(archive / "Info.plist", 5'000);
   fs::create_directories(developer / "CoreSimulator");
-  Host host = Host::current();
-  host.home = host.temporaryDirectory = home.path();
-  host.configDirectory = home / "config";
-  ScopedHost scoped(host);
+  ScopedHost scoped(Host{.home = home.path(), .temporaryDirectory = home.path(), .configDirectory = home / "config"});
   auto devFiles = DevFiles::create(developer, std::nullopt, std::nullopt).value_or(nullptr);
   ASSERT_TRUE(devFiles);
   std::ostringstream out;
   auto cmdLine = std::make_shared<CmdLine>(out);
 
   cmdLine->deleteStarted(*devFiles);
-  cmdLine->deletingItem(*devFiles, "Derived Data", "WeatherApp /Users/sam/W.xcodeproj", fs::path("/x/WeatherApp-abc"),
-                        1, 12);
+  cmdLine->deletingItem(*devFiles, "Derived Data", "WeatherApp /Users/sam/W.xcodeproj", fs::path("/x/W-abc"), 1, 12);
   cmdLine->deletingItem(*devFiles, "Archives", "", fs::path("/x/A 1.xcarchive"), 2, 12);
   cmdLine->deletingItem(*devFiles, "System", "", std::nullopt, 12, 12);
-  cmdLine->deleteFailed(*devFiles, FileSystemError("Permission denied", EACCES, "/x/y"), "UserData Cache",
-                        "ignored description", fs::path("/x/UserData/Previews"));
+  cmdLine->deleteFailed(*devFiles, FileSystemError("Permission denied", EACCES, "/y"), "UserData Cache", "ignored",
+                        fs::path("/x/Previews"));
   cmdLine->deleteFailed(*devFiles, Error("Operation not permitted"), "old logs", "", std::nullopt);
   cmdLine->deleteFinished(*devFiles);
-  EXPECT_EQ(out.str(),
-            "Removing files:\n"
-            "Derived Data: WeatherApp /Users/sam/W.xcodeproj - 1/12\n"
-            "Archives: /x/A 1.xcarchive - 2/12\n"
-            "System: 12/12\n"
-            "Warning: Following file couldn't be removed: Userdata Cache: /x/UserData/Previews Permission denied\n"
-            "Warning: Following file couldn't be removed: Old Logs: - Operation not permitted\n");
+  EXPECT_EQ(
+      out.str(),
+      "Removing files:\nDerived Data: WeatherApp /Users/sam/W.xcodeproj - 1/12\nArchives: /x/A 1.xcarchive - 2/12\n"
+      "System: 12/12\nWarning: Following file couldn't be removed: Userdata Cache: /x/Previews Permission denied\n"
+      "Warning: Following file couldn't be removed: Old Logs: - Operation not permitted\n");
 
   out.str("");
   devFiles->setDeleteDelegate(cmdLine);
   for (const auto& [location, path] :
        {std::pair{Location::derivedData, derivedProject}, {Location::archives, archive}}) {
-    auto item = std::make_shared<CleanupEntry>("WeatherApp", "");
+    auto item = entry("WeatherApp", "", 2'000);
     item->addPath(path);
-    item->setSize(CleanupEntry::Size::value(2'000));
     item->select();  // a selection left over from before must not survive
     devFiles->entry(location)->addItem(item);
   }

@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <deque>
-
 #include "app/Preferences.h"
 #include "fs/Files.h"
 #include "fs/FolderAccess.h"
@@ -21,41 +19,33 @@ namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
 using Panels = std::vector<std::pair<fs::path, std::string>>;
 using Alerts = std::vector<std::tuple<std::string, std::string, std::string>>;
-using Answer = std::function<std::optional<fs::path>(long& response)>;
 
 const std::string kMessage = "Let Tidewell in, please.";
 const std::string kWarning = "\u26A0\uFE0F URL+AcquireAccessFromSandbox: ";
 
 std::optional<fs::path> cancel(long& response) { return response = 0, std::nullopt; }
 
-// Answers each open panel with the next scripted answer (which may change the disk, as a user
-// making the folder in the panel does) and records every panel and alert.
+// Answers each open panel with the next scripted answer (which may change the disk) and records every panel and alert.
 struct FakeFolderAccessUI : FolderAccessUI {
   std::optional<fs::path> runOpenPanel(const fs::path& folder, const std::string& message, long& response) override {
     panels.emplace_back(folder, message);
-    if (answers.empty()) throw std::logic_error("the open panel was shown once more than the test expected");
-    const Answer answer = std::move(answers.front());
-    answers.pop_front();
-    return answer(response);
+    return answers.at(panels.size() - 1)(response);  // throws when shown once more than the test expected
   }
   void showInformationalAlert(const std::string& message, const std::string& text, const std::string& button) override {
     alerts.emplace_back(message, text, button);
   }
-  std::deque<Answer> answers;
+  std::vector<std::function<std::optional<fs::path>(long& response)>> answers;
   Panels panels;
   Alerts alerts;
 };
 
-class FolderAccessTest : public ::testing::Test {
- protected:
-  std::optional<std::vector<uint8_t>> stored(const fs::path& folder) {
-    return Preferences::shared().data(Preferences::bookmarkKey(folder));
-  }
+struct FolderAccessTest : ::testing::Test {
+  auto stored(const fs::path& folder) { return Preferences::shared().data(Preferences::bookmarkKey(folder)); }
   // Access to the folder under test with `bookmark` (or none) stored for it.
   std::optional<fs::path> acquire(const std::optional<std::vector<uint8_t>>& bookmark, CancelPolicy policy,
                                   FolderAccessUI* ui) {
-    if (bookmark) Preferences::shared().setFolderBookmark(folder_, *bookmark);
-    if (!bookmark) Preferences::shared().removeFolderBookmark(folder_);
+    bookmark ? Preferences::shared().setFolderBookmark(folder_, *bookmark)
+             : Preferences::shared().removeFolderBookmark(folder_);
     return acquireAccess(folder_, Preferences::shared(), policy, kMessage, ui);
   }
 
@@ -66,9 +56,8 @@ class FolderAccessTest : public ::testing::Test {
   FakeFolderAccessUI ui_;
 };
 
-TEST_F(FolderAccessTest, StaleBookmarkIsReplacedBeforeTheFolderIsReturned) {
-  // The requested spelling is gone; the bookmark leads to the folder under its other name,
-  // which was replaced by a new folder since it was made.
+TEST_F(FolderAccessTest, BookmarksGiveAccessWithoutAskingAndAStaleOneIsReplacedFirst) {
+  // The requested spelling is gone; the bookmark leads to its other name, replaced by a new folder since.
   const fs::path real = dir_ / "RealDeveloper";
   fs::create_directories(real);
   const auto old = Bookmark::create(real);
@@ -78,59 +67,14 @@ TEST_F(FolderAccessTest, StaleBookmarkIsReplacedBeforeTheFolderIsReturned) {
   ASSERT_TRUE(Bookmark::resolve(old).isStale);
 
   EXPECT_EQ(acquire(old, CancelPolicy::allowed, &ui_), real);
-  const auto fresh = stored(folder_);
-  ASSERT_TRUE(fresh.has_value());
-  EXPECT_EQ(Bookmark::resolve(*fresh).path, real);
-  EXPECT_FALSE(Bookmark::resolve(*fresh).isStale);
-  EXPECT_FALSE(stored(real).has_value());
-  EXPECT_TRUE(ui_.panels.empty());
-  EXPECT_TRUE(log_.lines().empty());
-}
-
-TEST_F(FolderAccessTest, WrongPickIsExplainedAndThePanelShownAgain) {
-  const fs::path other = dir_ / "Documents";
-  fs::create_directories(other);
-  ui_.answers.push_back([&](long&) { return std::optional<fs::path>(other); });
-  ui_.answers.push_back([&](long&) {  // then the user makes the folder in the panel and picks it
-    fs::create_directories(folder_);
-    return std::optional<fs::path>(folder_.string() + "/");
-  });
-
-  EXPECT_EQ(acquire(std::nullopt, CancelPolicy::notAllowed, &ui_), folder_.string() + "/");
-  EXPECT_EQ(ui_.panels, (Panels{{folder_, kMessage}, {folder_, kMessage}}));
-  EXPECT_EQ(
-      ui_.alerts,
-      (Alerts{{"Can't get access to " + folder_.string() + " folder", "Did you choose the right folder?", "Repeat"}}));
-  ASSERT_TRUE(stored(folder_).has_value());
-  EXPECT_EQ(Bookmark::resolve(*stored(folder_)).path, folder_);
-  EXPECT_FALSE(stored(other).has_value());
-}
-
-TEST_F(FolderAccessTest, CancelEndsWithoutGrantOnlyWhenAllowedAndBadBookmarksAreLogged) {
-  ui_.answers.push_back(cancel);
-  const std::vector<uint8_t> junk{'j', 'u', 'n', 'k'};
-  EXPECT_EQ(acquire(junk, CancelPolicy::allowed, &ui_), std::nullopt);
-  EXPECT_EQ(log_.lines(), (Lines{kWarning + "Failed to resolve bookmark: The bookmark couldn\u2019t be resolved "
-                                            "because its data isn\u2019t in the correct format.",
-                                 kWarning + "Didn't get folder from Open panel! Modal response: 0"}));
-  EXPECT_EQ(stored(folder_), junk);  // nothing written on cancel
-
-  log_.clear();
-  ui_.answers.push_back([](long& response) { return response = -1000, std::optional<fs::path>(); });
-  ui_.answers.push_back([&](long&) { return fs::create_directories(folder_), std::optional<fs::path>(folder_); });
-  EXPECT_EQ(acquire(std::nullopt, CancelPolicy::notAllowed, &ui_), folder_);
-  EXPECT_EQ(log_.lines(), Lines{kWarning + "Didn't get folder from Open panel! Modal response: -1000"});
-  EXPECT_EQ(ui_.panels.size(), 3u);
-}
-
-TEST_F(FolderAccessTest, CommandLineUsesTheFolderOrItsBookmarkAndNeverAsks) {
+  const auto fresh = Bookmark::resolve(stored(folder_).value());
+  EXPECT_TRUE(fresh.path == real && !fresh.isStale && !stored(real) && ui_.panels.empty() && log_.lines().empty());
+  // Without a panel (the command line) only the folder or its bookmark give access.
   EXPECT_EQ(acquire(std::nullopt, CancelPolicy::allowed, nullptr), std::nullopt);
-  const fs::path granted = dir_ / "Granted";
-  fs::create_directories(granted);
-  const auto blob = Bookmark::create(granted);
-  EXPECT_EQ(acquire(blob, CancelPolicy::notAllowed, nullptr), granted);
+  const auto blob = Bookmark::create(real);
+  EXPECT_EQ(acquire(blob, CancelPolicy::notAllowed, nullptr), real);
   EXPECT_TRUE(log_.lines().empty());
-  fs::remove(granted);
+  fs::remove(real);
   EXPECT_EQ(acquire(blob, CancelPolicy::notAllowed, nullptr), std::nullopt);
   EXPECT_EQ(log_.lines().size(), 1u);
   // An accessible folder is returned as it is, its bookmark left alone.
@@ -140,80 +84,90 @@ TEST_F(FolderAccessTest, CommandLineUsesTheFolderOrItsBookmarkAndNeverAsks) {
   EXPECT_TRUE(ui_.panels.empty());
 }
 
+TEST_F(FolderAccessTest, CancelEndsWithoutGrantOnlyWhenAllowedAndAWrongPickIsExplainedAndAskedAgain) {
+  ui_.answers.push_back(cancel);
+  const std::vector<uint8_t> junk{'j', 'u', 'n', 'k'};
+  EXPECT_EQ(acquire(junk, CancelPolicy::allowed, &ui_), std::nullopt);
+  EXPECT_EQ(log_.lines(), (Lines{kWarning + "Failed to resolve bookmark: The bookmark couldn\u2019t be resolved "
+                                            "because its data isn\u2019t in the correct format.",
+                                 kWarning + "Didn't get folder from Open panel! Modal response: 0"}));
+  EXPECT_EQ(stored(folder_), junk);  // nothing written on cancel
+
+  log_.clear();
+  const fs::path other = dir_ / "Documents";
+  fs::create_directories(other);
+  ui_.answers.push_back([](long& response) { return response = -1000, std::optional<fs::path>(); });
+  ui_.answers.push_back([&](long&) { return std::optional<fs::path>(other); });
+  // Then the user makes the folder in the panel and picks it.
+  ui_.answers.push_back([&](long&) { return fs::create_directories(folder_), std::optional<fs::path>(folder_ / ""); });
+  EXPECT_EQ(acquire(std::nullopt, CancelPolicy::notAllowed, &ui_), folder_.string() + "/");
+  EXPECT_EQ(log_.lines(), Lines{kWarning + "Didn't get folder from Open panel! Modal response: -1000"});
+  EXPECT_EQ(ui_.panels, (Panels(4, {folder_, kMessage})));
+  EXPECT_EQ(
+      ui_.alerts,
+      (Alerts{{"Can't get access to " + folder_.string() + " folder", "Did you choose the right folder?", "Repeat"}}));
+  EXPECT_EQ(Bookmark::resolve(stored(folder_).value()).path, folder_);
+  EXPECT_FALSE(stored(other));
+}
+
 TEST_F(FolderAccessTest, PickedFolderWithoutWriteAccessIsRefusedWithAdvice) {
-  auto result = test::runUnprivileged(dir_.path(), [&]() -> std::string {
+  // The grant, the stored bookmark, the panels, alerts and log lines, as the unprivileged child saw them.
+  auto result = test::runUnprivileged(dir_.path(), [&] {
     fs::create_directories(folder_);
     const auto blob = Bookmark::create(folder_);
     ::chmod(folder_.c_str(), 0500);
     ui_.answers.push_back([&](long&) { return std::optional<fs::path>(folder_); });
-    std::string problems;
-    if (acquire(blob, CancelPolicy::notAllowed, &ui_)) problems += "granted\n";
-    if (stored(folder_)) problems += "bookmark kept\n";
-    if (ui_.panels.size() != 1) problems += "panels differ\n";
-    if (ui_.alerts !=
-        Alerts{{"Can't get access to " + folder_.string() + " folder",
-                "Access was denied even after selecting the folder. Make sure the folder exists (launching Xcode once "
-                "creates it) and that you have read & write permissions to it. Resetting the app container may also "
-                "help: delete ~/Library/Containers/dev.tidewell.Tidewell and restart the app.",
-                "OK"}}) {
-      problems += "alert differs\n";
-    }
-    const Lines expected = {
-        kWarning + "Access denied after using bookmark but bookmark is not stale!",
-        kWarning +
-            "Failed to resolve bookmark: The operation couldn\u2019t be completed. "
-            "(Tidewell.SandboxFolderAccessError error 1.)",
-        "\u274C URL+AcquireAccessFromSandbox: Can't access folder after selecting it from Open panel, no access: " +
-            folder_.string()};
-    for (const auto& line : log_.lines() != expected ? log_.lines() : Lines{}) problems += "log: " + line + "\n";
-    return problems;
+    const auto granted = acquire(blob, CancelPolicy::notAllowed, &ui_);
+    return testing::PrintToString(std::tuple(granted, stored(folder_), ui_.panels, ui_.alerts, log_.lines()));
   });
   if (!result) GTEST_SKIP() << "no unprivileged user to run as";
-  EXPECT_EQ(*result, "");
+  const Alerts advice{
+      {"Can't get access to " + folder_.string() + " folder",
+       "Access was denied even after selecting the folder. Make sure the folder exists (launching Xcode "
+       "once creates it) and that you have read & write permissions to it. Resetting the app container "
+       "may also help: delete ~/Library/Containers/dev.tidewell.Tidewell and restart the app.",
+       "OK"}};
+  const Lines logged = {
+      kWarning + "Access denied after using bookmark but bookmark is not stale!",
+      kWarning +
+          "Failed to resolve bookmark: The operation couldn\u2019t be completed. (Tidewell.SandboxFolderAccessError "
+          "error 1.)",
+      "\u274C URL+AcquireAccessFromSandbox: Can't access folder after selecting it from Open panel, no access: " +
+          folder_.string()};
+  EXPECT_EQ(*result, testing::PrintToString(std::tuple(std::optional<fs::path>(), std::optional<std::vector<uint8_t>>(),
+                                                       Panels{{folder_, kMessage}}, advice, logged)));
 }
 
-TEST_F(FolderAccessTest, DeveloperFolderGrantAsksWithItsMessageAndIsFoundAgainFromTheCommandLine) {
-  const fs::path developer = home_ / "Library" / "Developer";
-  EXPECT_EQ(Files::developerFolder(), developer);
+// Found without asking from the command line, the end-to-end tests show.
+TEST_F(FolderAccessTest, DeveloperFolderGrantAsksWithItsOwnMessage) {
   ui_.answers.push_back(cancel);
   EXPECT_EQ(Files::developerFolderGrant(Preferences::shared(), &ui_), std::nullopt);
-  EXPECT_EQ(ui_.panels, (Panels{{developer,
+  EXPECT_EQ(ui_.panels, (Panels{{home_ / "Library" / "Developer",
                                  "Tidewell needs permission to your Developer folder to scan Xcode cache files. Folder "
                                  "should be already selected and all you need to do is to click \"Open\"."}}));
-  EXPECT_EQ(Files::developerFolderGrant(Preferences::shared(), nullptr), std::nullopt);
-
-  ui_.answers.push_back([&](long&) { return fs::create_directories(developer), std::optional<fs::path>(developer); });
-  EXPECT_EQ(Files::developerFolderGrant(Preferences::shared(), &ui_), developer);
-  EXPECT_EQ(Files::developerFolderGrant(Preferences::shared(), nullptr), developer);
-  EXPECT_EQ(ui_.panels.size(), 2u);
 }
 
 // A custom folder is deleted wholesale: ".", "/" or the home folder would empty far too much.
 TEST_F(FolderAccessTest, CustomFoldersThatAreNotOwnFoldersAreIgnoredWithALogLine) {
   EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), std::nullopt);  // none set
-  fs::create_directories(home_);
-  fs::create_directories(dir_ / "Archives");
+  for (const fs::path& folder : {home_, dir_ / "Archives"}) fs::create_directories(folder);
   test::writeFile(dir_ / "plain file", "x");
   fs::create_directory_symlink("/", dir_ / "link to root");
   fs::create_directory_symlink(home_, dir_ / "link to home");
-  const std::pair<fs::path, std::string> cases[] = {
-      {".", "it is not an absolute path"},
-      {"Library/Developer", "it is not an absolute path"},
-      {"/", "it is the root folder"},
-      {dir_ / "link to root", "it is the root folder"},
-      {home_ / "..", "it holds the home folder"},
-      {dir_.path(), "it holds the home folder"},
-      {home_, "it is the home folder"},
-      {dir_ / "link to home", "it is the home folder"},
-      {dir_ / "Missing Archives", "it no longer exists"},
-      {dir_ / "plain file", "it is not a folder"},
-  };
+  const std::pair<fs::path, std::string> cases[] = {{".", "it is not an absolute path"},
+                                                    {"/", "it is the root folder"},
+                                                    {dir_ / "link to root", "it is the root folder"},
+                                                    {home_ / "..", "it holds the home folder"},
+                                                    {dir_.path(), "it holds the home folder"},
+                                                    {home_, "it is the home folder"},
+                                                    {dir_ / "link to home", "it is the home folder"},
+                                                    {dir_ / "Missing Archives", "it no longer exists"},
+                                                    {dir_ / "plain file", "it is not a folder"}};
   for (const auto& [folder, reason] : cases) {
     log_.clear();
-    // Written as a settings file may hold them: the store's own writer makes paths absolute.
-    UserDefaults store(Preferences::shared().storePath());
-    store.setString(Preferences::Keys::customArchivesFolder, folder.string());
-    store.setString(Preferences::Keys::customDerivedDataFolder, folder.string());
+    UserDefaults store(Preferences::shared().storePath());  // as a settings file may hold them, not made absolute
+    for (const char* key : {Preferences::Keys::customArchivesFolder, Preferences::Keys::customDerivedDataFolder})
+      store.setString(key, folder.string());
     EXPECT_EQ(Files::customArchivesFolderGrant(Preferences::shared(), &ui_), std::nullopt) << folder;
     EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), std::nullopt) << folder;
     const std::string ignoring = "\u26A0\uFE0F Files: Ignoring the custom ", because = "\u201D: " + reason + ".";
