@@ -70,4 +70,13 @@ void RemovalBlocker::lift() {
   active_ = false;
 }
 
+std::string RemovalBlocker::liftCommand() const {
+#if defined(__linux__)
+  const char* clearFlag = "chattr -i ";
+#else
+  const char* clearFlag = "chflags nouchg ";
+#endif
+  return (usesImmutableFlag_ ? clearFlag : "chmod u+w ") + shellQuoted(folder_.string());
+}
+
 }  // namespace tw::test

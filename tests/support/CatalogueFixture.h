@@ -44,6 +44,7 @@ class RemovalBlocker {
 
   bool active() const { return active_; }  // false when this system cannot block removal for this user
   void lift();
+  std::string liftCommand() const;  // a shell command that lifts the block, as an administrator could
 
  private:
   std::filesystem::path folder_;

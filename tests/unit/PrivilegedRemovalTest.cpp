@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "fs/RemoveItem.h"
+#include "fs/Shell.h"
 #include "model/SystemEntries.h"
 #include "platform/AdministratorRunner.h"
 #include "scan/PrivilegedRemoval.h"
@@ -15,6 +16,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace test;
 using ::testing::HasSubstr;
+using ::testing::ThrowsMessage;
 
 class PrivilegedRemovalCheck : public ::testing::Test {
  protected:
@@ -158,14 +160,30 @@ TEST(PrivilegedFallback, OnlyALackOfRightsReachesTheAdministratorRunner) {
   EXPECT_THROW(entry.deleteItem(updates / "041-gone"), RemovalError);
   EXPECT_FALSE(fs::exists(calls)) << readFile(calls);
 
-  // A lack of rights goes to the installed privileged remover (without one, to rm: see SystemItemsTest).
+  // A lack of rights goes to the installed privileged remover.
   fs::remove_all(item);
   writeFile(item / "Payload" / "data", "d");
+  // Without one, to an administrator's shell: quotes, blanks and a would-be command substitution stay one word.
+  const fs::path hostile = updates / "041-91 Ann's $(touch pwned) \"update\"";
+  writeFile(hostile / "Payload" / "data", "d");
   writeStandInTool(fixture.root(), kPrivilegedRemoverPath, "exit 0");
   RemovalBlocker blocker(updates);
   if (!blocker.active()) GTEST_SKIP() << "cannot make removal fail on this file system";
   EXPECT_NO_THROW(entry.deleteItem(item));
   EXPECT_EQ(readFile(calls), remover.string() + " " + item.string() + "\n");
+
+  fs::remove(remover);
+  writeFailingPkexec(fixture.root(), "Error executing command as another user: Request dismissed", 126);
+  EXPECT_THAT([&] { entry.deleteItem(hostile); }, ThrowsMessage<Shell::CommandError>(HasSubstr("Request dismissed")));
+  EXPECT_TRUE(fs::exists(hostile)) << "what plain removal could not take stays";
+  // The stand-in plays the administrator: it lifts the block, then runs the command it was given.
+  writeStandInTool(
+      fixture.root(), "/usr/bin/pkexec",
+      "printf '%s\\n' \"$@\" > " + shellQuoted(calls.string()) + "\n" + blocker.liftCommand() + "\nexec \"$@\"");
+  EXPECT_NO_THROW(entry.deleteItem(hostile));
+  EXPECT_FALSE(fs::exists(fs::symlink_status(hostile)));
+  EXPECT_FALSE(fs::exists(updates / "pwned"));
+  EXPECT_EQ(readFile(calls), "/bin/sh\n-c\n" + privilegedRemovalCommand(hostile) + "\n");
 }
 #endif
 
