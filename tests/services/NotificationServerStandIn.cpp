@@ -1,12 +1,10 @@
-// A notification server for tests on a private session bus: once it owns org.freedesktop.Notifications
-// it creates the file named by its first argument and appends each Notify call to it as one JSON line;
-// it answers a tenth of a second later with the action named by its second argument (when empty, by closing).
+// A notification server for tests on a private session bus: once it owns org.freedesktop.Notifications it creates
+// the file named by its first argument and appends each Notify call to it as one JSON line; a tenth of a second
+// later it answers with the action named by its second argument (when empty, by closing).
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QFile>
-#include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
 #include <QTimer>
 #include <QVariantMap>
 
@@ -22,21 +20,16 @@ class StandInServer : public QObject {
 
   uint Notify(const QString& application, uint, const QString&, const QString& summary, const QString& body,
               const QStringList& actions, const QVariantMap& hints, int) {
-    QJsonObject hintValues;
-    for (auto it = hints.begin(); it != hints.end(); ++it) hintValues.insert(it.key(), it.value().toString());
-    const QJsonObject call{{"application", application},
-                           {"summary", summary},
-                           {"body", body},
-                           {"actions", QJsonArray::fromStringList(actions)},
-                           {"hints", hintValues}};
+    const QVariantMap call{
+        {"application", application}, {"summary", summary}, {"body", body}, {"actions", actions}, {"hints", hints}};
     QFile record(recordPath_);
-    if (record.open(QIODevice::Append)) record.write(QJsonDocument(call).toJson(QJsonDocument::Compact) + "\n");
-    const uint id = ++lastId_;
-    QTimer::singleShot(100, this, [this, id] {
+    if (record.open(QIODevice::Append))
+      record.write(QJsonDocument::fromVariant(call).toJson(QJsonDocument::Compact) + "\n");
+    QTimer::singleShot(100, this, [this, id = ++lastId_] {
       if (!answer_.isEmpty()) emit ActionInvoked(id, answer_);
       emit NotificationClosed(id, answer_.isEmpty() ? 2 : 3);
     });
-    return id;
+    return lastId_;
   }
 
  signals:

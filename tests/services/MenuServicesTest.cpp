@@ -1,4 +1,5 @@
-// The update feed and the update check against a feed server on 127.0.0.1, offscreen.
+// The application menu's services, offscreen: the update check against a feed server on 127.0.0.1, and feedback
+// and issue mails through a stand-in mail program with the system report they carry.
 #include <gmock/gmock.h>
 
 #include <QApplication>
@@ -11,14 +12,19 @@
 #include <QTimer>
 
 #include "app/Appcast.h"
+#include "app/FeedbackMailer.h"
 #include "platform/Error.h"
+#include "support/StandInEnvironment.h"
+#include "support/StandInTools.h"
 #include "support/TempDir.h"
 #include "ui/UpdateController.h"
 
 namespace tw {
 namespace {
 
+namespace fs = std::filesystem;
 using ui::UpdateController;
+using Strings = std::vector<std::string>;
 using Outcome = UpdateController::Outcome;
 using namespace std::chrono_literals;
 
@@ -109,9 +115,7 @@ struct FeedServer : QTcpServer {
 struct RecordingDialogs : ui::UpdateDialogs {
   void showUpToDate(const QString& version) override { shown << "up to date: " + version; }
   void showUpdateAvailable(const AppcastItem& item, const QString& version) override {
-    shown << QString::fromStdString("available: " + item.shortVersion + " " + item.releaseNotesLink + " " +
-                                    item.downloadLink) +
-                 " over " + version;
+    shown << QString::fromStdString("available: " + item.shortVersion + " " + item.downloadLink) + " over " + version;
   }
   void showCheckFailed(const QString& reason) override { shown << "failed: " + reason; }
   bool askForAutomaticChecks() override { return ++asked, true; }
@@ -120,10 +124,8 @@ struct RecordingDialogs : ui::UpdateDialogs {
 };
 
 QByteArray feedWithVersion(const char* version) {
-  return QByteArray(
-             "<rss><channel><item><sparkle:releaseNotesLink>https://tidewell.dev/notes.html</sparkle:releaseNotesLink>"
-             "<link>https://tidewell.dev/download</link><sparkle:version>") +
-         version + "</sparkle:version></item></channel></rss>";
+  return "<rss><channel><item><link>https://tidewell.dev/download</link><sparkle:version>" + QByteArray(version) +
+         "</sparkle:version></item></channel></rss>";
 }
 
 class UpdateControllerTest : public ::testing::Test {
@@ -151,8 +153,7 @@ TEST_F(UpdateControllerTest, TellsTheUserWhatTheFeedSays) {
   const QByteArray older = feedWithVersion("19");  // 1.9 is below 1.10
   // Served with this status (0: the server never answers) from the feed server or the address given.
   const std::tuple<int, QByteArray, const char*, Outcome, QString> cases[] = {
-      {200, feedWithVersion("111"), nullptr, updateAvailable,
-       "available: 111 https://tidewell.dev/notes.html https://tidewell.dev/download over 1.10"},
+      {200, feedWithVersion("111"), nullptr, updateAvailable, "available: 111 https://tidewell.dev/download over 1.10"},
       {200, feedWithVersion("110"), nullptr, upToDate, "up to date: 1.10"},
       {200, older.leftJustified(4 << 20), nullptr, upToDate, "up to date: 1.10"},  // 4 MiB, the largest feed read
       {200, older.leftJustified((4 << 20) + 1), nullptr, failed, "failed: The update feed is too large."},
@@ -213,6 +214,108 @@ TEST(UpdateAnnouncement, OffersTheDownloadAndALiveReleaseNotesLink) {
   EXPECT_EQ((*notes)->text(),
             "Tidewell 1.1.0 is now available. You have 1.0.0. Would you like to download it now?"
             "<br><br><a href=\"https://tidewell.dev/notes/1.1.html?a=1&amp;b=2\">Release notes</a>");
+}
+
+struct RecordingAlerts : FeedbackAlerts {
+  void showInformational(const std::string& message, const std::string& text, const std::string& button) override {
+    shown.push_back(message + "|" + text + "|" + button);
+  }
+  Strings shown;
+};
+
+class FeedbackMailerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    // The stand-in mail program writes one argument per line.
+    test::writeStandInTool(root.path(), "/usr/bin/xdg-email",
+                           "printf '%s\\n' \"$@\" >> " + test::shellQuoted(mailed.string()));
+    useMailtoHandler("thunderbird.desktop");
+    host.bundle = root / "Tidewell.app";
+  }
+  void useMailtoHandler(const std::string& handler) {
+    test::writeStandInTool(
+        root.path(), "/usr/bin/xdg-mime",
+        "[ \"$*\" = 'query default x-scheme-handler/mailto' ] && echo " + test::shellQuoted(handler));
+  }
+  FeedbackMailer mailer() {
+    return FeedbackMailer(host, alerts, {}, [](std::function<void()> task) { task(); });
+  }
+
+  test::TempDir root;
+  Host host = test::hostWithRoot(root.path());
+  ScopedHost scopedHost{host};
+  fs::path mailed = root / "mailed";
+  RecordingAlerts alerts;
+};
+
+TEST_F(FeedbackMailerTest, FeedbackGoesToTheDecodedAddressOrTheAlertTellsIt) {
+  const std::pair<const char*, std::optional<std::string>> decoded[] = {
+      {"YQ==", "a"}, {"YWI=", "ab"}, {"YWJj", "abc"}, {"YWJ", std::nullopt}, {"Y!==", std::nullopt}};
+  for (const auto& [text, plain] : decoded) EXPECT_EQ(FeedbackMailer::decodeBase64(text), plain) << text;
+  mailer().sendFeedback();
+  const Strings mail{"--utf8", "--subject", "Tidewell Feedback", "support@tidewell.dev"};
+  EXPECT_EQ(test::readCallLog(mailed), mail);
+  EXPECT_TRUE(alerts.shown.empty());
+
+  useMailtoHandler("");
+  mailer().sendFeedback();
+  EXPECT_EQ(test::readCallLog(mailed), mail);  // not sent again
+  EXPECT_EQ(alerts.shown, (Strings{"Can't send e-mail|It seems your system doesn't have e-mail configured. You can "
+                                   "send your feedback manually to support@tidewell.dev|OK"}));
+  fs::remove(root / "usr/bin/xdg-email");
+  test::LogCapture log;
+  mailer().sendFeedback();
+  EXPECT_EQ(log.lines(), (Strings{"⚠️ FeedbackMailer: Can't create compose e-mail NSSharingService"}));
+}
+
+TEST_F(FeedbackMailerTest, IssueReportAttachesTheLogsThatExist) {
+  test::TempDir logs;
+  auto attached = [&](const Logger& logger) {
+    fs::remove(mailed);
+    mailer().reportAnIssue(logger);
+    auto arguments = test::readCallLog(mailed);
+    EXPECT_EQ(arguments.at(2) + " | " + arguments.at(4), "Tidewell Issue Report | Write your report here");
+    Strings files;
+    for (size_t i = 0; i + 1 < arguments.size(); ++i)
+      if (arguments[i] == "--attach") files.push_back(arguments[i + 1]);
+    return files;
+  };
+  const auto log = [&](std::string which) {
+    return (logs / ("dev.tidewell.Tidewell-MainLog-LogFile-" + which + ".log")).string();
+  };
+  auto start = [&] {
+    return Logger("MainLog", Logger::Level::info, Logger::FileLogging::on, logs.path(), "dev.tidewell.Tidewell");
+  };
+  EXPECT_EQ(attached(start()), (Strings{log("latest")}));
+  EXPECT_EQ(attached(start()), (Strings{log("latest"), log("previous")}));
+  EXPECT_EQ(attached(Logger("MainLog", Logger::Level::info, Logger::FileLogging::off)), Strings{});
+}
+
+TEST_F(FeedbackMailerTest, SystemReportTellsVersionFoldersSystemAndModel) {
+  test::writeFile(host.bundle / "Contents/Info.plist",
+                  "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>CFBundleShortVersionString</key>"
+                  "<string>1.4.2</string><key>CFBundleVersion</key><string>87</string></dict></plist>");
+  test::writeFile(
+      root / "etc/os-release",
+      "NAME=\"Debian GNU/Linux\"\nVERSION=\"12 (bookworm)\"\nPRETTY_NAME=\"Debian GNU/Linux 12 (bookworm)\"\n");
+  test::writeFile(root / "sys/class/dmi/id/product_name", "ThinkPad X1 Carbon Gen 11\n");
+  fs::create_directories(host.developerFolder());
+  Preferences::shared().setCustomDerivedDataFolder("/Volumes/Fast/DerivedData");
+  Preferences::shared().setCustomArchivesFolder(std::nullopt);
+  EXPECT_EQ(mailer().systemReport(),
+            "Tidewell 1.4.2 (87)\nDoes '~/Library/Developer' folder exists: YES\nCan read '~/Library/Developer' "
+            "folder: YES\nCan write '~/Library/Developer' folder: YES\n\nCustom derived data folder: "
+            "/Volumes/Fast/DerivedData\nCustom archives folder: -\n\nSystem: Debian GNU/Linux 12 (bookworm)\nMac "
+            "model: ThinkPad X1 Carbon Gen 11\n");
+
+  fs::remove_all(root / "home");
+  fs::remove(root / "sys/class/dmi/id/product_name");
+  fs::remove(host.bundle / "Contents/Info.plist");
+  test::writeFile(root / "etc/os-release", "NAME='Arch Linux'\nVERSION=\"rolling\"\n");
+  EXPECT_EQ(mailer().systemReport(),
+            "Tidewell - (-)\nDoes '~/Library/Developer' folder exists: NO\nCan read '~/Library/Developer' folder: "
+            "NO\nCan write '~/Library/Developer' folder: NO\n\nCustom derived data folder: -\nCustom archives folder: "
+            "-\n\nSystem: Arch Linux rolling\nMac model: -\n");
 }
 
 }  // namespace
