@@ -1,5 +1,4 @@
-// The application menu's services, offscreen: the update check against a feed server on 127.0.0.1, and feedback
-// and issue mails through a stand-in mail program with the system report they carry.
+// The menu's services, offscreen: the update check against a feed server on 127.0.0.1, feedback and issue mails.
 #include <gmock/gmock.h>
 
 #include <QApplication>
@@ -203,9 +202,8 @@ TEST_F(UpdateControllerTest, AutomaticChecksOnlyAfterConsentAskedOnTheSecondStar
 }
 
 TEST(UpdateAnnouncement, OffersTheDownloadAndALiveReleaseNotesLink) {
-  const AppcastItem item{"Tidewell 1.1", "110", "1.1.0", "https://tidewell.dev/notes/1.1.html?a=1&b=2",
-                         "https://tidewell.dev/download"};
-  auto box = ui::MessageBoxUpdateDialogs::updateAvailableBox(item, "1.0.0", nullptr);
+  auto box = ui::MessageBoxUpdateDialogs::updateAvailableBox(
+      {"Tidewell 1.1", "110", "1.1.0", "https://tidewell.dev/notes/1.1.html?a=1&b=2", ""}, "1.0.0", nullptr);
   EXPECT_EQ(box->defaultButton()->objectName(), "download");
   const auto labels = box->findChildren<QLabel*>();
   const auto notes = std::ranges::find_if(labels, [](QLabel* label) { return label->text().contains("<a href"); });
@@ -238,7 +236,7 @@ class FeedbackMailerTest : public ::testing::Test {
         "[ \"$*\" = 'query default x-scheme-handler/mailto' ] && echo " + test::shellQuoted(handler));
   }
   FeedbackMailer mailer() {
-    return FeedbackMailer(host, alerts, {}, [](std::function<void()> task) { task(); });
+    return {host, alerts, {}, [](std::function<void()> task) { task(); }};
   }
 
   test::TempDir root;
@@ -270,25 +268,20 @@ TEST_F(FeedbackMailerTest, FeedbackGoesToTheDecodedAddressOrTheAlertTellsIt) {
 
 TEST_F(FeedbackMailerTest, IssueReportAttachesTheLogsThatExist) {
   test::TempDir logs;
-  auto attached = [&](const Logger& logger) {
+  const auto attached = [&](const Logger& logger) {
     fs::remove(mailed);
     mailer().reportAnIssue(logger);
     auto arguments = test::readCallLog(mailed);
     EXPECT_EQ(arguments.at(2) + " | " + arguments.at(4), "Tidewell Issue Report | Write your report here");
     Strings files;
     for (size_t i = 0; i + 1 < arguments.size(); ++i)
-      if (arguments[i] == "--attach") files.push_back(arguments[i + 1]);
+      if (arguments[i] == "--attach") files.push_back(fs::relative(arguments[i + 1], logs.path()));
     return files;
   };
-  const auto log = [&](std::string which) {
-    return (logs / ("dev.tidewell.Tidewell-MainLog-LogFile-" + which + ".log")).string();
-  };
-  auto start = [&] {
-    return Logger("MainLog", Logger::Level::info, Logger::FileLogging::on, logs.path(), "dev.tidewell.Tidewell");
-  };
-  EXPECT_EQ(attached(start()), (Strings{log("latest")}));
-  EXPECT_EQ(attached(start()), (Strings{log("latest"), log("previous")}));
-  EXPECT_EQ(attached(Logger("MainLog", Logger::Level::info, Logger::FileLogging::off)), Strings{});
+  for (const Strings& files :
+       {Strings{"id-Log-LogFile-latest.log"}, {"id-Log-LogFile-latest.log", "id-Log-LogFile-previous.log"}})
+    EXPECT_EQ(attached(Logger("Log", Logger::Level::info, Logger::FileLogging::on, logs.path(), "id")), files);
+  EXPECT_EQ(attached(Logger("Log", Logger::Level::info, Logger::FileLogging::off)), Strings{});
 }
 
 TEST_F(FeedbackMailerTest, SystemReportTellsVersionFoldersSystemAndModel) {
