@@ -24,26 +24,24 @@ namespace {
 namespace fs = std::filesystem;
 using Period = Preferences::Period;
 using Strings = std::vector<std::string>;
+using Requests = std::vector<NotificationRequest>;
 using namespace std::chrono_literals;
 
-// A notification centre in memory that records what the reminders did to it.
-struct MemoryCenter : NotificationCenter {
+struct MemoryCenter : NotificationCenter {  // in memory, recording what the reminders did to it
   AuthorizationStatus authorizationStatus() override { return AuthorizationStatus::authorized; }
   bool requestAuthorization() override { return ++authorizationRequests, grantOnRequest; }
-  std::vector<NotificationRequest> pendingRequests() override { return std::this_thread::sleep_for(delay), pending; }
+  Requests pendingRequests() override { return std::this_thread::sleep_for(delay), pending; }
   void removePendingRequests(const Strings& ids) override {
     std::erase_if(pending, [&](const auto& request) { return std::ranges::count(ids, request.identifier) > 0; });
   }
   void setNotificationCategories(const std::vector<NotificationCategory>& all) override { categories = all; }
-  void addRequests(const std::vector<NotificationRequest>& all) override {
-    std::ranges::copy(all, back_inserter(pending));
-  }
+  void addRequests(const Requests& all) override { pending.insert(pending.end(), all.begin(), all.end()); }
   DateComponents firstTrigger() const { return std::get<CalendarTrigger>(pending.at(0).trigger).components; }
 
   bool grantOnRequest = true;
   int authorizationRequests = 0;
   std::chrono::milliseconds delay{0};  // before the centre answers
-  std::vector<NotificationRequest> pending;
+  Requests pending;
   std::vector<NotificationCategory> categories;
 };
 
@@ -60,7 +58,6 @@ class ScanRemindersTest : public ::testing::Test {
 TEST_F(ScanRemindersTest, SeriesStepsFromThePreviousReminderInTheLocalCalendarAndFollowsTheAuthorisation) {
   using Day = std::array<int, 3>;
   using enum Period;
-  // From a start, the first dates and the 52nd, all at the start's time of day.
   const std::tuple<Period, DateComponents, std::vector<Day>, Day> cases[] = {
       // Weekly across the summer-time change (29 March) keeps the time of day.
       {everyWeek, {2026, 3, 2, 10, 15, 30}, {{2026, 3, 9}, {2026, 3, 16}, {2026, 3, 23}, {2026, 3, 30}}, {2027, 3, 1}},
@@ -78,12 +75,11 @@ TEST_F(ScanRemindersTest, SeriesStepsFromThePreviousReminderInTheLocalCalendarAn
   }
 
   using enum AuthorizationStatus;
-  // The status, what the centre grants when asked: the requests scheduled and the times it was asked.
-  const std::tuple<AuthorizationStatus, bool, size_t, int> authorisations[] = {{authorized, false, 52, 0},
-                                                                               {provisional, false, 52, 0},
-                                                                               {notDetermined, true, 52, 1},
-                                                                               {notDetermined, false, 0, 1},
-                                                                               {denied, true, 0, 0}};
+  // The status and what the centre grants when asked: the requests scheduled and the times it was asked.
+  const std::tuple<AuthorizationStatus, bool, size_t, int> authorisations[] = {
+      {authorized, false, 52, 0},   {provisional, false, 52, 0}, {notDetermined, true, 52, 1},
+      {notDetermined, false, 0, 1}, {denied, true, 0, 0},
+  };
   for (const auto& [status, grant, scheduled, asked] : authorisations) {
     center->pending.clear();
     center->authorizationRequests = 0;
@@ -114,8 +110,7 @@ TEST_F(ScanRemindersTest, SchedulingReplacesTheSeriesInOrderAndKeepsOtherRequest
   reminders.applySettings(false, Period::everyWeek);
   EXPECT_EQ(center->pending, std::vector{other});
 
-  // Changes made in the background apply in the order they were made.
-  reminders.applySettingsInBackground(true, Period::everyMonth);
+  reminders.applySettingsInBackground(true, Period::everyMonth);  // background changes apply in the order made
   reminders.applySettingsInBackground(false, Period::everyMonth);
   reminders.applySettingsInBackground(true, Period::every2weeks);
   reminders.waitUntilIdle();
@@ -172,23 +167,19 @@ TEST_F(ScanRemindersTest, PreferencesWindowShowsTheStoredSettingsAndStoresEveryC
     EXPECT_EQ(ui::PreferencesWindow::periodOf(periods->currentText()), period);
   }
   EXPECT_EQ(ui::PreferencesWindow::periodOf("Every day"), std::nullopt);
-  // Shown again, the window reads what another process may have changed meanwhile.
   preferences.setNotificationsEnabled(false);
   preferences.setDryRunEnabled(true);
   window.hide();
-  window.show();
+  window.show();  // shown again, the window reads what another process may have changed meanwhile
   EXPECT_EQ(shown(), "Every 2 months off off on off on");
 
-  // Every change is stored at once and moves the reminders.
-  QTest::mouseClick(window.notificationsEnabledButton(), Qt::LeftButton);
+  QTest::mouseClick(window.notificationsEnabledButton(), Qt::LeftButton);  // every change is stored and applied at once
   EXPECT_EQ(shown(), "Every 2 months on on on on on");
   ASSERT_EQ(center->pending.size(), 52u);
   EXPECT_EQ(center->firstTrigger(), (DateComponents{2026, 5, 2, 10, 15, 30}));
-  // The keyboard picks the period before, as a user does in the pop-up.
   periods->setFocus();
-  QTest::keyClick(periods, Qt::Key_Up);
+  QTest::keyClick(periods, Qt::Key_Up);  // the period before, picked as a user does in the pop-up
   EXPECT_EQ(preferences.notificationsPeriod(), everyMonth);
-  ASSERT_EQ(center->pending.size(), 52u);
   EXPECT_EQ(center->firstTrigger(), (DateComponents{2026, 4, 2, 10, 15, 30}));
   QTest::mouseClick(window.dryRunEnabledButton(), Qt::LeftButton);
   QTest::mouseClick(window.notificationsEnabledButton(), Qt::LeftButton);
@@ -249,8 +240,7 @@ TEST_F(UserTimerCenterTest, ScheduledSeriesIsStoredAndTimedByAUserTimerAndWithdr
             (Strings{"--user disable --now tidewell-scan-reminder.timer", "--user daemon-reload"}));
 }
 
-// Without a user systemd the log says so and every login checks the dates.
-TEST_F(UserTimerCenterTest, WithoutUserSystemdEveryLoginChecks) {
+TEST_F(UserTimerCenterTest, WithoutUserSystemdTheLogSaysSoAndEveryLoginChecks) {
   useSystemctl("echo 'Failed to connect to bus: No medium found' >&2; exit 1");
   test::LogCapture log;
   reminders.applySettings(true, Period::everyWeek);
@@ -343,8 +333,7 @@ TEST_F(ReminderDeliveryTest, DueReminderIsPostedAndScanStartsTheWindow) {
   EXPECT_EQ(center->pendingRequests().size(), 51u);
 }
 
-// Without a server the worker, asking the real bus, leaves the series as it is and the helper keeps the reminder;
-// then a closed reminder leaves the window closed, and a change is scheduled.
+// Without a server, asked on the real bus from the worker, nothing is scheduled and the helper keeps the reminder.
 TEST_F(ReminderDeliveryTest, WithoutAServerNothingChangesAndCloseLeavesTheWindowClosed) {
   serverPresent = [] { return ui::notificationServerPresent(); };
   const auto pending = center->pendingRequests();
@@ -362,8 +351,7 @@ TEST_F(ReminderDeliveryTest, WithoutAServerNothingChangesAndCloseLeavesTheWindow
   EXPECT_EQ(test::readCallLog(record).size(), 1u);
   EXPECT_FALSE(fs::exists(root / "window-started"));
   EXPECT_EQ(center->pendingRequests().size(), 51u);
-  // Nothing else is due: the next start posts nothing.
-  EXPECT_EQ(deliver().exitStatus, 0);
+  EXPECT_EQ(deliver().exitStatus, 0);  // nothing else is due: the next start posts nothing
   EXPECT_EQ(test::readCallLog(record).size(), 1u);
   reminders.applySettingsInBackground(true, Period::everyMonth);
   reminders.waitUntilIdle();
