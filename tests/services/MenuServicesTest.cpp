@@ -106,28 +106,24 @@ struct FeedServer : QTcpServer {
   int requests = 0;
 };
 
-struct RecordingDialogs : ui::UpdateDialogs {
+QByteArray feedWithVersion(const char* version) {
+  return "<rss><channel><item><link>https://tidewell.dev/download</link><sparkle:version>" + QByteArray(version) +
+         "</sparkle:version></item></channel></rss>";
+}
+
+// The fixture stands for the dialogs and records what they would show.
+class UpdateControllerTest : public ::testing::Test, public ui::UpdateDialogs {
+ protected:
   void showUpToDate(const QString& version) override { shown << "up to date: " + version; }
   void showUpdateAvailable(const AppcastItem& item, const QString& version) override {
     shown << QString::fromStdString("available: " + item.shortVersion + " " + item.downloadLink) + " over " + version;
   }
   void showCheckFailed(const QString& reason) override { shown << "failed: " + reason; }
   bool askForAutomaticChecks() override { return ++asked, true; }
-  QStringList shown;
-  int asked = 0;
-};
-
-QByteArray feedWithVersion(const char* version) {
-  return "<rss><channel><item><link>https://tidewell.dev/download</link><sparkle:version>" + QByteArray(version) +
-         "</sparkle:version></item></channel></rss>";
-}
-
-class UpdateControllerTest : public ::testing::Test {
- protected:
   // The outcome of a check that `start` begins on a controller of the bundle 1.10 (110).
   std::optional<Outcome> check(void (UpdateController::*start)(), int waitMs = 5000, QUrl url = {},
                                std::chrono::milliseconds limit = {}) {
-    UpdateController controller({url.isEmpty() ? server.url() : url, "110", "1.10"}, dialogs, preferences);
+    UpdateController controller({url.isEmpty() ? server.url() : url, "110", "1.10"}, *this, preferences);
     if (limit.count()) controller.setTimeout(limit);
     std::optional<Outcome> outcome;
     QObject::connect(&controller, &UpdateController::checkFinished, [&](Outcome o) { outcome = o; });
@@ -139,7 +135,8 @@ class UpdateControllerTest : public ::testing::Test {
   test::TempDir folder;
   Preferences preferences{folder / "settings.plist"};
   FeedServer server;
-  RecordingDialogs dialogs;
+  QStringList shown;
+  int asked = 0;
 };
 
 TEST_F(UpdateControllerTest, TellsTheUserWhatTheFeedSays) {
@@ -161,11 +158,11 @@ TEST_F(UpdateControllerTest, TellsTheUserWhatTheFeedSays) {
   for (const auto& [status, body, url, outcome, shown] : cases) {
     SCOPED_TRACE(shown.toStdString());
     status ? server.serve(status, body) : server.response.clear();
-    dialogs.shown.clear();
+    this->shown.clear();
     const auto started = std::chrono::steady_clock::now();
     EXPECT_EQ(check(&UpdateController::checkForUpdates, 5000, QUrl(url), status ? 0ms : 300ms), outcome);
     EXPECT_LT(std::chrono::steady_clock::now() - started, 3s);
-    EXPECT_EQ(dialogs.shown, QStringList{QString(shown).replace("%1", server.url().toString())});
+    EXPECT_EQ(this->shown, QStringList{QString(shown).replace("%1", server.url().toString())});
   }
 }
 
@@ -181,7 +178,7 @@ TEST_F(UpdateControllerTest, AutomaticChecksOnlyAfterConsentAskedOnTheSecondStar
   for (const auto& [status, version, outcome, asked, shown] : starts) {
     server.serve(status, feedWithVersion(version));
     EXPECT_EQ(check(&UpdateController::applicationDidFinishLaunching, outcome ? 5000 : 300), outcome);
-    EXPECT_EQ(std::pair(dialogs.asked, dialogs.shown.size()), std::pair(asked, qsizetype(shown))) << version;
+    EXPECT_EQ(std::pair(this->asked, this->shown.size()), std::pair(asked, qsizetype(shown))) << version;
     EXPECT_EQ(server.requests == 0, !outcome);
   }
   EXPECT_EQ(preferences.automaticUpdateChecks(), true);
@@ -205,15 +202,12 @@ TEST(UpdateAnnouncement, OffersTheDownloadAndALiveReleaseNotesLink) {
             "<br><br><a href=\"https://tidewell.dev/notes/1.1.html?a=1&amp;b=2\">Release notes</a>");
 }
 
-struct RecordingAlerts : FeedbackAlerts {
+// The fixture stands for the alerts and records what they would show.
+class FeedbackMailerTest : public ::testing::Test, public FeedbackAlerts {
+ protected:
   void showInformational(const std::string& message, const std::string& text, const std::string& button) override {
     shown.push_back(message + "|" + text + "|" + button);
   }
-  Strings shown;
-};
-
-class FeedbackMailerTest : public ::testing::Test {
- protected:
   void SetUp() override {
     // The stand-in mail program writes one argument per line.
     test::writeStandInTool(root.path(), "/usr/bin/xdg-email",
@@ -227,14 +221,14 @@ class FeedbackMailerTest : public ::testing::Test {
         "[ \"$*\" = 'query default x-scheme-handler/mailto' ] && echo " + test::shellQuoted(handler));
   }
   FeedbackMailer mailer() {
-    return {host, alerts, {}, [](std::function<void()> task) { task(); }};
+    return {host, *this, {}, [](std::function<void()> task) { task(); }};
   }
 
   test::TempDir root;
   Host host = test::hostWithRoot(root.path());
   ScopedHost scopedHost{host};
   fs::path mailed = root / "mailed";
-  RecordingAlerts alerts;
+  Strings shown;
 };
 
 TEST_F(FeedbackMailerTest, FeedbackGoesToTheDecodedAddressOrTheAlertTellsIt) {
@@ -244,13 +238,13 @@ TEST_F(FeedbackMailerTest, FeedbackGoesToTheDecodedAddressOrTheAlertTellsIt) {
   mailer().sendFeedback();
   const Strings mail{"--utf8", "--subject", "Tidewell Feedback", "support@tidewell.dev"};
   EXPECT_EQ(test::readCallLog(mailed), mail);
-  EXPECT_TRUE(alerts.shown.empty());
+  EXPECT_TRUE(shown.empty());
 
   useMailtoHandler("");
   mailer().sendFeedback();
   EXPECT_EQ(test::readCallLog(mailed), mail);  // not sent again
-  EXPECT_EQ(alerts.shown, (Strings{"Can't send e-mail|It seems your system doesn't have e-mail configured. You can "
-                                   "send your feedback manually to support@tidewell.dev|OK"}));
+  EXPECT_EQ(shown, (Strings{"Can't send e-mail|It seems your system doesn't have e-mail configured. You can "
+                            "send your feedback manually to support@tidewell.dev|OK"}));
   fs::remove(root / "usr/bin/xdg-email");
   test::LogCapture log;
   mailer().sendFeedback();

@@ -1,19 +1,14 @@
-// A notification server for tests on a private session bus: once it owns org.freedesktop.Notifications it creates
-// the file named by its first argument and appends each Notify call to it as one JSON line; a tenth of a second
-// later it answers with the action named by its second argument (when empty, by closing).
+// A notification server for tests on a private session bus: it creates the file named by its first argument once it
+// owns the name, appends each Notify call to it as one JSON line, then answers with the action named by its second.
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QFile>
 #include <QJsonDocument>
 #include <QTimer>
-#include <QVariantMap>
 
 class StandInServer : public QObject {
   Q_OBJECT
   Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
-
- public:
-  StandInServer(QString recordPath, QString answer) : recordPath_(std::move(recordPath)), answer_(std::move(answer)) {}
 
  public slots:
   QStringList GetCapabilities() { return {"body", "actions", "sound"}; }
@@ -22,33 +17,33 @@ class StandInServer : public QObject {
               const QStringList& actions, const QVariantMap& hints, int) {
     const QVariantMap call{
         {"application", application}, {"summary", summary}, {"body", body}, {"actions", actions}, {"hints", hints}};
-    QFile record(recordPath_);
+    QFile record(recordPath);
     if (record.open(QIODevice::Append))
       record.write(QJsonDocument::fromVariant(call).toJson(QJsonDocument::Compact) + "\n");
-    QTimer::singleShot(100, this, [this, id = ++lastId_] {
-      if (!answer_.isEmpty()) emit ActionInvoked(id, answer_);
-      emit NotificationClosed(id, answer_.isEmpty() ? 2 : 3);
+    // A tenth of a second later, as a person would: the action, or closing when there is none.
+    QTimer::singleShot(100, this, [this, id = ++lastId] {
+      if (!answer.isEmpty()) emit ActionInvoked(id, answer);
+      emit NotificationClosed(id, answer.isEmpty() ? 2 : 3);
     });
-    return lastId_;
+    return lastId;
   }
 
  signals:
   void ActionInvoked(uint id, const QString& actionKey);
   void NotificationClosed(uint id, uint reason);
 
- private:
-  QString recordPath_, answer_;
-  uint lastId_ = 0;
+ public:
+  const QString recordPath = QCoreApplication::arguments().value(1), answer = QCoreApplication::arguments().value(2);
+  uint lastId = 0;
 };
 
 int main(int argc, char** argv) {
   QCoreApplication application(argc, argv);
-  StandInServer server(application.arguments().value(1), application.arguments().value(2));
+  StandInServer server;
   QDBusConnection bus = QDBusConnection::sessionBus();
   if (!bus.registerObject("/org/freedesktop/Notifications", &server,
                           QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals) ||
-      !bus.registerService("org.freedesktop.Notifications") ||
-      !QFile(application.arguments().value(1)).open(QIODevice::Append))
+      !bus.registerService("org.freedesktop.Notifications") || !QFile(server.recordPath).open(QIODevice::Append))
     return 1;
   return application.exec();
 }
