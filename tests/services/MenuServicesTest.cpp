@@ -271,11 +271,10 @@ TEST_F(FeedbackMailerTest, IssueReportAttachesTheLogsThatExist) {
 
 TEST_F(FeedbackMailerTest, SystemReportTellsVersionFoldersSystemAndModel) {
   test::writeFile(host.bundle / "Contents/Info.plist",
-                  "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>CFBundleShortVersionString</key>"
+                  "<plist><dict><key>CFBundleShortVersionString</key>"
                   "<string>1.4.2</string><key>CFBundleVersion</key><string>87</string></dict></plist>");
-  test::writeFile(
-      root / "etc/os-release",
-      "NAME=\"Debian GNU/Linux\"\nVERSION=\"12 (bookworm)\"\nPRETTY_NAME=\"Debian GNU/Linux 12 (bookworm)\"\n");
+  test::writeFile(root / "etc/os-release",
+                  "PRETTY_NAME=\"Debian GNU/Linux 12 (bookworm)\"\nVERSION=\"12 (bookworm)\"\n");
   test::writeFile(root / "sys/class/dmi/id/product_name", "ThinkPad X1 Carbon Gen 11\n");
   fs::create_directories(host.developerFolder());
   Preferences::shared().setCustomDerivedDataFolder("/Volumes/Fast/DerivedData");

@@ -1,5 +1,5 @@
 // Scan reminders: dates, scheduling, the user-timer centre, the preferences window, launch and the delivery helper.
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -26,6 +26,7 @@ using Period = Preferences::Period;
 using Strings = std::vector<std::string>;
 using Requests = std::vector<NotificationRequest>;
 using namespace std::chrono_literals;
+using testing::HasSubstr;
 
 struct MemoryCenter : NotificationCenter {  // in memory, recording what the reminders did to it
   AuthorizationStatus authorizationStatus() override { return AuthorizationStatus::authorized; }
@@ -116,15 +117,13 @@ TEST_F(ScanRemindersTest, SchedulingReplacesTheSeriesInOrderAndKeepsOtherRequest
 }
 
 TEST_F(ScanRemindersTest, NextReminderIsTheEarliestOfTheApplicationsOwn) {
-  const auto at = [](int index, DateComponents when) {
-    return NotificationRequest{
-        "dev.tidewell.Tidewell.scanReminder." + std::to_string(index), {}, CalendarTrigger{when}};
-  };
-  // Not ours and due in a minute, then one past.
-  center->pending = {other, at(0, {2026, 3, 1, 0, 0, 0}), at(2, {2026, 4, 1, 12, 0, 0}),
-                     at(1, {2026, 3, 20, 12, 0, 0})};
+  const std::string ours = "dev.tidewell.Tidewell.scanReminder.";  // with one not ours due in a minute, one past
+  center->pending = {other,
+                     {ours + "0", {}, CalendarTrigger{{2026, 3, 1}}},
+                     {ours + "2", {}, CalendarTrigger{{2026, 4, 1, 12}}},
+                     {ours + "1", {}, CalendarTrigger{{2026, 3, 20, 12}}}};
   EXPECT_EQ(dateComponents(*reminders.nextReminderDate()), (DateComponents{2026, 3, 20, 12, 0, 0}));
-  center->pending.push_back({"dev.tidewell.Tidewell.scanReminder.9", {}, TimeIntervalTrigger{3600, false}});
+  center->pending.push_back({ours + "9", {}, TimeIntervalTrigger{3600}});
   EXPECT_EQ(reminders.nextReminderDate(), now + 1h);
   test::LogCapture log;
   reminders.logNextReminder();
@@ -210,8 +209,7 @@ TEST_F(UserTimerCenterTest, ScheduledSeriesIsStoredAndTimedByAUserTimerAndWithdr
   fs::remove(calls);
   center->addRequests({other});
   EXPECT_EQ(center->pendingRequests().size(), 53u);
-  EXPECT_NE(test::readFile(center->servicePath()).find("ExecStart=\"" + helper.string() + "\" --deliver"),
-            std::string::npos);
+  EXPECT_THAT(test::readFile(center->servicePath()), HasSubstr("ExecStart=\"" + helper.string() + "\" --deliver"));
   EXPECT_EQ(timerDates().size(), 53u);  // the other request's date too: the centre delivers every request
   EXPECT_EQ(test::readCallLog(calls), (Strings{"--user daemon-reload", "--user enable tidewell-scan-reminder.timer",
                                                "--user restart tidewell-scan-reminder.timer"}));
@@ -235,8 +233,7 @@ TEST_F(UserTimerCenterTest, WithoutUserSystemdTheLogSaysSoAndEveryLoginChecks) {
   EXPECT_EQ(log.lines(),
             (Strings{"⚠️ ScanReminders: No user systemd to time the reminders (Failed to connect to bus: "
                      "No medium found); they are checked at every login instead"}));
-  EXPECT_NE(test::readFile(center->autostartPath()).find("Exec=\"" + helper.string() + "\" --deliver"),
-            std::string::npos);
+  EXPECT_THAT(test::readFile(center->autostartPath()), HasSubstr("Exec=\"" + helper.string() + "\" --deliver"));
   reminders.applySettings(false, Period::everyWeek);
   EXPECT_FALSE(fs::exists(center->autostartPath()));
 }
@@ -329,7 +326,7 @@ TEST_F(ReminderDeliveryTest, WithoutAServerNothingChangesAndCloseLeavesTheWindow
   EXPECT_EQ(center->pendingRequests(), pending);
   auto missing = deliver();
   EXPECT_EQ(missing.exitStatus, 1);
-  EXPECT_NE(missing.standardError.find("tidewell-remind: Cannot show the scan reminder"), std::string::npos);
+  EXPECT_THAT(missing.standardError, HasSubstr("tidewell-remind: Cannot show the scan reminder"));
   EXPECT_EQ(center->pendingRequests().size(), 52u);  // kept for the next delivery
 
   startServer("");
