@@ -116,14 +116,12 @@ TEST_F(ScanRemindersTest, SchedulingReplacesTheSeriesInOrderAndKeepsOtherRequest
   EXPECT_EQ(dateComponents(*reminders.nextReminderDate()), (DateComponents{2026, 3, 17, 10, 15, 30}));
 }
 
-TEST_F(ScanRemindersTest, NextReminderIsTheEarliestOfTheApplicationsOwn) {
-  const std::string ours = "dev.tidewell.Tidewell.scanReminder.";  // with one not ours due in a minute, one past
-  center->pending = {other,
-                     {ours + "0", {}, CalendarTrigger{{2026, 3, 1}}},
-                     {ours + "2", {}, CalendarTrigger{{2026, 4, 1, 12}}},
-                     {ours + "1", {}, CalendarTrigger{{2026, 3, 20, 12}}}};
-  EXPECT_EQ(dateComponents(*reminders.nextReminderDate()), (DateComponents{2026, 3, 20, 12, 0, 0}));
-  center->pending.push_back({ours + "9", {}, TimeIntervalTrigger{3600}});
+TEST_F(ScanRemindersTest, NextReminderIsTheEarliestOfTheApplicationsOwnStillToCome) {
+  reminders.scheduleReminders(AuthorizationStatus::authorized, Period::everyMonth);
+  center->pending.push_back(other);  // due in a minute, but not ours
+  center->pending.push_back({"dev.tidewell.Tidewell.scanReminder.past", {}, CalendarTrigger{{2026, 3, 1}}});
+  EXPECT_EQ(dateComponents(*reminders.nextReminderDate()), (DateComponents{2026, 4, 2, 10, 15, 30}));
+  center->pending.push_back({"dev.tidewell.Tidewell.scanReminder.9", {}, TimeIntervalTrigger{3600}});
   EXPECT_EQ(reminders.nextReminderDate(), now + 1h);
   test::LogCapture log;
   reminders.logNextReminder();
@@ -238,13 +236,12 @@ TEST_F(UserTimerCenterTest, WithoutUserSystemdTheLogSaysSoAndEveryLoginChecks) {
   EXPECT_FALSE(fs::exists(center->autostartPath()));
 }
 
-TEST_F(UserTimerCenterTest, DueRequestsAreTakenOnceAndAnUnreadableStoreIsSetAside) {
+TEST_F(UserTimerCenterTest, DueRequestsAreTakenInDateOrderAndAnUnreadableStoreIsSetAside) {
   ScopedTextLocale locale{"en_US", "UTC"};
   const auto at = [](const char* id, int year) { return NotificationRequest{id, {}, CalendarTrigger{{year, 1, 1}}}; };
   center->addRequests({at("a", 2020), at("b", 2099), at("c", 2019)});
   const auto now = std::chrono::system_clock::now();
   EXPECT_EQ(center->takeDueRequests(now), (std::vector{at("c", 2019), at("a", 2020)}));
-  EXPECT_TRUE(center->takeDueRequests(now).empty());
   EXPECT_EQ(timerDates(), (Strings{"OnCalendar=2099-01-01 00:00:00 UTC"}));
 
   test::writeFile(center->storePath(), "{\"requests\": [");
