@@ -41,21 +41,19 @@ TEST(AppcastVersions, CompareNumericallyWithPreReleasesBeforeTheirRelease) {
 TEST(AppcastParsing, ReadsItemsAndPicksTheNewestForThisPlatform) {
   auto items = parseAppcast(R"(<?xml version="1.0" encoding="utf-8"?><!-- published by the release script -->
 <rss version="2.0" xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle"><channel><title>Tidewell</title>
-  <item><title>Version 1.9</title><sparkle:releaseNotesLink>https://tidewell.dev/notes/1.9.html</sparkle:releaseNotesLink>
-    <enclosure url="https://tidewell.dev/download/Tidewell-1.9.zip" sparkle:version="19" sparkle:shortVersionString="1.9"
-               length="1" type="application/octet-stream"/></item>
+  <item><title>Version 1.9</title><sparkle:releaseNotesLink>https://tidewell.dev/1.9.html</sparkle:releaseNotesLink>
+    <enclosure url="https://tidewell.dev/1.9.zip" sparkle:version="19" sparkle:shortVersionString="1.9" length="1"/></item>
   <item><title><![CDATA[Version 1.10 & more]]></title><sparkle:version>110</sparkle:version>
     <sparkle:shortVersionString>1.10</sparkle:shortVersionString><link>https://tidewell.dev/download</link>
-    <sparkle:releaseNotesLink>https://tidewell.dev/notes/1.10.html?a=1&amp;b=2</sparkle:releaseNotesLink>
-    <enclosure url="https://tidewell.dev/download/Tidewell-1.10.tar.xz" sparkle:os="linux" length="1"/></item>
-  <item><title>Version 2.0 for Mac</title>
-    <enclosure url="https://tidewell.dev/download/Tidewell-2.0.dmg" sparkle:version="200" sparkle:os="macos"/></item>
+    <sparkle:releaseNotesLink>https://tidewell.dev/1.10.html?a=1&amp;b=2</sparkle:releaseNotesLink>
+    <enclosure url="https://tidewell.dev/1.10.tar.xz" sparkle:os="linux" length="1" type="application/x-xz"/></item>
+  <item><title>Version 2.0 for Mac</title><enclosure sparkle:version="200" sparkle:os="macos"/></item>
 </channel></rss>)");
   ASSERT_EQ(items.size(), 3u);
   EXPECT_EQ(items[0].version + " " + items[0].shortVersion + " " + items[0].downloadLink,
-            "19 1.9 https://tidewell.dev/download/Tidewell-1.9.zip");
+            "19 1.9 https://tidewell.dev/1.9.zip");
   EXPECT_EQ(items[1].title + " " + items[1].releaseNotesLink + " " + items[1].downloadLink,
-            "Version 1.10 & more https://tidewell.dev/notes/1.10.html?a=1&b=2 https://tidewell.dev/download");
+            "Version 1.10 & more https://tidewell.dev/1.10.html?a=1&b=2 https://tidewell.dev/download");
   EXPECT_EQ(newestItem(items).value().shortVersion, "1.10");
   EXPECT_EQ(newestItem(items, "macos").value().version, "200");
 }
