@@ -82,15 +82,14 @@ TEST_F(ScanRemindersTest, SeriesStepsFromThePreviousReminderInTheLocalCalendarAn
       {notDetermined, false, 0, 1}, {denied, true, 0, 0},
   };
   for (const auto& [status, grant, scheduled, asked] : authorisations) {
-    center->pending.clear();
-    center->authorizationRequests = 0;
+    *center = {};
     center->grantOnRequest = grant;
     reminders.scheduleReminders(status, Period::everyWeek);
     EXPECT_EQ(std::pair(center->pending.size(), center->authorizationRequests), std::pair(scheduled, asked));
   }
 }
 
-TEST_F(ScanRemindersTest, SchedulingReplacesTheSeriesInOrderAndKeepsOtherRequests) {
+TEST_F(ScanRemindersTest, SchedulingReplacesTheSeriesAndTheNextReminderIsTheEarliestOfItsOwn) {
   center->pending.push_back(other);
   reminders.scheduleReminders(AuthorizationStatus::authorized, Period::everyMonth);
   now += 24h;
@@ -113,19 +112,14 @@ TEST_F(ScanRemindersTest, SchedulingReplacesTheSeriesInOrderAndKeepsOtherRequest
   reminders.waitUntilIdle();
   ASSERT_EQ(center->pending.size(), 53u);
   EXPECT_EQ(center->pending[1].identifier, prefix + "0");
+  // The next reminder is the application's earliest still to come: not `other`, due in a minute, nor one past.
+  center->pending.push_back({prefix + "past", {}, CalendarTrigger{{2026, 3, 1}}});
   EXPECT_EQ(dateComponents(*reminders.nextReminderDate()), (DateComponents{2026, 3, 17, 10, 15, 30}));
-}
-
-TEST_F(ScanRemindersTest, NextReminderIsTheEarliestOfTheApplicationsOwnStillToCome) {
-  reminders.scheduleReminders(AuthorizationStatus::authorized, Period::everyMonth);
-  center->pending.push_back(other);  // due in a minute, but not ours
-  center->pending.push_back({"dev.tidewell.Tidewell.scanReminder.past", {}, CalendarTrigger{{2026, 3, 1}}});
-  EXPECT_EQ(dateComponents(*reminders.nextReminderDate()), (DateComponents{2026, 4, 2, 10, 15, 30}));
-  center->pending.push_back({"dev.tidewell.Tidewell.scanReminder.9", {}, TimeIntervalTrigger{3600}});
+  center->pending.push_back({prefix + "9", {}, TimeIntervalTrigger{3600}});
   EXPECT_EQ(reminders.nextReminderDate(), now + 1h);
   test::LogCapture log;
   reminders.logNextReminder();
-  EXPECT_EQ(log.lines(), Strings{"❕ Next reminder: Monday, March 2, 2026 at 11:15:30\u202fAM GMT+1"});
+  EXPECT_EQ(log.lines(), Strings{"❕ Next reminder: Tuesday, March 3, 2026 at 11:15:30\u202fAM GMT+1"});
 
   // A centre that does not answer within the second counts as having nothing pending.
   center->delay = 1500ms;
