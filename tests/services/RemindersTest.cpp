@@ -195,7 +195,7 @@ class UserTimerCenterTest : public ::testing::Test {
   ScanReminders reminders{center, "dev.tidewell.Tidewell"};
 };
 
-TEST_F(UserTimerCenterTest, ScheduledSeriesIsStoredAndTimedByAUserTimerAndWithdrawnWithTheLastRequest) {
+TEST_F(UserTimerCenterTest, SeriesIsTimedByAUserTimerOrChecksAtEveryLoginAndWithdrawnWithTheLastRequest) {
   const NotificationRequest other{"org.example.Other.0", {"Other", "Body", false, ""}, TimeIntervalTrigger{86400}};
   reminders.applySettings(true, Period::everyWeek);
   fs::remove(calls);
@@ -215,9 +215,8 @@ TEST_F(UserTimerCenterTest, ScheduledSeriesIsStoredAndTimedByAUserTimerAndWithdr
   EXPECT_FALSE(fs::exists(center->timerPath()) || fs::exists(center->servicePath()));
   EXPECT_EQ(test::readCallLog(calls),
             (Strings{"--user disable --now tidewell-scan-reminder.timer", "--user daemon-reload"}));
-}
 
-TEST_F(UserTimerCenterTest, WithoutUserSystemdTheLogSaysSoAndEveryLoginChecks) {
+  // Without a user systemd the log says so and every login checks the dates.
   useSystemctl("echo 'Failed to connect to bus: No medium found' >&2; exit 1");
   test::LogCapture log;
   reminders.applySettings(true, Period::everyWeek);
