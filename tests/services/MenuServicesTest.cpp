@@ -59,7 +59,7 @@ TEST(AppcastParsing, ReadsItemsAndPicksTheNewestForThisPlatform) {
 }
 
 TEST(AppcastParsing, BadFeedsGiveAReadableError) {
-  const std::pair<std::string, const char*> cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"", "is empty"},
       {"  \n", "is empty"},
       {"<html><body>Not found</body></html>", "is not an RSS feed (its root is <html>)"},
@@ -73,9 +73,7 @@ TEST(AppcastParsing, BadFeedsGiveAReadableError) {
        "is not valid XML (elements nested too deeply at byte 203)"},
   };
   for (const auto& [feed, message] : cases)
-    EXPECT_THAT([&] { parseAppcast(feed); },
-                testing::ThrowsMessage<Error>(testing::StrEq("The update feed " + std::string(message))))
-        << feed;
+    EXPECT_THAT([&] { parseAppcast(feed); }, testing::ThrowsMessage<Error>("The update feed " + message)) << feed;
 }
 
 // An HTTP server on the loopback address answering every request with `response` (never when empty).
