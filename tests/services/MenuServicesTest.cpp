@@ -106,8 +106,7 @@ QByteArray feedWithVersion(const char* version) {
          "</sparkle:version></item></channel></rss>";
 }
 
-// The fixture stands for the dialogs and records what they would show.
-class UpdateControllerTest : public ::testing::Test, public ui::UpdateDialogs {
+class UpdateControllerTest : public ::testing::Test, public ui::UpdateDialogs {  // recording what the dialogs show
  protected:
   void showUpToDate(const QString& version) override { shown << "up to date: " + version; }
   void showUpdateAvailable(const AppcastItem& item, const QString& version) override {
@@ -196,8 +195,7 @@ TEST(UpdateAnnouncement, OffersTheDownloadAndALiveReleaseNotesLink) {
             "<br><br><a href=\"https://tidewell.dev/notes/1.1.html?a=1&amp;b=2\">Release notes</a>");
 }
 
-// The fixture stands for the alerts and records what they would show.
-class FeedbackMailerTest : public ::testing::Test, public FeedbackAlerts {
+class FeedbackMailerTest : public ::testing::Test, public FeedbackAlerts {  // recording what the alerts show
  protected:
   void showInformational(const std::string& message, const std::string& text, const std::string& button) override {
     shown.push_back(message + "|" + text + "|" + button);

@@ -160,7 +160,6 @@ TEST_F(ScanRemindersTest, PreferencesWindowShowsTheStoredSettingsAndStoresEveryC
   EXPECT_EQ(shown(), "Every 2 months on on on on on");
   ASSERT_EQ(center->pending.size(), 52u);
   EXPECT_EQ(center->firstTrigger(), (DateComponents{2026, 5, 2, 10, 15, 30}));
-  periods->setFocus();
   QTest::keyClick(periods, Qt::Key_Up);  // the period before, picked as a user does in the pop-up
   EXPECT_EQ(preferences.notificationsPeriod(), everyMonth);
   EXPECT_EQ(center->firstTrigger(), (DateComponents{2026, 4, 2, 10, 15, 30}));
