@@ -265,7 +265,6 @@ TEST_F(FeedbackMailerTest, SystemReportTellsVersionFoldersSystemAndModel) {
   test::writeFile(root / "sys/class/dmi/id/product_name", "ThinkPad X1 Carbon Gen 11\n");
   fs::create_directories(host.developerFolder());
   Preferences::shared().setCustomDerivedDataFolder("/Volumes/Fast/DerivedData");
-  Preferences::shared().setCustomArchivesFolder(std::nullopt);
   EXPECT_EQ(mailer().systemReport(),
             "Tidewell 1.4.2 (87)\nDoes '~/Library/Developer' folder exists: YES\nCan read '~/Library/Developer' "
             "folder: YES\nCan write '~/Library/Developer' folder: YES\n\nCustom derived data folder: "

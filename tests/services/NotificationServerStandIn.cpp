@@ -1,5 +1,6 @@
 // A notification server for tests on a private session bus: it creates the file named by its first argument once it
-// owns the name, appends each Notify call to it as one JSON line, then answers with the action named by its second.
+// owns the name, appends each Notify call there as a JSON line, and a tenth of a second later answers with the action
+// named by its second argument (or closes the notification when that is empty).
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QFile>
@@ -20,7 +21,6 @@ class StandInServer : public QObject {
     QFile record(recordPath);
     if (record.open(QIODevice::Append))
       record.write(QJsonDocument::fromVariant(call).toJson(QJsonDocument::Compact) + "\n");
-    // A tenth of a second later, as a person would: the action, or closing when there is none.
     QTimer::singleShot(100, this, [this, id = ++lastId] {
       if (!answer.isEmpty()) emit ActionInvoked(id, answer);
       emit NotificationClosed(id, answer.isEmpty() ? 2 : 3);
