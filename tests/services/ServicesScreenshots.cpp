@@ -1,5 +1,4 @@
-// Pictures of the preferences window and the update announcement for docs/:
-// `xvfb-run -a services-screenshots docs`.
+// Pictures of the preferences window and the update announcement for docs/: `xvfb-run -a services-screenshots docs`.
 #include <QApplication>
 #include <QMessageBox>
 #include <QTimer>
@@ -17,16 +16,12 @@ int main(int argc, char** argv) {
   tw::Preferences preferences(settings / "settings.plist");
   tw::ui::PreferencesWindow window(preferences, {});
   window.show();
-  const tw::AppcastItem item{"Tidewell 1.1", "110", "1.1.0", "https://tidewell.dev/notes/1.1.html",
-                             "https://tidewell.dev/download"};
-  auto box = tw::ui::MessageBoxUpdateDialogs::updateAvailableBox(item, "1.0.0", nullptr);
+  auto box = tw::ui::MessageBoxUpdateDialogs::updateAvailableBox(
+      {"Tidewell 1.1", "110", "1.1.0", "https://tidewell.dev/notes/1.1.html", "https://tidewell.dev/download"}, "1.0.0",
+      nullptr);
   box->show();
-  bool saved = false;
-  QTimer::singleShot(500, [&] {
-    saved =
-        window.grab().save(folder + "/preferences-window.png") && box->grab().save(folder + "/update-available.png");
-    application.quit();
-  });
+  QTimer::singleShot(500, &application, &QApplication::quit);  // time to lay out and paint
   application.exec();
-  return saved ? 0 : 1;
+  const bool saved = window.grab().save(folder + "/preferences-window.png");
+  return saved && box->grab().save(folder + "/update-available.png") ? 0 : 1;
 }
