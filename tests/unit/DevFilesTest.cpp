@@ -265,9 +265,8 @@ TEST_F(DevFilesTest, DerivedDataNamesProjectsFromTheirInfoAndListsTheRestUnderOt
   // Measured while scanning, larger first.
   ASSERT_THAT(labelsOf(entries),
               ElementsAre("Sea Lion", "Own", "my-great-app", "Caf\u00e9 \u00dcber\nZweite", "Other"));
-  auto first = as<DerivedDataFileEntry>(entries[0]);
-  EXPECT_EQ(first->pathUrl(), fs::path("/Users/dev/Sea Lion/Sea Lion.xcodeproj"));
-  EXPECT_THAT(first->paths(), ElementsAre(xml));
+  EXPECT_EQ(as<DerivedDataFileEntry>(entries[0])->pathUrl(), fs::path("/Users/dev/Sea Lion/Sea Lion.xcodeproj"));
+  EXPECT_THAT(entries[0]->paths(), ElementsAre(xml));
   EXPECT_EQ(as<DerivedDataFileEntry>(entries[3])->pathUrl(), fs::path("/Users/d\u00e9v/Caf\u00e9.xcodeproj"));
   EXPECT_GE(entries[4]->size().bytesOrZero(), 3 << 20);
   EXPECT_THAT(labelsOf(entries[4]->items()), ElementsAre("-odd-", "Lost Project", "Typed", "single"));
