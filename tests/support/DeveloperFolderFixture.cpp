@@ -28,10 +28,8 @@ plist_t distributions(ArchiveDistributions kind) {
 
 std::vector<std::string> linesStartingWith(const LogCapture& log, const std::string& prefix) {
   std::vector<std::string> found;
-  for (const std::string& line : log.lines()) {
-    const size_t space = line.find(' ');
-    if (space != std::string::npos && line.compare(space + 1, prefix.size(), prefix) == 0) found.push_back(line);
-  }
+  for (const std::string& line : log.lines())
+    if (line.substr(line.find(' ') + 1).starts_with(prefix)) found.push_back(line);
   return found;
 }
 

@@ -2,7 +2,7 @@
 
 namespace tw::test {
 
-std::string bigEndian(uint64_t value, int size) {
+static std::string bigEndian(uint64_t value, int size) {  // as binary lists store numbers
   std::string out;
   for (int shift = (size - 1) * 8; shift >= 0; shift -= 8) out += static_cast<char>((value >> shift) & 0xFF);
   return out;
@@ -15,11 +15,16 @@ std::string binaryList(const std::vector<std::string>& objects, uint8_t size) {
          bigEndian(objects.size(), 8) + bigEndian(0, 8) + bigEndian(bytes.size(), 8);
 }
 
-std::string deepXmlList(uint32_t depth) {
-  std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict><key>k</key>";
-  for (uint32_t i = 0; i < depth; ++i) xml += "<array>";
-  for (uint32_t i = 0; i < depth; ++i) xml += "</array>";
-  return xml + "</dict></plist>\n";
+std::string repeat(const std::string& text, uint32_t times) {
+  std::string out;
+  while (times-- > 0) out += text;
+  return out;
+}
+
+std::string xmlList(const std::string& inner, uint32_t depth) {
+  return "<?xml version=\"1.0\"?>\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+         "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n<plist version=\"1.0\"><dict><key>k</key>" +
+         repeat("<array>", depth) + inner + repeat("</array>", depth) + "</dict></plist>";
 }
 
 std::string deepBinaryList(uint32_t depth, bool cycle) {

@@ -7,13 +7,14 @@
 
 namespace tw::test {
 
-std::string bigEndian(uint64_t value, int size);  // `value` in `size` bytes, as binary lists store numbers
-
 // A binary property list of encoded `objects` (the first is the top), offsets and references `size` bytes wide.
 std::string binaryList(const std::vector<std::string>& objects, uint8_t size);
 
-// An XML property list {"k": [[[...]]]} with `depth` nested arrays.
-std::string deepXmlList(uint32_t depth);
+std::string repeat(const std::string& text, uint32_t times);
+
+// An XML property list whose top-level dictionary's "k" holds `inner` nested inside `depth` arrays.
+std::string xmlList(const std::string& inner, uint32_t depth = 0);
+inline std::string deepXmlList(uint32_t depth) { return xmlList("", depth); }
 
 // A binary property list {"k": [[[...]]]}; with `cycle` the innermost array holds the outermost.
 std::string deepBinaryList(uint32_t depth, bool cycle = false);

@@ -27,26 +27,13 @@ using Period = Preferences::Period;
 using Reason = PropertyListError::Reason;
 using Strings = std::vector<std::string>;
 using Value = UserDefaults::Value;
-using test::readFile, test::writeFile, test::deepBinaryList, test::deepXmlList;
+using test::readFile, test::writeFile, test::deepBinaryList, test::deepXmlList, test::repeat, test::xmlList;
 using ::testing::_, ::testing::AllOf, ::testing::ElementsAre, ::testing::HasSubstr, ::testing::StartsWith;
 using namespace std::literals;
 
-std::string repeat(const std::string& text, uint32_t times) {
-  std::string out;
-  while (times-- > 0) out += text;
-  return out;
-}
-
-// `inner` nested inside `depth` arrays of an XML property list whose top level is a dictionary.
-std::string xmlAround(const std::string& inner, uint32_t depth = 0) {
-  return "<?xml version=\"1.0\"?>\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
-         "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n<plist version=\"1.0\"><dict><key>k</key>" +
-         repeat("<array>", depth) + inner + repeat("</array>", depth) + "</dict></plist>";
-}
-
 // Closings hidden from a naive scan, then openings: each round 200 levels deeper to the parser.
 std::string hiding(const std::string& before, const std::string& after) {
-  return xmlAround(repeat(before + repeat("</array>", 200) + after + repeat("<array>", 200), 3));
+  return xmlList(repeat(before + repeat("</array>", 200) + after + repeat("<array>", 200), 3));
 }
 
 // The reason `read` is refused for, whose message names `file`.
@@ -63,8 +50,8 @@ std::optional<Reason> failureOf(Read read, const fs::path& file = {}) {
 TEST(PropertyList, NestingSizeAndKindAreCheckedBeforeTheParserRuns) {
   const uint32_t limit = PropertyList::kDeepestNesting;  // counting the root dictionary as the first level
   const std::tuple<const char*, std::string, std::optional<Reason>> cases[] = {
-      {"XML at the limit with empty ones", xmlAround(repeat("<array/><dict/>", 300), limit - 1), std::nullopt},
-      {"XML one past the limit", xmlAround("", limit), Reason::tooDeep},
+      {"XML at the limit with empty ones", xmlList(repeat("<array/><dict/>", 300), limit - 1), std::nullopt},
+      {"XML one past the limit", xmlList("", limit), Reason::tooDeep},
       {"binary at the limit", deepBinaryList(limit - 1), std::nullopt},
       {"binary one past the limit", deepBinaryList(limit), Reason::tooDeep},
       {"binary that contains itself", deepBinaryList(3, true), Reason::tooDeep},
@@ -75,10 +62,10 @@ TEST(PropertyList, NestingSizeAndKindAreCheckedBeforeTheParserRuns) {
       {"closings hidden in a quoted attribute", hiding("<string a=\"", "\">s</string>"), Reason::tooDeep},
       {"closings hidden in a comment", hiding("<!--", "-->"), Reason::tooDeep},
       {"closings hidden in CDATA", hiding("<string><![CDATA[", "]]></string>"), Reason::tooDeep},
-      {"an unknown declaration", xmlAround("<!ELEMENT x ANY>"), Reason::tooDeep},
-      {"an unterminated processing instruction", xmlAround("<?"), Reason::malformed},
+      {"an unknown declaration", xmlList("<!ELEMENT x ANY>"), Reason::tooDeep},
+      {"an unterminated processing instruction", xmlList("<?"), Reason::malformed},
       // libplist would accept these, then stop the program when the text is read.
-      {"a NUL byte in XML", xmlAround(std::string("<string>a\0b</string>", 20)), Reason::malformed},
+      {"a NUL byte in XML", xmlList(std::string("<string>a\0b</string>", 20)), Reason::malformed},
       {"a NUL in a binary key", test::binaryList({"\xD1\x01\x02", "\x53\x61\0b"s, "\x51v"}, 1), Reason::malformed},
       {"empty", "", Reason::empty},
   };
@@ -90,7 +77,7 @@ TEST(PropertyList, NestingSizeAndKindAreCheckedBeforeTheParserRuns) {
   writeFile(dir / "array.plist", "<plist><array/></plist>");
   ASSERT_EQ(::mkfifo((dir / "fifo.plist").c_str(), 0600), 0);  // opening it must not hang
   const std::string backupSized(PropertyList::largestFile(PropertyList::Kind::metadata) + 1, ' ');
-  writeFile(dir / "backup.plist", xmlAround("<string>v</string>") + backupSized);
+  writeFile(dir / "backup.plist", xmlList("<string>v</string>") + backupSized);
 
   const std::tuple<fs::path, PropertyList::Kind, std::optional<Reason>> files[] = {
       {huge, PropertyList::Kind::deviceBackup, Reason::tooLarge},
@@ -125,7 +112,7 @@ struct RecordingObserver : PreferencesObserver {
 
 struct Settings : ::testing::Test {
   // The store as another tool writes it: the given keys and values in an XML dictionary.
-  void writeSettings(const std::string& entries) { writeFile(store, xmlAround("<true/>" + entries)); }
+  void writeSettings(const std::string& entries) { writeFile(store, xmlList("<true/>" + entries)); }
   test::TempDir dir;
   fs::path store = dir / "s.plist";
   Preferences preferences{store};
@@ -138,19 +125,6 @@ TEST_F(Settings, EveryValueIsStoredAsOtherToolsReadItAndTheirOwnValuesAreKept) {
   EXPECT_EQ(preferences.appFolder(), "/Applications/Tidewell.app");
   EXPECT_FALSE(fs::exists(store));  // reading never creates the file
 
-  // Each setting as other readers of the file expect it.
-  const std::tuple<std::function<void()>, const char*, Value> settings[] = {
-      {[&] { preferences.setNotificationsEnabled(false); }, "TWNotificationsEnabledKey", false},
-      {[&] { preferences.setNotificationsPeriod(Period::every2Months); }, "TWNotificationsPeriodKey", 3L},
-      {[&] { preferences.setDryRunEnabled(true); }, "TWDryRunEnabledKey", true},
-      {[&] { preferences.setTotalBytesCleaned(5'000'000'000'000); }, "TWTotalBytesCleaned", 5'000'000'000'000L},
-      {[&] { preferences.setCustomArchivesFolder("/Volumes/A"); }, "TWCustomArchivesFolderKey", "/Volumes/A"s},
-      {[&] { preferences.setCustomDerivedDataFolder("/Volumes/D"); }, "TWCustomDerivedDataFolderKey", "/Volumes/D"s},
-      {[&] { preferences.setAppFolder("/Apps/T.app"); }, "TWAppFolder", "/Apps/T.app"s}};
-  for (const auto& [set, key, value] : settings) {
-    set();
-    EXPECT_EQ(raw.object(key), value) << key;
-  }
   // Bookmark keys: the prefix and the upper-case SHA-256 of the path (from `printf %s <path> | sha256sum`).
   EXPECT_EQ(Preferences::bookmarkKey("/tmp"),
             "TWFolderBookmark_E9671ACD244849C57167C658FA2F969752048F7AB184A3DCF5C46CB4D56AE124");
@@ -161,7 +135,15 @@ TEST_F(Settings, EveryValueIsStoredAsOtherToolsReadItAndTheirOwnValuesAreKept) {
                                     1));
   const UserDefaults::Data blob{0x00, 0xFF, 0x10, 0x00, 0x7F};
   const std::string text = "Dérivées <&> ☃ \"quoted\"", relative = (fs::current_path() / "Archives").string();
+  // Each setting as other readers of the file expect it, then values of every kind.
   const std::tuple<std::function<void()>, const char*, Value> values[] = {
+      {[&] { preferences.setNotificationsEnabled(false); }, "TWNotificationsEnabledKey", false},
+      {[&] { preferences.setNotificationsPeriod(Period::every2Months); }, "TWNotificationsPeriodKey", 3L},
+      {[&] { preferences.setDryRunEnabled(true); }, "TWDryRunEnabledKey", true},
+      {[&] { preferences.setTotalBytesCleaned(5'000'000'000'000); }, "TWTotalBytesCleaned", 5'000'000'000'000L},
+      {[&] { preferences.setCustomArchivesFolder("/Volumes/A"); }, "TWCustomArchivesFolderKey", "/Volumes/A"s},
+      {[&] { preferences.setCustomDerivedDataFolder("/Volumes/D"); }, "TWCustomDerivedDataFolderKey", "/Volumes/D"s},
+      {[&] { preferences.setAppFolder("/Apps/T.app"); }, "TWAppFolder", "/Apps/T.app"s},
       {[&] { raw.setBool("flag", false); }, "flag", false},
       {[&] { raw.setInteger("huge", INT64_MAX); }, "huge", INT64_MAX},
       {[&] { raw.setInteger("smallest", INT64_MIN); }, "smallest", INT64_MIN},
@@ -179,7 +161,10 @@ TEST_F(Settings, EveryValueIsStoredAsOtherToolsReadItAndTheirOwnValuesAreKept) {
   reader.removeObject("text");
   reader.setURL("folder", std::nullopt);
   reader.setURL("relative", fs::path());
-  EXPECT_EQ(raw.keys(), (Strings{"blob", "flag", "huge", "list", "ratio", "root", "smallest", "total"}));
+  EXPECT_EQ(raw.keys(),
+            (Strings{"TWAppFolder", "TWCustomArchivesFolderKey", "TWCustomDerivedDataFolderKey", "TWDryRunEnabledKey",
+                     "TWNotificationsEnabledKey", "TWNotificationsPeriodKey", "TWTotalBytesCleaned", "blob", "flag",
+                     "huge", "list", "ratio", "root", "smallest", "total"}));
   EXPECT_THAT(readFile(store), HasSubstr("<string>kept</string>"));
   EXPECT_EQ(namesIn(dir.path()), (Strings{"s.plist", "s.plist.lock"}));  // no temporary file is left behind
 }
@@ -303,16 +288,15 @@ TEST_F(Settings, ForeignValuesReadAsTheyMeanGarbageIsSetAsideAndTheTotalNeverWra
   writeFile(store, std::string("\x00\x01 definitely not a plist", 25));  // set aside with one warning
   test::LogCapture log;
   EXPECT_TRUE(preferences.notificationsEnabled());
-  EXPECT_THAT(log.lines(), ElementsAre(StartsWith("\u26A0\uFE0F Preferences: ")));
   // A total beyond 64 bits stays at the largest and never reads negative.
   preferences.setTotalBytesCleaned(INT64_MAX - 5);
   EXPECT_EQ(preferences.addToTotalBytesCleaned(5).total, INT64_MAX);
-  log.clear();
   auto update = preferences.addToTotalBytesCleaned(1);
   EXPECT_TRUE(update.saturated);
   EXPECT_EQ(update.total, INT64_MAX);
   EXPECT_THAT(log.lines(),
-              ElementsAre(StartsWith("\u26A0\uFE0F Preferences: The lifetime total of bytes cleaned cannot grow")));
+              ElementsAre(StartsWith("\u26A0\uFE0F Preferences: "),
+                          StartsWith("\u26A0\uFE0F Preferences: The lifetime total of bytes cleaned cannot grow")));
   // Written as unsigned numbers by another tool: -1 and 2^64 - 1 share their bits.
   const std::pair<std::string, int64_t> numbers[] = {
       {"18446744073709551615", INT64_MAX}, {"9223372036854775808", INT64_MAX}, {"-1", -1}, {"0", 0}};

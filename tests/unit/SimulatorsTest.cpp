@@ -101,16 +101,15 @@ TEST_F(Simulators, UnavailableDevicesAreThoseWhoseRuntimeIsGoneAndNoneWithoutRea
 
   writeDevice(devices, "0004", {.name = "iPad mini", .runtime = kIOS16, .binary = true});
   writeDevice(devices, "0005", {.name = "Deleted iPhone", .runtime = kIOS16, .isDeleted = true});
-  writeDevice(
-      devices, "0006",
-      {.name = "Apple Vision Pro", .runtime = "com.apple.CoreSimulator.SimRuntime.xrOS-1-2", .isDeleted = false});
+  writeDevice(devices, "0006",
+              {.name = "Apple Vision", .runtime = "com.apple.CoreSimulator.SimRuntime.xrOS-1-2", .isDeleted = false});
   writeDevice(devices, "0008", {.runtime = kIOS16});     // no name
   writeDevice(devices, "0009", {.name = "No runtime"});  // no runtime
   writeFile(developer / devices / "0011/device.plist", "bplist00 truncated");
   const auto unavailable = simulators::unavailableSimulators(developer);
   ASSERT_EQ(test::labelsOf(unavailable), Lines{"Unavailable"});
   EXPECT_EQ(describe(unavailable[0]->items()),
-            (Lines{"Apple Vision Pro | visionOS 1.2 | 0006 | /home/Library/Developer/CoreSimulator/Devices/0006",
+            (Lines{"Apple Vision | visionOS 1.2 | 0006 | /home/Library/Developer/CoreSimulator/Devices/0006",
                    "iPad mini | iOS 16.4 | 0004 | /home/Library/Developer/CoreSimulator/Devices/0004",
                    "iPhone 14 | iOS 16.4 | 0002 | /home/Library/Developer/CoreSimulator/Devices/0002"}));
   EXPECT_EQ(log.lines().back(), "\u26A0\uFE0F DevFiles: The property list " +
@@ -156,13 +155,11 @@ TEST_F(Simulators, RuntimeListOutputVariants) {
            std::string(100'000, '[') + std::string(100'000, ']') + "}}",
        {"A | A  |  | - |"}},
       {" { } \n", {}},
-      // The tool's order, whatever the sizes. A record without "runtimeIdentifier" uses its
-      // key; wrong types count as missing; sizes are signed 64-bit integers, fractions cut off.
+      // The tool's order; no "runtimeIdentifier": the key; wrong types count as missing; sizes: int64, truncated.
       {R"({"IOS": {"build": "21E213", "deletable": true, "sizeBytes": 7318396928, "version": "17.4",
         "path": "/Library/Developer/CoreSimulator/Volumes/iOS_21E213",
         "runtimeIdentifier": "com.apple.CoreSimulator.SimRuntime.iOS-17-4"},
-        "PROTECTED": {"deletable": false, "runtimeIdentifier": "com.apple.CoreSimulator.SimRuntime.iOS-18-0",
-                      "version": "18.0", "sizeBytes": 99999999999},
+        "PROTECTED": {"deletable": false, "version": "18.0", "sizeBytes": 99999999999},
         "NO-DELETABLE-KEY": {"runtimeIdentifier": "com.apple.CoreSimulator.SimRuntime.xrOS-1-2", "version": "1.2",
                              "build": "21O5565d"},
         "STRANGE": {"deletable": "false", "runtimeIdentifier": "com.apple.CoreSimulator.SimRuntime.tvOS-17-0",
@@ -210,13 +207,11 @@ TEST_F(Simulators, RuntimesAreListedMeasuredAndDeletedOnePerUnitBySimctlWhoseFai
                    "MEASURED | MEASURED  |  | - | /Library/Developer/CoreSimulator/Volumes/iOS_21E213",
                    "NONE | NONE  |  | - |"}));
   // A known size needs no walk of the disk (which would leave nothing for the next item of that path).
-  HardLinkTracker tracker;
   EXPECT_EQ(runtimes[0]->size(), CleanupEntry::Size::value(2000));
-  EXPECT_EQ(runtimes[2]->size(), CleanupEntry::Size::value(measurePath(volume, &tracker)));
+  EXPECT_EQ(runtimes[2]->size(), CleanupEntry::Size::value(measurePath(volume, nullptr)));
   EXPECT_EQ(runtimes[3]->size(), CleanupEntry::Size::value(0));
 
-  runtimes[0]->select();
-  runtimes[1]->select();
+  for (const auto& runtime : {runtimes[0], runtimes[1]}) runtime->select();
   for (const auto& top : devFiles->rootEntries()) top->updateSelection();
   EXPECT_EQ(devFiles->selectedSize(), 2000);  // an entry's own size counts only when it holds a path
   fs::remove(callLog);
