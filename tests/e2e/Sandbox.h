@@ -1,5 +1,4 @@
-// The real executable started as through its launcher, confined to one test's home, system
-// root, temporary and configuration folders.
+// The real executable started as through its launcher, confined to one test's home, root and settings folders.
 #pragma once
 
 #include <filesystem>

@@ -1,5 +1,4 @@
-// The real bundle started as from the desktop on a generated home under a virtual display and a private
-// session bus, driven through the test-hook build's script driver.
+// The real bundle started from the desktop on a generated home, driven by the test-hook build's script driver.
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <spawn.h>
@@ -53,11 +52,10 @@ struct WindowEndToEnd : ::testing::Test, test::Sandbox {
 };
 
 TEST_F(WindowEndToEnd, ScanTotalMatchesInfoThenDryRunAndRealCleanRescan) {
-  const auto info = run({"info"});
-  const std::string marker = "Total size available to clean: ", &out = info.standardOutput;
-  ASSERT_TRUE(info.exitStatus == 0 && out.ends_with("\n") && out.rfind(marker) != std::string::npos) << out;
-  const std::string total(out.begin() + static_cast<ptrdiff_t>(out.rfind(marker) + marker.size()), out.end() - 1);
-  const std::string title = "Tidewell - " + total + " available to clean";
+  const std::string out = run({"info"}).standardOutput, marker = "\nTotal size available to clean: ";
+  ASSERT_TRUE(out.ends_with("\n") && out.rfind(marker) != std::string::npos) << out;  // exit status: InfoClean
+  const size_t at = out.rfind(marker) + marker.size();
+  const std::string title = "Tidewell - " + out.substr(at, out.size() - at - 1) + " available to clean";
 
   // Dry run: confirmed with the dry-run text, the sheet says so, nothing on disk changes.
   const auto before = test::snapshot(home);
