@@ -62,7 +62,6 @@ TEST_F(CommandLine, BannerAndUsageErrorsAndThePermissionStop) {
            {{"info", "info"}, "Unrecognized argument: info"},
            {{"--HELP"}, "Unrecognized argument: --HELP"},
            {{"clean"}, "Expected value for option: clean"},
-           {{"info", "clean"}, "Expected value for option: clean"},
            {{"clean", "Derived-Data"}, "Wrong value for \"clean\": Derived-Data"},
            {{"clean", "derived-data, bogus stuff ,archives"}, "Wrong value for \"clean\": bogus stuff"},
            {{"clean", "ALL,archives"}, "Wrong value for \"clean\": ALL"}})
@@ -70,7 +69,7 @@ TEST_F(CommandLine, BannerAndUsageErrorsAndThePermissionStop) {
   EXPECT_TRUE(fs::exists(home / "Library/Developer/Xcode/DerivedData")) << "a rejected value removes nothing";
 }
 
-TEST_F(CommandLine, TerminalStartsWithoutTheLauncherWarnAndWindowStartsNeedADisplay) {
+TEST_F(CommandLine, TerminalStartsWarnWindowStartsNeedADisplayAndTheLauncherIsFoundThroughLinks) {
   auto terminalStart = terminal();
   auto result = test::runProcess(TIDEWELL_EXECUTABLE, {"--help"}, terminalStart);
   EXPECT_EQ(test::outcome(result) + result.standardError, "0 " + kBanner + warningBlock(TIDEWELL_BUNDLE_PATH) + kUsage);
@@ -85,30 +84,12 @@ TEST_F(CommandLine, TerminalStartsWithoutTheLauncherWarnAndWindowStartsNeedADisp
   EXPECT_EQ(test::outcome(result) + result.standardError,
             "1 Tidewell: no display to open the window on; run `tidewell --help` from a terminal, or start "
             "Contents/Resources/tidewell.sh inside the bundle.\n");
-  EXPECT_NE(test::readFile(config / "tidewell/dev.tidewell.Tidewell.plist").find(TIDEWELL_BUNDLE_PATH),
-            std::string::npos)
+  EXPECT_THAT(test::readFile(config / "tidewell/dev.tidewell.Tidewell.plist"),
+              ::testing::HasSubstr(TIDEWELL_BUNDLE_PATH))
       << "start-up is still recorded";
   // The marker makes it a command-line start, which never starts the toolkit.
   EXPECT_EQ(outcome(TIDEWELL_EXECUTABLE, {"--help"}, options(true, noDisplay)), "0 " + kBanner + kUsage);
-}
 
-TEST_F(CommandLine, CleanValuesThatNameLocationsAreAccepted) {
-  for (const auto& [value, removes] : std::vector<std::pair<std::string, bool>>{
-           {"derived-data,,archives", true}, {"", false}, {" all ", true}, {"ALL", true}}) {
-    fs::remove_all(home);  // a fresh home, so what one case removes cannot hide what the next does
-    auto fixture = test::FixtureHome::write(home, {.caches = false, .projects = false});
-    const std::string out = test::outcome(run({"clean", value}));
-    EXPECT_TRUE(out.starts_with("0 " + kBanner + "Scanning...\n")) << value << out;
-    EXPECT_NE(out.find(value.empty() ? "\nTotal bytes cleaned: Zero KB\n" : "\nTotal bytes cleaned: "), out.npos);
-    for (const auto& folder : fixture.derivedDataProjects) EXPECT_EQ(fs::exists(folder), !removes) << value;
-    for (const auto& folder : fixture.archives) EXPECT_EQ(fs::exists(folder), !removes) << value;
-    for (const auto& kept : fixture.keep) EXPECT_TRUE(fs::exists(kept)) << value << ": " << kept;
-    for (const auto& folder : fixture.deviceSupport)
-      EXPECT_TRUE(fs::exists(folder) || value != "derived-data,,archives") << folder;
-  }
-}
-
-TEST_F(CommandLine, TheLauncherMarksTheStartAndFindsItsBundleThroughAChainOfLinks) {
   // bin/tidewell -> ../links/tidewell (relative) -> the script (absolute), as with /usr/local/bin.
   for (const char* folder : {"bin", "links"}) fs::create_directories(scratch / folder);
   fs::create_symlink(fs::path(TIDEWELL_BUNDLE_PATH) / "Contents/Resources/tidewell.sh", scratch / "links/tidewell");
@@ -119,6 +100,22 @@ TEST_F(CommandLine, TheLauncherMarksTheStartAndFindsItsBundleThroughAChainOfLink
   noMarker.environment["PATH"] = (scratch / "bin").string() + ":/usr/bin:/bin";
   EXPECT_EQ(outcome("/bin/sh", {"-c", "tidewell clean 'derived-data, bogus value'"}, noMarker),
             "1 " + kBanner + "Error: Wrong value for \"clean\": bogus value\n\n" + logLine());
+}
+
+TEST_F(CommandLine, CleanValuesThatNameLocationsAreAccepted) {
+  for (const auto& [value, removes] : std::vector<std::pair<std::string, bool>>{
+           {"derived-data,,archives", true}, {"", false}, {" all ", true}, {"ALL", true}}) {
+    fs::remove_all(home);  // a fresh home, so what one case removes cannot hide what the next does
+    auto fixture = test::FixtureHome::write(home, {.caches = false, .projects = false});
+    const std::string out = test::outcome(run({"clean", value}));
+    EXPECT_TRUE(out.starts_with("0 " + kBanner + "Scanning...\n")) << value << out;
+    EXPECT_NE(out.find(value.empty() ? "\nTotal bytes cleaned: Zero KB\n" : "\nTotal bytes cleaned: "), out.npos);
+    for (const auto* named : {&fixture.derivedDataProjects, &fixture.archives})
+      for (const auto& folder : *named) EXPECT_EQ(fs::exists(folder), !removes) << value;
+    for (const auto& kept : fixture.keep) EXPECT_TRUE(fs::exists(kept)) << value << ": " << kept;
+    for (const auto& folder : fixture.deviceSupport)
+      EXPECT_TRUE(fs::exists(folder) || value != "derived-data,,archives") << folder;
+  }
 }
 
 // A copy of the bundle in a folder with a space in its name is found from the started path and read, or stops.

@@ -25,7 +25,7 @@ struct InfoClean : ::testing::Test, test::Sandbox {
   test::DeveloperFolderFixture fixture{home / "Library/Developer"};
 };
 
-TEST_F(InfoClean, InfoListsEveryLocationAndCleanDerivedDataRemovesOnlyItAddingToTheLifetimeTotal) {
+TEST_F(InfoClean, InfoListsEveryLocationAndCleanDerivedDataRemovesOnlyItAddingToTheLifetimeTotalUpToItsEnd) {
   fixture.populate();
   const auto info = run({"info"});
   ASSERT_RAN(info);
@@ -60,6 +60,25 @@ TEST_F(InfoClean, InfoListsEveryLocationAndCleanDerivedDataRemovesOnlyItAddingTo
     EXPECT_TRUE(fs::exists(kept)) << kept;
   EXPECT_EQ(preferences().object("TWTotalBytesCleaned"), UserDefaults::Value(1000 + expected));
 
+  // A lifetime total at the end of its range never stops a clean nor reads negative.
+  const auto cleanOnce = [&](const std::string& name) {
+    const fs::path project = fixture.addDerivedData(name + "-abcdefghijklmnopqrstuvwxyz",
+                                                    "/Users/dev/" + name + "/" + name + ".xcodeproj", 3 << 20);
+    const auto cleaned = run({"clean", "derived-data"});
+    EXPECT_EQ(cleaned.exitStatus, 0) << cleaned.standardOutput << cleaned.standardError;
+    EXPECT_FALSE(fs::exists(project));
+    return cleaned.standardOutput;
+  };
+  preferences().setInteger("TWTotalBytesCleaned", INT64_MAX - 10);
+  auto first = cleanOnce("One");
+  EXPECT_THAT(first, HasSubstr("Note: the lifetime total of bytes cleaned cannot grow any further"));
+  EXPECT_THAT(first, Not(HasSubstr("could not be saved")));
+  EXPECT_EQ(preferences().object("TWTotalBytesCleaned"), UserDefaults::Value(INT64_MAX));
+  EXPECT_THAT(cleanOnce("Two"), HasSubstr("Total bytes cleaned: "));  // again, with the total at the top
+  // A total that cannot be saved is said on standard output, not only in the log.
+  fs::remove_all(config);
+  test::writeFile(config, "a file where the settings folder should be");
+  EXPECT_THAT(cleanOnce("Four"), HasSubstr("Warning: the lifetime total of bytes cleaned could not be saved: "));
   fs::remove_all(fixture.developerFolder() / "CoreSimulator");
   fixture.addDerivedData("Late-abcdefghijklmnopqrstuvwxyz", "/Users/dev/Late/Late.xcodeproj", 4096);
   EXPECT_THAT(test::outcome(run({"clean", "derived-data"})),
@@ -86,10 +105,8 @@ TEST_F(InfoClean, PropertyListsNestedTooDeepOrTooLargeAreRefusedAndAStuckToolIsE
         developer / "CoreSimulator/Devices/0A1B2C3D-0000-4000-8000-00000000000%/device.plist",
         runtimes / "Deep %.simruntime/Contents/Info.plist", backups / "00008110-00000000000000%/Info.plist"}) {
     for (char format : {'1', '2'}) {
-      std::string file = place.string();
-      file[file.find('%')] = format;
-      test::writeFile(file, format == '1' ? test::deepXmlList(200'000) : test::deepBinaryList(100'000));
-      written.emplace_back(file);
+      written.push_back(std::string(place).replace(place.string().find('%'), 1, 1, format));
+      test::writeFile(written.back(), format == '1' ? test::deepXmlList(200'000) : test::deepBinaryList(100'000));
     }
   }
   // A sparse Info.plist of 3 GiB in a device backup: refused by its size, never read.
@@ -104,27 +121,6 @@ TEST_F(InfoClean, PropertyListsNestedTooDeepOrTooLargeAreRefusedAndAStuckToolIsE
   for (const auto& file : written)
     EXPECT_THAT(logged, HasSubstr("The property list " + file.string() + " is unusable: it is nested more than 256"));
   EXPECT_THAT(logged, HasSubstr("The property list " + huge.string() + " is unusable: it is 3221225472 bytes long"));
-}
-
-TEST_F(InfoClean, ALifetimeTotalAtTheEndOfItsRangeNeverStopsACleanOrReadsNegative) {
-  const auto cleanOnce = [&](const std::string& name) {
-    const fs::path project = fixture.addDerivedData(name + "-abcdefghijklmnopqrstuvwxyz",
-                                                    "/Users/dev/" + name + "/" + name + ".xcodeproj", 3 << 20);
-    auto result = run({"clean", "derived-data"});
-    EXPECT_EQ(result.exitStatus, 0) << result.standardOutput << result.standardError;
-    EXPECT_FALSE(fs::exists(project));
-    return result.standardOutput;
-  };
-  preferences().setInteger("TWTotalBytesCleaned", INT64_MAX - 10);
-  auto first = cleanOnce("One");
-  EXPECT_THAT(first, HasSubstr("Note: the lifetime total of bytes cleaned cannot grow any further"));
-  EXPECT_THAT(first, Not(HasSubstr("could not be saved")));
-  EXPECT_EQ(preferences().object("TWTotalBytesCleaned"), UserDefaults::Value(INT64_MAX));
-  EXPECT_THAT(cleanOnce("Two"), HasSubstr("Total bytes cleaned: "));  // again, with the total at the top
-  // A total that cannot be saved is said on standard output, not only in the log.
-  fs::remove_all(config);
-  test::writeFile(config, "a file where the settings folder should be");
-  EXPECT_THAT(cleanOnce("Four"), HasSubstr("Warning: the lifetime total of bytes cleaned could not be saved: "));
 }
 
 // A synced Dropbox folder, also reached through ~/Dropbox; $HOME points elsewhere: the home is the test host's.

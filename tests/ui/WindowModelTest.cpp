@@ -28,8 +28,7 @@ CleanupEntryPtr leaf(const std::string& label, int64_t bytes, const std::string&
 class WindowModel : public ::testing::Test {
  protected:
   WindowModel() {
-    devFiles = DevFiles::create(fixture.developerFolder(), std::nullopt, std::nullopt).value_or(nullptr);
-    model.setDevFiles(devFiles);
+    model.setDevFiles(devFiles = fixture.devFiles());
     model.prepareScan();
   }
 
@@ -140,12 +139,9 @@ TEST_F(WindowModel, RolesReadTheEntry) {
   EXPECT_FALSE(nothing.data(Qt::ToolTipRole).isValid());
   EXPECT_FALSE(model.setData(nothing, Qt::Checked, Qt::CheckStateRole));
 
-  // A click asks the window to tick: any state but off means on.
-  QSignalSpy requested(&model, &CleanupTreeModel::checkRequested);
-  EXPECT_TRUE(model.setData(item, Qt::Checked, Qt::CheckStateRole));
-  EXPECT_TRUE(model.setData(item, Qt::Unchecked, Qt::CheckStateRole));
-  ASSERT_EQ(requested.count(), 2);
-  EXPECT_EQ(QVariantList({requested[0][1], requested[1][1]}), QVariantList({true, false}));
+  // A click is taken, and asks the window to tick (MainWindowTest follows the request to the entries).
+  EXPECT_TRUE(model.setData(item, Qt::Checked, Qt::CheckStateRole) &&
+              model.setData(item, Qt::Unchecked, Qt::CheckStateRole));
 }
 
 TEST(EntryIcons, EveryNameTheScannersUseResolvesToARealImage) {
