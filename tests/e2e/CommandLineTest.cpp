@@ -1,7 +1,6 @@
 // The command-line contract through the real executable in its bundle, its launcher and its log files.
 #include <gmock/gmock.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "e2e/Sandbox.h"
@@ -58,12 +57,10 @@ TEST_F(CommandLine, BannerAndUsageErrorsAndThePermissionStop) {
   }
   test::FixtureHome::write(home, {.caches = false, .projects = false});
   for (const auto& [arguments, message] : std::vector<std::pair<Arguments, std::string>>{
-           {{"bogus"}, "Unrecognized argument: bogus"},
            {{"info", "info"}, "Unrecognized argument: info"},
            {{"--HELP"}, "Unrecognized argument: --HELP"},
            {{"clean"}, "Expected value for option: clean"},
            {{"clean", "Derived-Data"}, "Wrong value for \"clean\": Derived-Data"},
-           {{"clean", "derived-data, bogus stuff ,archives"}, "Wrong value for \"clean\": bogus stuff"},
            {{"clean", "ALL,archives"}, "Wrong value for \"clean\": ALL"}})
     EXPECT_EQ(test::outcome(run(arguments)), "1 " + kBanner + "Error: " + message + "\n\n" + logLine());
   EXPECT_TRUE(fs::exists(home / "Library/Developer/Xcode/DerivedData")) << "a rejected value removes nothing";
@@ -123,9 +120,7 @@ TEST_F(CommandLine, ACopiedBundleTakesItsBannerAndLogNameFromItsOwnInfoPlistOrSt
   const fs::path source = fs::path(TIDEWELL_BUNDLE_PATH) / "Contents", bundle = scratch / "My Apps/Tidewell.app",
                  executable = bundle / "Contents/MacOS/tidewell", info = bundle / "Contents/Info.plist";
   for (const char* folder : {"MacOS", "Resources"}) fs::create_directories(bundle / "Contents" / folder);
-  std::error_code error;
-  fs::create_hard_link(source / "MacOS/tidewell", executable, error);
-  if (error) fs::copy_file(source / "MacOS/tidewell", executable);
+  fs::copy_file(source / "MacOS/tidewell", executable);
   fs::copy_file(source / "Resources/tidewell.sh", bundle / "Contents/Resources/tidewell.sh");
   const std::string banner = "Tidewell 2.3.1 (417)\n\n";
   test::writePlist(info,
@@ -180,15 +175,12 @@ std::string problemsOfAStartAs(const fs::path& home, const fs::path& root) {
 TEST(LogFiles, WithoutTmpdirEachUserLogsIntoAPrivateFolderOfItsOwn) {
   // The system's shared temporary folder, where a first user's log must not block a second.
   test::TempDir root;
-  fs::permissions(root.path(), fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
-                                   fs::perms::others_read | fs::perms::others_exec);
+  fs::permissions(root.path(), fs::perms(0755));
   fs::create_directories(root / "tmp");
   fs::permissions(root / "tmp", fs::perms::all | fs::perms::sticky_bit);
   test::TempDir first;
   EXPECT_EQ(problemsOfAStartAs(first / "home", root.path()), "");
-  struct stat folder {};
-  ASSERT_EQ(::stat((first / "home/.local/state/tidewell").c_str(), &folder), 0);
-  EXPECT_EQ(folder.st_mode & 07777, 0700u);
+  EXPECT_EQ(fs::status(first / "home/.local/state/tidewell").permissions(), fs::perms::owner_all);
 
   // A second user, with a home of its own, starts twice after the first.
   test::TempDir second;

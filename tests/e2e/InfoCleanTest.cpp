@@ -116,7 +116,7 @@ TEST_F(InfoClean, PropertyListsNestedTooDeepOrTooLargeAreRefusedAndAStuckToolIsE
   auto result = run({"info"}, {{"TIDEWELL_TEST_COMMAND_TIME_LIMIT_MS", "500"}});
   ASSERT_RAN(result);
   EXPECT_THAT(result.standardOutput, HasSubstr("Total size available to clean: "));
-  const std::string logged = log();
+  const std::string logged = test::readFile(logFile());
   EXPECT_THAT(logged, HasSubstr("Shell: /usr/bin/xcrun did not finish within 500 ms"));
   for (const auto& file : written)
     EXPECT_THAT(logged, HasSubstr("The property list " + file.string() + " is unusable: it is nested more than 256"));

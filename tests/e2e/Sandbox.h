@@ -41,7 +41,6 @@ struct Sandbox {
     return runProcess(TIDEWELL_EXECUTABLE, arguments, options(true, extra));
   }
   std::filesystem::path logFile() const { return tmp / "dev.tidewell.Tidewell-MainLog-LogFile-latest.log"; }
-  std::string log() const { return readFile(logFile()); }
   std::string logLine() const { return "You can check full log here: " + logFile().string() + "\n\n"; }
   UserDefaults preferences() const {
     return UserDefaults(UserDefaults::standardStorePath(Host{.configDirectory = config}));
