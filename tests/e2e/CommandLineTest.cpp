@@ -34,7 +34,8 @@ std::string warningBlock(const fs::path& bundle) {
 
 struct CommandLine : ::testing::Test, test::Sandbox {
   std::string outcome(const fs::path& program, const Arguments& arguments, const test::ProcessOptions& options) {
-    return test::outcome(test::runProcess(program.string(), arguments, options));
+    const auto result = test::runProcess(program.string(), arguments, options);
+    return test::outcome(result) + result.standardError;  // nothing on standard error either
   }
 };
 
@@ -50,11 +51,9 @@ TEST_F(CommandLine, BannerAndUsageErrorsAndThePermissionStop) {
   EXPECT_TRUE(fs::is_regular_file(logFile()));
   // Nothing, --help or two commands: banner and usage; with the launcher's marker no log on the console.
   for (const Arguments& arguments :
-       {Arguments{}, {"--help"}, {"info", "clean", "all"}, {"clean", "all", "info"}, {"--help", "info"}}) {
-    const auto result = run(arguments);
-    EXPECT_EQ(test::outcome(result) + result.standardError, "0 " + kBanner + kUsage)
+       {Arguments{}, {"--help"}, {"info", "clean", "all"}, {"clean", "all", "info"}, {"--help", "info"}})
+    EXPECT_EQ(outcome(TIDEWELL_EXECUTABLE, arguments, options()), "0 " + kBanner + kUsage)
         << testing::PrintToString(arguments);
-  }
   test::FixtureHome::write(home, {.caches = false, .projects = false});
   for (const auto& [arguments, message] : std::vector<std::pair<Arguments, std::string>>{
            {{"info", "info"}, "Unrecognized argument: info"},
@@ -68,8 +67,8 @@ TEST_F(CommandLine, BannerAndUsageErrorsAndThePermissionStop) {
 
 TEST_F(CommandLine, TerminalStartsWarnWindowStartsNeedADisplayAndTheLauncherIsFoundThroughLinks) {
   auto terminalStart = terminal();
-  auto result = test::runProcess(TIDEWELL_EXECUTABLE, {"--help"}, terminalStart);
-  EXPECT_EQ(test::outcome(result) + result.standardError, "0 " + kBanner + warningBlock(TIDEWELL_BUNDLE_PATH) + kUsage);
+  EXPECT_EQ(outcome(TIDEWELL_EXECUTABLE, {"--help"}, terminalStart),
+            "0 " + kBanner + warningBlock(TIDEWELL_BUNDLE_PATH) + kUsage);
   // Any value of the marker, even an empty one, counts as a start through the launcher.
   terminalStart.environment["TIDEWELL_FROM_COMMAND_LINE"] = "";
   EXPECT_EQ(outcome(TIDEWELL_EXECUTABLE, {"--help"}, terminalStart), "0 " + kBanner + kUsage);
@@ -77,8 +76,7 @@ TEST_F(CommandLine, TerminalStartsWarnWindowStartsNeedADisplayAndTheLauncherIsFo
   // Neither terminal nor marker: a window start, which without a display says so in one line.
   const test::Environment noDisplay = {
       {"DISPLAY", std::nullopt}, {"WAYLAND_DISPLAY", std::nullopt}, {"QT_QPA_PLATFORM", std::nullopt}};
-  result = test::runProcess(TIDEWELL_EXECUTABLE, {"info"}, options(false, noDisplay));
-  EXPECT_EQ(test::outcome(result) + result.standardError,
+  EXPECT_EQ(outcome(TIDEWELL_EXECUTABLE, {"info"}, options(false, noDisplay)),
             "1 Tidewell: no display to open the window on; run `tidewell --help` from a terminal, or start "
             "Contents/Resources/tidewell.sh inside the bundle.\n");
   EXPECT_THAT(test::readFile(config / "tidewell/dev.tidewell.Tidewell.plist"),
@@ -142,8 +140,9 @@ TEST_F(CommandLine, ACopiedBundleTakesItsBannerAndLogNameFromItsOwnInfoPlistOrSt
   test::runProcess((scratch / "bin/tidewell").string(), {"--help"}, options());
   EXPECT_TRUE(fs::is_regular_file(tmp / "UnknownApp-MainLog-LogFile-latest.log"));
 
-  auto expectStop = [&](const std::string& line) {
-    EXPECT_EQ(outcome(executable, {"info"}, options()), std::to_string(128 + SIGABRT) + " CmdLineTool: " + line + "\n");
+  auto expectStop = [&](const std::string& line) {  // standard output only: the log reports the unusable file
+    EXPECT_EQ(test::outcome(test::runProcess(executable, {"info"}, options())),
+              std::to_string(128 + SIGABRT) + " CmdLineTool: " + line + "\n");
   };
   test::writePlist(info, test::textDictionary({{"CFBundleVersion", "7"}}), test::PlistFormat::xml);
   expectStop("Can't get app version from main bundle!");
@@ -165,11 +164,10 @@ std::string problemsOfAStartAs(const fs::path& home, const fs::path& root) {
                                                         {"XDG_STATE_HOME", std::nullopt},
                                                         {"TMPDIR", std::nullopt}}});
   const fs::path log = home / ".local/state/tidewell/dev.tidewell.Tidewell-MainLog-LogFile-latest.log";
-  if (result.exitStatus == 1 && result.standardError.empty() &&
-      result.standardOutput.ends_with(
-          "Error: Unrecognized argument: bogus\n\nYou can check full log here: " + log.string() + "\n\n"))
-    return "";
-  return test::outcome(result) + result.standardError + "\n";
+  const std::string error =
+      "Error: Unrecognized argument: bogus\n\nYou can check full log here: " + log.string() + "\n\n";
+  const bool fine = result.exitStatus == 1 && result.standardError.empty() && result.standardOutput.ends_with(error);
+  return fine ? "" : test::outcome(result) + result.standardError + "\n";
 }
 
 TEST(LogFiles, WithoutTmpdirEachUserLogsIntoAPrivateFolderOfItsOwn) {

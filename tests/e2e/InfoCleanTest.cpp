@@ -15,6 +15,7 @@ namespace tw {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::Not;
@@ -70,9 +71,8 @@ TEST_F(InfoClean, InfoListsEveryLocationAndCleanDerivedDataRemovesOnlyItAddingTo
     return cleaned.standardOutput;
   };
   preferences().setInteger("TWTotalBytesCleaned", INT64_MAX - 10);
-  auto first = cleanOnce("One");
-  EXPECT_THAT(first, HasSubstr("Note: the lifetime total of bytes cleaned cannot grow any further"));
-  EXPECT_THAT(first, Not(HasSubstr("could not be saved")));
+  EXPECT_THAT(cleanOnce("One"), AllOf(HasSubstr("Note: the lifetime total of bytes cleaned cannot grow any further"),
+                                      Not(HasSubstr("could not be saved"))));
   EXPECT_EQ(preferences().object("TWTotalBytesCleaned"), UserDefaults::Value(INT64_MAX));
   EXPECT_THAT(cleanOnce("Two"), HasSubstr("Total bytes cleaned: "));  // again, with the total at the top
   // A total that cannot be saved is said on standard output, not only in the log.
@@ -95,8 +95,8 @@ TEST_F(InfoClean, PropertyListsNestedTooDeepOrTooLargeAreRefusedAndAStuckToolIsE
   test::writeFile(runtimes / "iOS 17.4.simruntime/Contents/Info.plist",
                   "<plist><dict><key>CFBundleIdentifier</key><string>com.apple.CoreSimulator.SimRuntime.iOS-17-4"
                   "</string></dict></plist>");
-  const fs::path backups = home / "Library/Application Support/MobileSync/Backup";
-  const fs::path developer = fixture.developerFolder();
+  const fs::path backups = home / "Library/Application Support/MobileSync/Backup",
+                 developer = fixture.developerFolder();
   // Each place twice: '%' becomes 1 for XML nested 200,000 deep, 2 for binary nested 100,000 deep.
   std::vector<fs::path> written;
   for (const fs::path& place :

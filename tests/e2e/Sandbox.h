@@ -35,7 +35,6 @@ struct Sandbox {
     for (const auto& [name, value] : extra) result.environment[name] = value;
     return result;
   }
-  // A start from a terminal without the launcher's marker.
   ProcessOptions terminal() const { return {options(false).environment, /*terminalInput=*/true}; }
   ProcessResult run(const std::vector<std::string>& arguments, const Environment& extra = {}) const {
     return runProcess(TIDEWELL_EXECUTABLE, arguments, options(true, extra));

@@ -75,8 +75,7 @@ TEST_F(WindowEndToEnd, ScanTotalMatchesInfoThenDryRunAndRealCleanRescan) {
   EXPECT_THAT(printed["alert"], ::testing::ElementsAre(HasSubstr("Are you sure to proceed? This can't be undone.")));
   for (const auto& folder : fixture.derivedDataProjects) EXPECT_FALSE(fs::exists(folder)) << folder;
   for (const auto& kept : fixture.keep) EXPECT_TRUE(fs::exists(kept)) << kept;
-  const std::string cleaned = printed["selected"].at(0).substr(std::string("Selected: ").size());
-  EXPECT_EQ(printed["saved"], Strings{"You saved " + cleaned + " in total!"});
+  EXPECT_EQ(printed["saved"], Strings{"You saved " + printed["selected"].at(0).erase(0, 10) + " in total!"});
   EXPECT_THAT(printed["title"],
               ::testing::ElementsAre(::testing::AllOf(::testing::Ne(title), HasSubstr(" available to clean"))));
 }
@@ -110,9 +109,8 @@ TEST_F(WindowEndToEnd, RemindersSwitchedOnInPreferencesAreStoredAndTimed) {
       nlohmann::json::parse(test::readFile(state / "tidewell/pending-notifications.json")).at("requests");
   ASSERT_EQ(requests.size(), 52u);
   const auto day = [&](size_t i) {
-    const auto& trigger = requests[i].at("trigger");
-    return std::chrono::sys_days(std::chrono::year(trigger.at("year").get<int>()) / trigger.at("month").get<int>() /
-                                 trigger.at("day").get<int>());
+    const auto& at = requests[i].at("trigger");
+    return std::chrono::sys_days(std::chrono::year(at["year"]) / at["month"].get<int>() / at["day"].get<int>());
   };
   // A week apart, each from the one before (the requests' contents are the services tests' to check).
   for (size_t i = 1; i < requests.size(); ++i) EXPECT_EQ((day(i) - day(i - 1)).count(), 7) << i;
