@@ -113,8 +113,7 @@ TEST_F(CommandLine, CleanValuesThatNameLocationsAreAccepted) {
   }
 }
 
-// A copy of the bundle in a folder with a space in its name is found from the started path and read, or stops.
-TEST_F(CommandLine, ACopiedBundleTakesItsBannerAndLogNameFromItsOwnInfoPlistOrStops) {
+TEST_F(CommandLine, ACopiedBundleInAFolderWithASpaceTakesItsBannerAndLogNameFromItsOwnInfoPlistOrStops) {
   const fs::path source = fs::path(TIDEWELL_BUNDLE_PATH) / "Contents", bundle = scratch / "My Apps/Tidewell.app",
                  executable = bundle / "Contents/MacOS/tidewell", info = bundle / "Contents/Info.plist";
   for (const char* folder : {"MacOS", "Resources"}) fs::create_directories(bundle / "Contents" / folder);
@@ -135,9 +134,8 @@ TEST_F(CommandLine, ACopiedBundleTakesItsBannerAndLogNameFromItsOwnInfoPlistOrSt
                 (tmp / "org.example.Renamed-MainLog-LogFile-latest.log").string() + "\n\n");
   EXPECT_FALSE(fs::exists(logFile()));
   // Outside a bundle the tool stops for want of version information, after a log named "UnknownApp" is open.
-  fs::create_directories(scratch / "bin");
-  fs::copy_file(source / "MacOS/tidewell", scratch / "bin/tidewell");
-  test::runProcess((scratch / "bin/tidewell").string(), {"--help"}, options());
+  fs::copy_file(source / "MacOS/tidewell", scratch / "tidewell");
+  test::runProcess((scratch / "tidewell").string(), {"--help"}, options());
   EXPECT_TRUE(fs::is_regular_file(tmp / "UnknownApp-MainLog-LogFile-latest.log"));
 
   auto expectStop = [&](const std::string& line) {  // standard output only: the log reports the unusable file

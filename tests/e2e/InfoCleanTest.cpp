@@ -30,7 +30,6 @@ TEST_F(InfoClean, InfoListsEveryLocationAndCleanDerivedDataRemovesOnlyItAddingTo
   fixture.populate();
   const auto info = run({"info"});
   ASSERT_RAN(info);
-  const std::string& out = info.standardOutput;
   const int64_t seaLion = measurePath(fixture.xcode() / "DerivedData/Sea_Lion-abcdefghijklmnopqrstuvwxyz", nullptr);
   // Device-support groups sit one level deeper than their location, their items one further.
   for (const std::string& item : std::vector<std::string>{
@@ -38,9 +37,9 @@ TEST_F(InfoClean, InfoListsEveryLocationAndCleanDerivedDataRemovesOnlyItAddingTo
            "\t[" + formatByteCount(seaLion) + "] Sea Lion (/Users/dev/Projects/Sea Lion/Sea Lion.xcodeproj)\n",
            "] iOS 17.4 (21E219) \n", "] 1.3 (14) \u274C (", "] Logs from Xcode 16.4 \n", "] Cache from Xcode 15.3 \n",
            "] SwiftUI Previews \n"})
-    EXPECT_THAT(out, HasSubstr(item));
+    EXPECT_THAT(info.standardOutput, HasSubstr(item));
   // The order of the lines is the listing's own (CmdLineListing); the total comes last.
-  EXPECT_THAT(out, MatchesRegex(".*\nTotal size available to clean: [^\n]*\n"));
+  EXPECT_THAT(info.standardOutput, MatchesRegex(".*\nTotal size available to clean: [^\n]*\n"));
 
   preferences().setInteger("TWTotalBytesCleaned", 1000);
   const fs::path derivedData = fixture.xcode() / "DerivedData";
@@ -87,7 +86,6 @@ TEST_F(InfoClean, InfoListsEveryLocationAndCleanDerivedDataRemovesOnlyItAddingTo
   EXPECT_TRUE(fs::exists(derivedData / "Late-abcdefghijklmnopqrstuvwxyz"));
 }
 
-// Neither hostile property lists nor a simulator tool that never ends stop a scan.
 TEST_F(InfoClean, PropertyListsNestedTooDeepOrTooLargeAreRefusedAndAStuckToolIsEnded) {
   test::writeStandInTool(root, "/usr/bin/xcrun", "sleep 1000 & wait");
   const fs::path runtimes =
