@@ -128,8 +128,7 @@ TEST_F(CommandLine, ACopiedBundleInAFolderWithASpaceTakesItsBannerAndLogNameFrom
   EXPECT_EQ(outcome(executable, {"--help"}, terminal()), "0 " + banner + warningBlock(bundle) + kUsage);
   // The copy's own launcher starts the copy.
   EXPECT_EQ(outcome(bundle / "Contents/Resources/tidewell.sh", {"--help"}, options(false)), "0 " + banner + kUsage);
-  // Log files are named after the bundle's identifier.
-  EXPECT_EQ(outcome(executable, {"bogus"}, options()),
+  EXPECT_EQ(outcome(executable, {"bogus"}, options()),  // Log files are named after the bundle's identifier.
             "1 " + banner + "Error: Unrecognized argument: bogus\n\nYou can check full log here: " +
                 (tmp / "org.example.Renamed-MainLog-LogFile-latest.log").string() + "\n\n");
   EXPECT_FALSE(fs::exists(logFile()));
@@ -169,8 +168,7 @@ std::string problemsOfAStartAs(const fs::path& home, const fs::path& root) {
 }
 
 TEST(LogFiles, WithoutTmpdirEachUserLogsIntoAPrivateFolderOfItsOwn) {
-  // The system's shared temporary folder, where a first user's log must not block a second.
-  test::TempDir root;
+  test::TempDir root;  // The system's shared temporary folder, where a first user's log must not block a second.
   fs::permissions(root.path(), fs::perms(0755));
   fs::create_directories(root / "tmp");
   fs::permissions(root / "tmp", fs::perms::all | fs::perms::sticky_bit);
@@ -178,8 +176,7 @@ TEST(LogFiles, WithoutTmpdirEachUserLogsIntoAPrivateFolderOfItsOwn) {
   EXPECT_EQ(problemsOfAStartAs(first / "home", root.path()), "");
   EXPECT_EQ(fs::status(first / "home/.local/state/tidewell").permissions(), fs::perms::owner_all);
 
-  // A second user, with a home of its own, starts twice after the first.
-  test::TempDir second;
+  test::TempDir second;  // A second user, with a home of its own, starts twice after the first.
   fs::create_directories(second / "home");
   ASSERT_TRUE(test::handOverTree(second.path()));
   constexpr const char* kCannotRun = "the executable is out of the second user's reach";

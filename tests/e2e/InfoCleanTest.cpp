@@ -74,8 +74,7 @@ TEST_F(InfoClean, InfoListsEveryLocationAndCleanDerivedDataRemovesOnlyItAddingTo
                                       Not(HasSubstr("could not be saved"))));
   EXPECT_EQ(preferences().object("TWTotalBytesCleaned"), UserDefaults::Value(INT64_MAX));
   EXPECT_THAT(cleanOnce("Two"), HasSubstr("Total bytes cleaned: "));  // again, with the total at the top
-  // A total that cannot be saved is said on standard output, not only in the log.
-  fs::remove_all(config);
+  fs::remove_all(config);  // A total that cannot be saved is said on standard output, not only in the log.
   test::writeFile(config, "a file where the settings folder should be");
   EXPECT_THAT(cleanOnce("Four"), HasSubstr("Warning: the lifetime total of bytes cleaned could not be saved: "));
   fs::remove_all(fixture.developerFolder() / "CoreSimulator");

@@ -36,8 +36,7 @@ namespace {
 namespace fs = std::filesystem;
 using Location = DevFiles::Location;
 
-// Alerts and a completion sound that answer instead of waiting for a person.
-struct ScriptedAlerts : Alerts {
+struct ScriptedAlerts : Alerts {  // Alerts and a completion sound that answer instead of waiting for a person.
   Response run(QWidget*, Style style, const QString& message, const QString& informativeText,
                const QString& firstButton, const QString& secondButton) override {
     shown.push_back({style, {message, informativeText, firstButton, secondButton}});
@@ -62,8 +61,7 @@ class MainWindowTest : public ::testing::Test {
  protected:
   MainWindowTest() { fs::create_directories(folder / "tmp"); }
   void writeHome() { test::FixtureHome::write(homeFolder, {.caches = false, .projects = false}); }
-  // Starts the window as the application does; waitForScans waits for the `count`-th finished scan.
-  void start() {
+  void start() {  // Starts the window as the application does; waitForScans waits for the `count`-th finished scan.
     window = std::make_unique<MainWindow>(alerts, sound);
     window->setCleaningCloseDelay(std::chrono::milliseconds(0));
     spy = std::make_unique<QSignalSpy>(window.get(), &MainWindow::scanCompleted);
@@ -143,8 +141,7 @@ TEST_F(MainWindowTest, AScanFillsTheSummaryTicksFollowTheUserAndACleanConfirmsRa
     EXPECT_EQ(ticks(), expected);
   }
 
-  // The clean flow: cancelled, confirmed in dry run, confirmed for real.
-  int scans = 1;
+  int scans = 1;  // The clean flow: cancelled, confirmed in dry run, confirmed for real.
   for (const auto& [dryRun, answer] : {std::pair{false, Alerts::Response::second},
                                        {true, Alerts::Response::first},
                                        {false, Alerts::Response::first}}) {
@@ -175,8 +172,7 @@ TEST_F(MainWindowTest, AScanFillsTheSummaryTicksFollowTheUserAndACleanConfirmsRa
 }
 
 TEST_F(MainWindowTest, WarningStripCasesAndTheVanishedCustomFolder) {
-  // No developer folder at all (body and button follow the same case as the title).
-  start();
+  start();  // No developer folder at all (body and button follow the same case as the title).
   EXPECT_TRUE(window->warningVisible() && window->warningTitle() == "\"~/Developer\" folder cannot be found");
   EXPECT_EQ(window->devFiles(), nullptr);
   // A developer folder without Xcode's caches cannot be scanned: the access case.
@@ -184,8 +180,7 @@ TEST_F(MainWindowTest, WarningStripCasesAndTheVanishedCustomFolder) {
   window->checkDeveloperFolder();
   EXPECT_EQ(window->warningTitle(), "Access to \"~/Developer\" folder is needed");
   EXPECT_TRUE(logged("⚠️ MainViewController: Cannot acquire \"Developer\" folder access! Showing access warning!"));
-  // Give Access after the folders exist; a custom folder that vanished is cleared first.
-  writeHome();
+  writeHome();  // Give Access after the folders exist; a custom folder that vanished is cleared first.
   Preferences::shared().setCustomDerivedDataFolder(homeFolder / "Gone/DerivedData");
   window->pressWarningButton();
   EXPECT_TRUE(!window->warningVisible() && !Preferences::shared().customDerivedDataFolder());
@@ -203,8 +198,7 @@ TEST_F(MainWindowTest, CleaningSheetFollowsTheEngineClosesAfterFinishedAndAtOnce
   sheet->deletingItem("derived data", "Sea Lion /p/Sea Lion.xcodeproj", 1, 3);
   EXPECT_EQ(state(), "Derived Data: Sea Lion /p/Sea Lion.xcodeproj 33");
   sheet->deletingItem("OLD LOGS", "Logs from Xcode 15", 3, 4);
-  // A failure shows an alert and leaves the state as it was.
-  sheet->deleteFailed("Permission denied", "old logs", "");
+  sheet->deleteFailed("Permission denied", "old logs", "");  // A failure shows an alert and leaves the state as it was.
   EXPECT_EQ(state(), "Old Logs: Logs from Xcode 15 75");
   ASSERT_EQ(alerts.shown.size(), 1u);
   EXPECT_EQ(alerts.shown[0].second.first(3),

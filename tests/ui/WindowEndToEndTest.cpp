@@ -57,8 +57,7 @@ TEST_F(WindowEndToEnd, ScanTotalMatchesInfoThenDryRunAndRealCleanRescan) {
   const size_t at = out.rfind(marker) + marker.size();
   const std::string title = "Tidewell - " + out.substr(at, out.size() - at - 1) + " available to clean";
 
-  // Dry run: confirmed with the dry-run text, nothing on disk changes.
-  const auto before = test::snapshot(home);
+  const auto before = test::snapshot(home);  // Dry run: confirmed with the dry-run text, nothing on disk changes.
   auto printed = runWindow(
       "wait-scans 1\nprint title\ntick Derived Data\nprint selected\ndry-run on\nclean\nanswer Clean\n"
       "wait-scans 2\nquit\n");
@@ -68,8 +67,7 @@ TEST_F(WindowEndToEnd, ScanTotalMatchesInfoThenDryRunAndRealCleanRescan) {
   EXPECT_NE(printed["selected"].at(0), "Selected: Zero KB");
   EXPECT_EQ(test::snapshot(home), before) << "a dry run changed the disk";
 
-  // For real: the derived data goes, the lifetime total grows, the rescan shows less.
-  printed = runWindow(
+  printed = runWindow(  // For real: the derived data goes, the lifetime total grows, the rescan shows less.
       "dry-run off\nwait-scans 1\ntick Derived Data\nprint selected\nclean\nanswer Clean\nwait-scans 2\nprint title\n"
       "print saved\nquit\n");
   EXPECT_THAT(printed["alert"], ::testing::ElementsAre(HasSubstr("Are you sure to proceed? This can't be undone.")));
@@ -97,8 +95,7 @@ TEST_F(WindowEndToEnd, RemindersSwitchedOnInPreferencesAreStoredAndTimed) {
   ASSERT_TRUE(fs::exists(record)) << "the stand-in notification server did not start";
   preferences().setBool(Preferences::Keys::notificationsEnabled, false);
 
-  // On, then another period: the second schedule replaces the first series.
-  auto printed = runWindow(
+  auto printed = runWindow(  // On, then another period: the second schedule replaces the first series.
       "wait-scans 1\npreferences\nprint preferences\nreminders on\nprint preferences\nperiod Every week\n"
       "print preferences\nquit\n");
   EXPECT_EQ(printed["preferences"], (Strings{"reminders off | Every month | pop-up disabled | dry run off",
