@@ -1,5 +1,4 @@
-// The real executable started as through its launcher, confined to one test's home, system
-// root, temporary and configuration folders.
+// The real executable started as through its launcher, confined to one test's home, root and settings folders.
 #pragma once
 
 #include <filesystem>
@@ -36,13 +35,11 @@ struct Sandbox {
     for (const auto& [name, value] : extra) result.environment[name] = value;
     return result;
   }
-  // A start from a terminal without the launcher's marker.
   ProcessOptions terminal() const { return {options(false).environment, /*terminalInput=*/true}; }
   ProcessResult run(const std::vector<std::string>& arguments, const Environment& extra = {}) const {
     return runProcess(TIDEWELL_EXECUTABLE, arguments, options(true, extra));
   }
   std::filesystem::path logFile() const { return tmp / "dev.tidewell.Tidewell-MainLog-LogFile-latest.log"; }
-  std::string log() const { return readFile(logFile()); }
   std::string logLine() const { return "You can check full log here: " + logFile().string() + "\n\n"; }
   UserDefaults preferences() const {
     return UserDefaults(UserDefaults::standardStorePath(Host{.configDirectory = config}));
