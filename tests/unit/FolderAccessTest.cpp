@@ -50,6 +50,7 @@ struct FolderAccessTest : ::testing::Test {
 
   test::TempDir dir_;
   const fs::path home_ = dir_ / "Users" / "someone", folder_ = dir_ / "Developer";
+  const std::string cannotAccess_ = "Can't get access to " + folder_.string() + " folder";  // the alerts' title
   ScopedHost host_{Host{.home = home_, .temporaryDirectory = dir_.path(), .configDirectory = dir_ / "config"}};
   test::LogCapture log_;
   FakeFolderAccessUI ui_;
@@ -102,9 +103,7 @@ TEST_F(FolderAccessTest, CancelEndsWithoutGrantOnlyWhenAllowedAndAWrongPickIsExp
   EXPECT_EQ(acquire(std::nullopt, CancelPolicy::notAllowed, &ui_), folder_.string() + "/");
   EXPECT_EQ(log_.lines(), Lines{kWarning + "Didn't get folder from Open panel! Modal response: -1000"});
   EXPECT_EQ(ui_.panels, (Panels(4, {folder_, kMessage})));
-  EXPECT_EQ(
-      ui_.alerts,
-      (Alerts{{"Can't get access to " + folder_.string() + " folder", "Did you choose the right folder?", "Repeat"}}));
+  EXPECT_EQ(ui_.alerts, (Alerts{{cannotAccess_, "Did you choose the right folder?", "Repeat"}}));
   EXPECT_EQ(Bookmark::resolve(stored(folder_).value()).path, folder_);
   EXPECT_FALSE(stored(other));
 }
@@ -121,7 +120,7 @@ TEST_F(FolderAccessTest, PickedFolderWithoutWriteAccessIsRefusedWithAdvice) {
   });
   if (!result) GTEST_SKIP() << "no unprivileged user to run as";
   const Alerts advice{
-      {"Can't get access to " + folder_.string() + " folder",
+      {cannotAccess_,
        "Access was denied even after selecting the folder. Make sure the folder exists (launching Xcode "
        "once creates it) and that you have read & write permissions to it. Resetting the app container "
        "may also help: delete ~/Library/Containers/dev.tidewell.Tidewell and restart the app.",

@@ -118,7 +118,7 @@ TEST_F(ShellRun, SeveralRunsAtOnceFromThreadsKeepTheirOwnOutput) {
                    "i=0\nwhile [ $i -lt 2000 ]; do echo \"$1\"; i=$((i+1)); done\nexit \"$2\"");
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
-  for (int t = 0; t < 6; ++t) {
+  for (int t = 0; t < 6; ++t)
     threads.emplace_back([t, &wrong] {
       std::string expected;
       for (int i = 0; i < 2000; ++i) expected += "thread " + std::to_string(t) + "\n";
@@ -127,7 +127,6 @@ TEST_F(ShellRun, SeveralRunsAtOnceFromThreadsKeepTheirOwnOutput) {
         wrong += result.status != t || result.output != expected;
       }
     });
-  }
   for (auto& thread : threads) thread.join();
   EXPECT_EQ(wrong.load(), 0) << "runs that got another's output or status";
 }
