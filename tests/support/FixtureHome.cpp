@@ -39,7 +39,6 @@ struct Writer {
   fs::path file(const fs::path& r, size_t bytes) const { return writeFileOfSize(root / r, bytes), root / r; }
   fs::path text(const fs::path& r, std::string_view contents) const { return writeFile(root / r, contents), root / r; }
   fs::path folder(const fs::path& r) const { return fs::create_directories(root / r), root / r; }
-  // Files of `kilobytes` below `folder`; returns the folder.
   fs::path files(const fs::path& folder, std::initializer_list<std::pair<const char*, size_t>> items) const {
     for (const auto& [name, kilobytes] : items) file(folder / name, kilobytes * KB);
     return root / folder;
@@ -209,7 +208,6 @@ void writeProjects(const Writer& w, FixtureHome& home) {
   // A link from inside a project to the user's documents: a walk must not follow it.
   home.keep.push_back(w.file("Documents/Thesis/chapter-1.pages", 300 * KB));
   fs::create_directory_symlink("../../Documents", w.root / web / "docs-shortcut");
-  // User logs and the Trash.
   w.files({}, {{"Library/Logs/DiagnosticReports/WeatherApp-2024-03-04-094101.ips", 200},
                {"Library/Logs/CoreSimulator/CoreSimulator.log", 900},
                {".Trash/Old Installer.dmg", 1500}});

@@ -49,11 +49,6 @@ fs::path writeStandInPkexec(const fs::path& root, const fs::path& argumentsFile)
                               shellQuoted(argumentsFile.string()) + "\nexec \"$@\"");
 }
 
-fs::path writeFailingPkexec(const fs::path& root, std::string_view message, int status) {
-  return writeStandInTool(root, "/usr/bin/pkexec",
-                          "printf '%s\\n' " + shellQuoted(message) + " >&2\nexit " + std::to_string(status));
-}
-
 fs::path writeStandInXcrun(const fs::path& root, const fs::path& callLog, const StandInSimctl& behaviour) {
   const auto answer = [](const std::string& output, int status) {
     return "\n  printf '%s' " + shellQuoted(output) + "\n  exit " + std::to_string(status) + " ;;";

@@ -22,9 +22,6 @@ std::filesystem::path writeStandInOsascript(const std::filesystem::path& root,
 // "/usr/bin/pkexec" writing its arguments (NUL-terminated) to `argumentsFile`, then running them.
 std::filesystem::path writeStandInPkexec(const std::filesystem::path& root, const std::filesystem::path& argumentsFile);
 
-// "/usr/bin/pkexec" that prints `message` and exits with `status` without running anything.
-std::filesystem::path writeFailingPkexec(const std::filesystem::path& root, std::string_view message, int status);
-
 // What a stand-in "/usr/bin/xcrun" prints and returns for "simctl runtime list -j" and "... delete <id>".
 struct StandInSimctl {
   std::string listOutput = "{}";

@@ -25,9 +25,8 @@ TempDir::~TempDir() {
     error.clear();
     ::chmod(path_.c_str(), 0700);
     for (fs::recursive_directory_iterator it(path_, fs::directory_options::skip_permission_denied, error), end;
-         !error && it != end; it.increment(error)) {
+         !error && it != end; it.increment(error))
       if (it->is_directory(error) && !it->is_symlink(error)) ::chmod(it->path().c_str(), 0700);
-    }
     if (fs::remove_all(path_, error), !error) return;
   }
 }

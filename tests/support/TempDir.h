@@ -22,8 +22,7 @@ class TempDir {
   std::filesystem::path path_;
 };
 
-// Files written with their parent folders: `contents`, `size` non-zero bytes (really allocated), or `size`
-// bytes that take no space (for size limits).
+// Files written with their parent folders: `contents`, `size` real bytes, or `size` bytes taking no space.
 void writeFile(const std::filesystem::path& path, std::string_view contents);
 void writeFileOfSize(const std::filesystem::path& path, size_t size);
 void writeSparseFile(const std::filesystem::path& path, uint64_t size);

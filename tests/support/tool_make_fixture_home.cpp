@@ -8,9 +8,7 @@
 int main(int argc, char** argv) {
   if (argc != 2 || std::string(argv[1]) == "--help") return std::cerr << "usage: make-fixture-home <folder>\n", 2;
   try {
-    const std::filesystem::path root = std::filesystem::absolute(argv[1]);
-    std::filesystem::create_directories(root);
-    std::cout << tw::test::FixtureHome::write(root).root.string() << "\n";
+    std::cout << tw::test::FixtureHome::write(std::filesystem::absolute(argv[1])).root.string() << "\n";
     return 0;
   } catch (const std::exception& error) {
     return std::cerr << "make-fixture-home: " << error.what() << "\n", 1;

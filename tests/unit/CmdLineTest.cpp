@@ -87,10 +87,9 @@ TEST(CmdLineListing, RootsInDescendingCodePointOrderChildrenInStoredOrderOneTabD
 // The deletion report's lines, then a clean in a temporary home that deletes only what it names.
 TEST(CmdLineDriver, ReportsEachItemAndCleansOnlyTheNamedLocationsWhateverWasSelectedBefore) {
   test::TempDir home;
-  const auto developer = home / "Library/Developer";
-  const auto derivedProject = developer / "Xcode/DerivedData/WeatherApp-abc";
-  const auto archive = developer / "Xcode/Archives/2024-03-04/WeatherApp.xcarchive";
-  test::writeFileOfSize(derivedProject / "Build/app", 2'000);
+  const fs::path developer = home / "Library/Developer", project = developer / "Xcode/DerivedData/WeatherApp-abc",
+                 archive = developer / "Xcode/Archives/2024-03-04/WeatherApp.xcarchive";
+  test::writeFileOfSize(project / "Build/app", 2'000);
   test::writeFileOfSize(archive / "Info.plist", 5'000);
   fs::create_directories(developer / "CoreSimulator");
   ScopedHost scoped(Host{.home = home.path(), .temporaryDirectory = home.path(), .configDirectory = home / "config"});
@@ -115,15 +114,14 @@ TEST(CmdLineDriver, ReportsEachItemAndCleansOnlyTheNamedLocationsWhateverWasSele
 
   out.str("");
   devFiles->setDeleteDelegate(cmdLine);
-  for (const auto& [location, path] :
-       {std::pair{Location::derivedData, derivedProject}, {Location::archives, archive}}) {
+  for (const auto& [location, path] : {std::pair{Location::derivedData, project}, {Location::archives, archive}}) {
     auto item = entry("WeatherApp", "", 2'000);
     item->addPath(path);
     item->select();  // a selection left over from before must not survive
     devFiles->entry(location)->addItem(item);
   }
   cmdLine->clean(*devFiles, {Location::derivedData});
-  EXPECT_FALSE(fs::exists(derivedProject));
+  EXPECT_FALSE(fs::exists(project));
   EXPECT_TRUE(fs::exists(archive / "Info.plist"));
   EXPECT_NE(out.str().find("\n\nTotal bytes cleaned: 2 KB\n"), std::string::npos) << out.str();
 }

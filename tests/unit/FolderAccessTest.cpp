@@ -40,20 +40,21 @@ struct FakeFolderAccessUI : FolderAccessUI {
 };
 
 struct FolderAccessTest : ::testing::Test {
-  auto stored(const fs::path& folder) { return Preferences::shared().data(Preferences::bookmarkKey(folder)); }
+  auto stored(const fs::path& folder) { return prefs_.data(Preferences::bookmarkKey(folder)); }
   // Access to the folder under test with `bookmark` (or none) stored for it.
   std::optional<fs::path> acquire(const std::optional<std::vector<uint8_t>>& bookmark, CancelPolicy policy,
                                   FolderAccessUI* ui) {
-    bookmark ? Preferences::shared().setFolderBookmark(folder_, *bookmark)
-             : Preferences::shared().removeFolderBookmark(folder_);
-    return acquireAccess(folder_, Preferences::shared(), policy, kMessage, ui);
+    bookmark ? prefs_.setFolderBookmark(folder_, *bookmark) : prefs_.removeFolderBookmark(folder_);
+    return acquireAccess(folder_, prefs_, policy, kMessage, ui);
   }
 
   test::TempDir dir_;
   const fs::path home_ = dir_ / "Users" / "someone", folder_ = dir_ / "Developer";
+  const std::string cannotAccess_ = "Can't get access to " + folder_.string() + " folder";  // the alerts' title
   ScopedHost host_{Host{.home = home_, .temporaryDirectory = dir_.path(), .configDirectory = dir_ / "config"}};
   test::LogCapture log_;
   FakeFolderAccessUI ui_;
+  Preferences& prefs_ = Preferences::shared();
 };
 
 TEST_F(FolderAccessTest, BookmarksGiveAccessWithoutAskingAndAStaleOneIsReplacedFirst) {
@@ -94,8 +95,7 @@ TEST_F(FolderAccessTest, CancelEndsWithoutGrantOnlyWhenAllowedAndAWrongPickIsExp
   EXPECT_EQ(stored(folder_), junk);  // nothing written on cancel
 
   log_.clear();
-  const fs::path other = dir_ / "Documents";
-  fs::create_directories(other);
+  const fs::path other = dir_.path();  // a folder, but not the one asked for
   ui_.answers.push_back([](long& response) { return response = -1000, std::optional<fs::path>(); });
   ui_.answers.push_back([&](long&) { return std::optional<fs::path>(other); });
   // Then the user makes the folder in the panel and picks it.
@@ -103,9 +103,7 @@ TEST_F(FolderAccessTest, CancelEndsWithoutGrantOnlyWhenAllowedAndAWrongPickIsExp
   EXPECT_EQ(acquire(std::nullopt, CancelPolicy::notAllowed, &ui_), folder_.string() + "/");
   EXPECT_EQ(log_.lines(), Lines{kWarning + "Didn't get folder from Open panel! Modal response: -1000"});
   EXPECT_EQ(ui_.panels, (Panels(4, {folder_, kMessage})));
-  EXPECT_EQ(
-      ui_.alerts,
-      (Alerts{{"Can't get access to " + folder_.string() + " folder", "Did you choose the right folder?", "Repeat"}}));
+  EXPECT_EQ(ui_.alerts, (Alerts{{cannotAccess_, "Did you choose the right folder?", "Repeat"}}));
   EXPECT_EQ(Bookmark::resolve(stored(folder_).value()).path, folder_);
   EXPECT_FALSE(stored(other));
 }
@@ -122,7 +120,7 @@ TEST_F(FolderAccessTest, PickedFolderWithoutWriteAccessIsRefusedWithAdvice) {
   });
   if (!result) GTEST_SKIP() << "no unprivileged user to run as";
   const Alerts advice{
-      {"Can't get access to " + folder_.string() + " folder",
+      {cannotAccess_,
        "Access was denied even after selecting the folder. Make sure the folder exists (launching Xcode "
        "once creates it) and that you have read & write permissions to it. Resetting the app container "
        "may also help: delete ~/Library/Containers/dev.tidewell.Tidewell and restart the app.",
@@ -141,7 +139,7 @@ TEST_F(FolderAccessTest, PickedFolderWithoutWriteAccessIsRefusedWithAdvice) {
 // Found without asking from the command line, the end-to-end tests show.
 TEST_F(FolderAccessTest, DeveloperFolderGrantAsksWithItsOwnMessage) {
   ui_.answers.push_back(cancel);
-  EXPECT_EQ(Files::developerFolderGrant(Preferences::shared(), &ui_), std::nullopt);
+  EXPECT_EQ(Files::developerFolderGrant(prefs_, &ui_), std::nullopt);
   EXPECT_EQ(ui_.panels, (Panels{{home_ / "Library" / "Developer",
                                  "Tidewell needs permission to your Developer folder to scan Xcode cache files. Folder "
                                  "should be already selected and all you need to do is to click \"Open\"."}}));
@@ -149,7 +147,7 @@ TEST_F(FolderAccessTest, DeveloperFolderGrantAsksWithItsOwnMessage) {
 
 // A custom folder is deleted wholesale: ".", "/" or the home folder would empty far too much.
 TEST_F(FolderAccessTest, CustomFoldersThatAreNotOwnFoldersAreIgnoredWithALogLine) {
-  EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), std::nullopt);  // none set
+  EXPECT_EQ(Files::customDerivedDataFolderGrant(prefs_, &ui_), std::nullopt);  // none set
   for (const fs::path& folder : {home_, dir_ / "Archives"}) fs::create_directories(folder);
   test::writeFile(dir_ / "plain file", "x");
   fs::create_directory_symlink("/", dir_ / "link to root");
@@ -165,20 +163,20 @@ TEST_F(FolderAccessTest, CustomFoldersThatAreNotOwnFoldersAreIgnoredWithALogLine
                                                     {dir_ / "plain file", "it is not a folder"}};
   for (const auto& [folder, reason] : cases) {
     log_.clear();
-    UserDefaults store(Preferences::shared().storePath());  // as a settings file may hold them, not made absolute
+    UserDefaults store(prefs_.storePath());  // as a settings file may hold them, not made absolute
     for (const char* key : {Preferences::Keys::customArchivesFolder, Preferences::Keys::customDerivedDataFolder})
       store.setString(key, folder.string());
-    EXPECT_EQ(Files::customArchivesFolderGrant(Preferences::shared(), &ui_), std::nullopt) << folder;
-    EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), std::nullopt) << folder;
+    EXPECT_EQ(Files::customArchivesFolderGrant(prefs_, &ui_), std::nullopt) << folder;
+    EXPECT_EQ(Files::customDerivedDataFolderGrant(prefs_, &ui_), std::nullopt) << folder;
     const std::string ignoring = "\u26A0\uFE0F Files: Ignoring the custom ", because = "\u201D: " + reason + ".";
     EXPECT_EQ(log_.lines(), (Lines{ignoring + "archives folder \u201C" + folder.string() + because,
                                    ignoring + "derived data folder \u201C" + folder.string() + because}));
   }
   EXPECT_TRUE(ui_.panels.empty());
-  Preferences::shared().setCustomArchivesFolder(dir_ / "Archives");
-  EXPECT_EQ(Files::customArchivesFolderGrant(Preferences::shared(), &ui_), dir_ / "Archives");
-  Preferences::shared().setCustomDerivedDataFolder(dir_ / "Archives");
-  EXPECT_EQ(Files::customDerivedDataFolderGrant(Preferences::shared(), &ui_), dir_ / "Archives");
+  prefs_.setCustomArchivesFolder(dir_ / "Archives");
+  EXPECT_EQ(Files::customArchivesFolderGrant(prefs_, &ui_), dir_ / "Archives");
+  prefs_.setCustomDerivedDataFolder(dir_ / "Archives");
+  EXPECT_EQ(Files::customDerivedDataFolderGrant(prefs_, &ui_), dir_ / "Archives");
 }
 
 }  // namespace

@@ -11,7 +11,6 @@
 
 #include "fs/Shell.h"
 #include "platform/AdministratorRunner.h"
-#include "platform/Host.h"
 #include "support/StandInEnvironment.h"
 #include "support/StandInTools.h"
 #include "support/TempDir.h"
@@ -62,8 +61,7 @@ TEST_F(ShellRun, ChildInheritsNoOtherDescriptorAndAProgramThatCannotStartIsLogge
     EXPECT_EQ(log.lines(), std::vector<std::string>{"\u274C Shell: Cannot run " + path + ": " + description});
   }
   if (!fs::exists("/proc/self/fd")) GTEST_SKIP() << "needs /proc to list a child's descriptors";
-  writeFile(root / "leak-marker", "");
-  const int leaky = ::open((root / "leak-marker").c_str(), O_RDONLY);  // without close-on-exec
+  const int leaky = ::open((root / "leak-marker").c_str(), O_RDONLY | O_CREAT, 0600);  // without close-on-exec
   ASSERT_GE(leaky, 0);
   writeStandInTool(root.path(), "/usr/bin/fds", "exec ls -l /proc/self/fd");
   const auto result = Shell::run("/usr/bin/fds", {});
@@ -120,7 +118,7 @@ TEST_F(ShellRun, SeveralRunsAtOnceFromThreadsKeepTheirOwnOutput) {
                    "i=0\nwhile [ $i -lt 2000 ]; do echo \"$1\"; i=$((i+1)); done\nexit \"$2\"");
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
-  for (int t = 0; t < 6; ++t) {
+  for (int t = 0; t < 6; ++t)
     threads.emplace_back([t, &wrong] {
       std::string expected;
       for (int i = 0; i < 2000; ++i) expected += "thread " + std::to_string(t) + "\n";
@@ -129,7 +127,6 @@ TEST_F(ShellRun, SeveralRunsAtOnceFromThreadsKeepTheirOwnOutput) {
         wrong += result.status != t || result.output != expected;
       }
     });
-  }
   for (auto& thread : threads) thread.join();
   EXPECT_EQ(wrong.load(), 0) << "runs that got another's output or status";
 }
