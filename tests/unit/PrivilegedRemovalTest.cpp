@@ -173,7 +173,8 @@ TEST(PrivilegedFallback, OnlyALackOfRightsReachesTheAdministratorRunner) {
   EXPECT_EQ(readFile(calls), remover.string() + " " + item.string() + "\n");
 
   fs::remove(remover);
-  writeFailingPkexec(fixture.root(), "Error executing command as another user: Request dismissed", 126);
+  writeStandInTool(fixture.root(), "/usr/bin/pkexec",
+                   "echo 'Error executing command as another user: Request dismissed' >&2; exit 126");
   EXPECT_THAT([&] { entry.deleteItem(hostile); }, ThrowsMessage<Shell::CommandError>(HasSubstr("Request dismissed")));
   EXPECT_TRUE(fs::exists(hostile)) << "what plain removal could not take stays";
   // The stand-in plays the administrator: it lifts the block, then runs the command it was given.
