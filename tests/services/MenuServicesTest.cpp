@@ -184,9 +184,8 @@ TEST(UpdateAnnouncement, OffersTheDownloadAndALiveReleaseNotesLink) {
       {"Tidewell 1.1", "110", "1.1.0", "https://tidewell.dev/notes/1.1.html?a=1&b=2", ""}, "1.0.0", nullptr);
   EXPECT_EQ(box->defaultButton()->objectName(), "download");
   const auto labels = box->findChildren<QLabel*>();
-  const auto notes = std::ranges::find_if(labels, [](QLabel* label) { return label->text().contains("<a href"); });
+  const auto notes = std::ranges::find_if(labels, [](QLabel* label) { return label->openExternalLinks(); });
   ASSERT_NE(notes, labels.end());
-  EXPECT_TRUE((*notes)->openExternalLinks());
   EXPECT_EQ((*notes)->text(),
             "Tidewell 1.1.0 is now available. You have 1.0.0. Would you like to download it now?"
             "<br><br><a href=\"https://tidewell.dev/notes/1.1.html?a=1&amp;b=2\">Release notes</a>");
@@ -198,7 +197,6 @@ class FeedbackMailerTest : public ::testing::Test, public FeedbackAlerts {  // r
     shown.push_back(message + "|" + text + "|" + button);
   }
   void SetUp() override {
-    // The stand-in mail program writes one argument per line.
     test::writeStandInTool(root.path(), "/usr/bin/xdg-email",
                            "printf '%s\\n' \"$@\" >> " + test::shellQuoted(mailed.string()));
     useMailtoHandler("thunderbird.desktop");

@@ -48,8 +48,7 @@ struct MemoryCenter : NotificationCenter {  // in memory, recording what the rem
 
 class ScanRemindersTest : public ::testing::Test {
  protected:
-  // A zone with summer time, so that a week step across the change must keep the time of day.
-  ScopedTextLocale locale{"en_US", "Europe/Zurich"};
+  ScopedTextLocale locale{"en_US", "Europe/Zurich"};  // with summer time
   std::shared_ptr<MemoryCenter> center = std::make_shared<MemoryCenter>();
   CalendarTime now = *dateFromComponents({2026, 3, 2, 10, 15, 30});  // a Monday
   ScanReminders reminders{center, "dev.tidewell.Tidewell", [this] { return now; }};
@@ -291,7 +290,6 @@ TEST_F(ReminderDeliveryTest, DueReminderIsPostedAndScanStartsTheWindow) {
   startServer("dev.tidewell.Tidewell.scanReminder.scan");
   auto result = deliver();
   EXPECT_EQ(result.exitStatus, 0) << result.standardError;
-  // The server records each call as compact JSON, keys sorted.
   EXPECT_EQ(test::readCallLog(record),
             Strings{R"({"actions":["dev.tidewell.Tidewell.scanReminder.scan","Scan",)"
                     R"("dev.tidewell.Tidewell.scanReminder.dismiss","Close"],"application":"Tidewell",)"
