@@ -28,6 +28,8 @@ using Requests = std::vector<NotificationRequest>;
 using namespace std::chrono_literals;
 using testing::HasSubstr;
 
+const NotificationRequest other{"org.example.Other.0", {"Other", "Body", false, ""}, TimeIntervalTrigger{60}};
+
 struct MemoryCenter : NotificationCenter {  // in memory, recording what the reminders did to it
   AuthorizationStatus authorizationStatus() override { return AuthorizationStatus::authorized; }
   bool requestAuthorization() override { return ++authorizationRequests, grantOnRequest; }
@@ -51,7 +53,6 @@ class ScanRemindersTest : public ::testing::Test {
   std::shared_ptr<MemoryCenter> center = std::make_shared<MemoryCenter>();
   CalendarTime now = *dateFromComponents({2026, 3, 2, 10, 15, 30});  // a Monday
   ScanReminders reminders{center, "dev.tidewell.Tidewell", [this] { return now; }};
-  const NotificationRequest other{"org.example.Other.0", {"Other", "", false, ""}, TimeIntervalTrigger{60, false}};
 };
 
 TEST_F(ScanRemindersTest, SeriesStepsFromThePreviousReminderInTheLocalCalendarAndFollowsTheAuthorisation) {
@@ -187,7 +188,6 @@ class UserTimerCenterTest : public ::testing::Test {
 };
 
 TEST_F(UserTimerCenterTest, SeriesIsTimedByAUserTimerOrChecksAtEveryLoginAndWithdrawnWithTheLastRequest) {
-  const NotificationRequest other{"org.example.Other.0", {"Other", "Body", false, ""}, TimeIntervalTrigger{86400}};
   reminders.applySettings(true, Period::everyWeek);
   fs::remove(calls);
   center->addRequests({other});
@@ -223,8 +223,7 @@ TEST_F(UserTimerCenterTest, DueRequestsAreTakenInDateOrderAndAnUnreadableStoreIs
   ScopedTextLocale locale{"en_US", "UTC"};
   const auto at = [](const char* id, int year) { return NotificationRequest{id, {}, CalendarTrigger{{year, 1, 1}}}; };
   center->addRequests({at("a", 2020), at("b", 2099), at("c", 2019)});
-  const auto now = std::chrono::system_clock::now();
-  EXPECT_EQ(center->takeDueRequests(now), (std::vector{at("c", 2019), at("a", 2020)}));
+  EXPECT_EQ(center->takeDueRequests(std::chrono::system_clock::now()), (std::vector{at("c", 2019), at("a", 2020)}));
   EXPECT_EQ(timerDates(), (Strings{"OnCalendar=2099-01-01 00:00:00 UTC"}));
 
   test::writeFile(center->storePath(), "{\"requests\": [");
