@@ -149,10 +149,9 @@ TEST_F(UpdateControllerTest, TellsTheUserWhatTheFeedSays) {
        "failed: The update feed address is not secure: http://tidewell.dev/appcast.xml"},
   };
   for (const auto& [status, body, url, outcome, shown] : cases) {
-    SCOPED_TRACE(shown.toStdString());
     status ? server.serve(status, body) : server.response.clear();
     this->shown.clear();
-    EXPECT_EQ(check(&UpdateController::checkForUpdates, 5000, QUrl(url)), outcome);
+    EXPECT_EQ(check(&UpdateController::checkForUpdates, 5000, QUrl(url)), outcome) << shown.toStdString();
     EXPECT_EQ(this->shown, QStringList{QString(shown).replace("%1", server.url().toString())});
   }
 }
