@@ -1,6 +1,4 @@
-// A notification server for tests on a private session bus: it creates the file named by its first argument once it
-// owns the name, appends each Notify call there as a JSON line, and a tenth of a second later answers with the action
-// named by its second argument (or closes the notification when that is empty).
+// Notification server for tests: logs each Notify to file argv[1] as JSON, then invokes action argv[2] (empty: closes).
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QFile>

@@ -17,8 +17,7 @@ int main(int argc, char** argv) {
   tw::ui::PreferencesWindow window(preferences, {});
   window.show();
   auto box = tw::ui::MessageBoxUpdateDialogs::updateAvailableBox(
-      {"Tidewell 1.1", "110", "1.1.0", "https://tidewell.dev/notes/1.1.html", "https://tidewell.dev/download"}, "1.0.0",
-      nullptr);
+      {"Tidewell 1.1", "110", "1.1.0", "https://tidewell.dev/notes/1.1.html"}, "1.0.0", nullptr);
   box->show();
   QTimer::singleShot(500, &application, &QApplication::quit);  // time to lay out and paint
   application.exec();
