@@ -154,15 +154,17 @@ TEST(CleanupEntryDeathTest, ASumBeyondSixtyFourBitsStopsWithAMessage) {
   EXPECT_DEATH(group->selectedSize(), "overflows");
 }
 
-// Each call as one line; a unit as "location: description <file name> index/count".
+// Each call as one line; a unit as "location: description <file name> index/count". Stops when reaching unit 2.
 struct RecordingDeleteDelegate : DevFilesDeleteDelegate {
   std::vector<std::string> events;
+  std::stop_source stop;
   static std::string shown(const std::optional<fs::path>& url) { return url.value_or("-").filename().string(); }
   void deleteStarted(DevFiles&) override { events.push_back("started"); }
   void deletingItem(DevFiles&, const std::string& location, const std::string& description,
                     const std::optional<fs::path>& url, size_t index, size_t count) override {
     events.push_back(location + ": " + description + " <" + shown(url) + "> " + std::to_string(index) + "/" +
                      std::to_string(count));
+    if (index == 2) stop.request_stop();
   }
   void deleteFailed(DevFiles&, const std::exception& error, const std::string&, const std::string&,
                     const std::optional<fs::path>& url) override {
@@ -222,6 +224,17 @@ TEST_F(DeletionEngine, EachPathIsAUnitAndAFailedUnitIsReportedWhileTheRunGoesOn)
   EXPECT_FALSE(fs::exists(one) || fs::exists(three));
   // The engine leaves the tree as it was.
   EXPECT_EQ(devFiles->entry(Location::derivedData)->items().front()->paths().size(), 3u);
+}
+
+TEST_F(DeletionEngine, AStoppedDeletionFinishesTheUnitAtHandAndReportsTheEnd) {
+  const fs::path one = temp / "one", two = temp / "two", three = temp / "three";
+  for (const auto& path : {one, two, three}) writeFileOfSize(path, 100);
+  add(Location::derivedData, entry("Project", true, {}, {one, two, three}));
+
+  deleteSelected(*devFiles, false, delegate->stop.get_token());
+  EXPECT_THAT(delegate->events, ElementsAre("started", "Derived Data: Project  <one> 1/3",
+                                            "Derived Data: Project  <two> 2/3", "finished"));
+  EXPECT_EQ(std::tuple(fs::exists(one), fs::exists(two), fs::exists(three)), std::tuple(false, false, true));
 }
 
 TEST_F(DeletionEngine, DryRunLeavesTheTreeByteIdenticalAndSaysSo) {

@@ -27,7 +27,6 @@ using ::testing::HasSubstr;
 using OSType = DeviceSupportFileEntry::OSType;
 using Icon = CleanupEntry::Icon;
 
-// 4 March 2024, 09:41:00 UTC.
 const EntryDate kMarch4 = sys_days{year{2024} / March / 4} + hours{9} + minutes{41};
 
 Version version(std::string_view text) { return *Version::fromString(text); }
@@ -116,17 +115,13 @@ TEST(AppleDevices, LooksUpNamesWithTheTableRules) {
                          "x,\"Odd,1\",\"Say \"\"hi\"\", C:\\dir\",2020\n"         // doubled quotes, no escapes
                          "x,\"Multi,1\",\"Two\nLines\n\",2020\n");
   EXPECT_TRUE(log.lines().empty());
-  const std::pair<const char*, const char*> names[] = {
-      {"iPhone16,2", "iPhone 15 Pro Max"},
-      {"iPhone15,2", "iPhone 14 Pro"},
-      {"Odd,1", "Say \"hi\", C:\\dir"},
-      {"Multi,1", "Two\nLines"},
-      {"", "Unknown Device"},
-      {"AppleTV14,1", "Apple TV 4K (3rd generation)"},
-  };
-  for (const auto& [identifier, name] : names) EXPECT_EQ(table.lookup(identifier), name);
-  for (const char* identifier : {"Watch7,1", "Watch7,2", "NULL", "Unknown9,9"})
-    EXPECT_EQ(table.lookup(identifier), identifier);
+  std::vector<std::string> names;
+  for (const char* identifier : {"iPhone16,2", "iPhone15,2", "Odd,1", "Multi,1", "", "AppleTV14,1", "Watch7,1",
+                                 "Watch7,2", "NULL", "Unknown9,9"})
+    names.push_back(table.lookup(identifier));
+  EXPECT_EQ(names, (std::vector<std::string>{"iPhone 15 Pro Max", "iPhone 14 Pro", "Say \"hi\", C:\\dir", "Two\nLines",
+                                             "Unknown Device", "Apple TV 4K (3rd generation)", "Watch7,1", "Watch7,2",
+                                             "NULL", "Unknown9,9"}));
   EXPECT_EQ(table.size(), 7u);
   // A column holding only numbers or booleans is read as such: its cells are no text.
   EXPECT_EQ(tableFrom(dir, "identifier,name\nA1,1\nA2,2.5\n").lookup("A1"), "A1");
@@ -139,7 +134,6 @@ TEST(AppleDevices, LooksUpNamesWithTheTableRules) {
 
 TEST(AppleDevices, AMissingOrBrokenTableLogsOnceAndAnswersWithTheIdentifier) {
   test::TempDir dir;
-  // A missing table (the first case) and broken ones.
   for (const auto& [contents, reason] : std::vector<std::pair<std::optional<std::string>, std::string>>{
            {std::nullopt, "AppleDevices: device_identifiers.csv missing in bundle."},
            {"identifier,name\n\"iPhone16,2,iPhone\n", "unterminated quoted field"},
@@ -189,7 +183,6 @@ TEST_F(XcodeEntries, OSTypesComeFromExactNamesAndIconsCoverTheVersionsWithTheirO
       {"iOS", OSType::iOS},           {"watchOS", OSType::watchOS}, {"tvOS", OSType::tvOS},  {"macOS", OSType::macOS},
       {"visionOS", OSType::visionOS}, {"ios", OSType::other},       {"xrOS", OSType::other}, {"iOS ", OSType::other}};
   for (const auto& [name, type] : names) EXPECT_EQ(DeviceSupportFileEntry::osTypeFromName(name), type) << name;
-  // Each type with a version and its picture.
   const std::tuple<OSType, const char*, const char*> pictures[] = {
       {OSType::iOS, "1.0", "iOS/Generic"},      {OSType::iOS, "2.0", "iOS/2"},
       {OSType::iOS, "19.0", "iOS/Generic"},     {OSType::iOS, "26.0", "iOS/26"},
@@ -206,18 +199,15 @@ TEST_F(XcodeEntries, OSTypesComeFromExactNamesAndIconsCoverTheVersionsWithTheirO
 }
 
 TEST_F(XcodeEntries, DeviceSupportEntriesAreTheSameItemByTheirFacts) {
-  auto make = [](std::optional<std::string> device, std::string_view versionText, std::optional<AppleBuild> build,
-                 std::optional<std::string> architecture, EntryDate date = kMarch4) {
-    return DeviceSupportFileEntry(std::move(device), OSType::iOS, version(versionText), std::move(build), date,
-                                  std::move(architecture), false);
+  const AppleBuild build("(21E219)");
+  auto make = [](std::optional<std::string> device, std::string_view text, std::optional<AppleBuild> built,
+                 std::optional<std::string> architecture = {}, EntryDate date = kMarch4) {
+    return DeviceSupportFileEntry(device, OSType::iOS, version(text), built, date, architecture, false);
   };
-  const auto base = make(std::nullopt, "17.4", AppleBuild("(21E219)"), std::nullopt);
-  EXPECT_TRUE(base == make(std::nullopt, "17.4.0", AppleBuild("(21E219)"), std::nullopt));
-  EXPECT_TRUE(base == make(std::nullopt, "17.4", AppleBuild("(21E219)"), std::nullopt, distantPast()));
-  EXPECT_FALSE(base == make(std::nullopt, "17.4.1", AppleBuild("(21E219)"), std::nullopt));
-  EXPECT_FALSE(base == make(std::nullopt, "17.4", std::nullopt, std::nullopt));
-  EXPECT_FALSE(base == make(std::nullopt, "17.4", AppleBuild("(21E219)"), "arm64e"));
-  EXPECT_FALSE(base == make("iPhone15,2", "17.4", AppleBuild("(21E219)"), std::nullopt));
+  const auto base = make({}, "17.4", build);
+  EXPECT_TRUE(base == make({}, "17.4.0", build) && base == make({}, "17.4", build, {}, distantPast()));
+  EXPECT_FALSE(base == make({}, "17.4.1", build) || base == make({}, "17.4", {}) ||
+               base == make({}, "17.4", build, "arm64e") || base == make("iPhone15,2", "17.4", build));
 }
 
 TEST(FileDates, CreationDateOfRealItemsAndMissingOnes) {
@@ -240,9 +230,8 @@ TEST(Text, ComparesNumbersByValueCaseLastInTheLocaleCapitalizesAndComposes) {
   EXPECT_EQ(texts, (std::vector<std::string>{"apple", "file2", "file10", "Xcode 9", "Xcode 15.1", "xcode 15.2",
                                              "Xcode 15.10", "Zebra"}));
   // Texts that differ only in case are not the same, but get a fixed order either way round.
-  int caseOnly = localizedStandardCompare("derived", "Derived");
-  EXPECT_NE(caseOnly, 0);
-  EXPECT_EQ(localizedStandardCompare("Derived", "derived"), -caseOnly);
+  const int caseOnly = localizedStandardCompare("derived", "Derived");
+  EXPECT_TRUE(caseOnly != 0 && localizedStandardCompare("Derived", "derived") == -caseOnly) << caseOnly;
   EXPECT_EQ(localizedStandardCompare("Same", "Same"), 0);
   EXPECT_LT(localizedStandardCompare("\xC3\xA9t\xC3\xA9", "ete2"), 0);  // accents weigh less than digits
   EXPECT_NE(localizedStandardCompare("a\xFF", "a\xFE"), 0);             // broken UTF-8 compares without failing

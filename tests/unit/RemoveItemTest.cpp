@@ -228,10 +228,9 @@ TEST(SelectionBoundary, ABindMountInsideTheSelectionIsNeverEnteredNorMeasured) {
     std::string result;
     const int index = openFolder(project / "Index"), mount = openFolder(mnt), build = openFolder(project / "Build");
     for (auto method : {MountDetection::automatic, MountDetection::mountRootAttribute, MountDetection::mountId,
-                        MountDetection::mountInfo}) {
+                        MountDetection::mountInfo})
       if (mountDetectionAvailable(method) && (!isMountRoot(index, mount, method) || isMountRoot(index, build, method)))
         result += "method " + std::to_string(int(method)) + " is wrong about a mount\n";
-    }
     result += measuredWrongly(project, ownBytes);
     const std::string failure = failureOf([&] { removeItem(project); });
     if (failure != "\u201Cmnt\u201D couldn\u2019t be removed because it is on another volume.")
@@ -286,22 +285,17 @@ TEST(SelectionBoundary, ParentFolderSwappedForALinkLosesNothingOutside) {
 
   const char* wanted = std::getenv("TIDEWELL_PARENT_SWAP_TRIALS");
   const int trials = wanted ? std::max(1, std::atoi(wanted)) : 200;
-  int lost = 0, trialsWithLoss = 0, refused = 0;
+  int lost = 0;
   for (int trial = 0; trial < trials; ++trial) {
     makeFiles(derivedData / "App-abc", kFiles);
     {
       LinkSwapper swapper(derivedData, outside.parent_path());
-      refused += !failureOf([&] { removeItem(derivedData / "App-abc"); }).empty();
+      (void)failureOf([&] { removeItem(derivedData / "App-abc"); });  // may be refused, never reach outside
     }
-    if (const int missing = kFiles - countFiles(outside); missing > 0) {
-      lost += missing, ++trialsWithLoss;
-      makeFiles(outside, kFiles);
-    }
+    if (const int missing = kFiles - countFiles(outside); missing > 0) lost += missing, makeFiles(outside, kFiles);
     fs::remove_all(derivedData / "App-abc");
   }
-  std::printf("parent swap: %d trials, %d refused, %d files lost in %d trials\n", trials, refused, lost,
-              trialsWithLoss);
-  EXPECT_EQ(lost, 0) << "in " << trialsWithLoss << " of " << trials << " trials";
+  EXPECT_EQ(lost, 0) << "files lost in " << trials << " trials";
 }
 
 // Files in `sides` of every folder down `depth` levels of `branches` chains; their bytes.
