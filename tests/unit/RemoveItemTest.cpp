@@ -26,12 +26,10 @@ using namespace test;
 
 bool present(const fs::path& path) { return fs::exists(fs::symlink_status(path)); }
 
-// A folder outside the removed tree, with its snapshot taken.
-std::map<std::string, std::string> makeOutsideFolder(const fs::path& outside) {
-  writeFile(outside / "keep.txt", "precious");
-  writeFile(outside / "nested" / "deeper" / "also-keep.bin", std::string("\0\1\2", 3));
-  for (int i = 0; i < 20; ++i) writeFile(outside / "many" / std::to_string(i), "keep");
-  return snapshot(outside);
+// Writes `count` files spread over four subfolders; the folder's snapshot.
+std::map<std::string, std::string> makeFiles(const fs::path& folder, int count) {
+  for (int i = 0; i < count; ++i) writeFile(folder / ("sub" + std::to_string(i % 4)) / std::to_string(i), "x");
+  return snapshot(folder);
 }
 
 std::string codeAndPath(int code, const fs::path& path) { return std::to_string(code) + " " + path.string() + ": "; }
@@ -51,7 +49,7 @@ int openFolder(const fs::path& path) { return ::open(path.c_str(), O_RDONLY | O_
 TEST(RemoveItem, RemovesTreesOfOddNamesAndLinksButNeverTheirTargets) {
   TempDir dir;
   const fs::path outside = dir / "outside", victim = dir / "victim folder";
-  const auto before = makeOutsideFolder(outside);
+  const auto before = makeFiles(outside, 20);
   writeFile(victim / "new\nline" / "-rf" / "--" / "file", "2");
   writeFile(victim / std::string("bad\xff\xfe utf8") / std::string("\xc3\x28"), "3");
   writeFile(victim / ".hidden" / "..." / "x", "4");
@@ -60,9 +58,9 @@ TEST(RemoveItem, RemovesTreesOfOddNamesAndLinksButNeverTheirTargets) {
   ASSERT_EQ(::mkfifo((victim / "fifo").c_str(), 0600), 0);
   fs::create_hard_link(victim / "locked-file", dir / "hard link outside");
   fs::create_directory_symlink(outside, victim / ".hidden" / "link-to-folder");
-  fs::create_symlink(outside / "keep.txt", victim / "link-to-file");
+  fs::create_symlink(outside / "sub0" / "0", victim / "link-to-file");
   fs::create_symlink(dir / "nowhere", victim / "dangling");
-  fs::create_symlink("../../outside/nested", victim / ".hidden" / "relative-link");
+  fs::create_symlink("../../outside/sub1", victim / ".hidden" / "relative-link");
   writeFile(dir / "victim folder sibling" / "keep", "keep");
 
   removeItem(victim.string() + "//");
@@ -76,8 +74,8 @@ TEST(RemoveItem, RemovesTreesOfOddNamesAndLinksButNeverTheirTargets) {
   EXPECT_FALSE(present(dir / "link"));
   EXPECT_EQ(snapshot(outside), before);
   fs::create_directory_symlink(outside, dir / "via");
-  removeItem(dir / "via" / "keep.txt");
-  EXPECT_FALSE(present(outside / "keep.txt"));
+  removeItem(dir / "via" / "sub0" / "0");
+  EXPECT_FALSE(present(outside / "sub0" / "0"));
   EXPECT_TRUE(fs::is_symlink(dir / "via"));
 }
 
@@ -132,7 +130,7 @@ TEST(RemoveItem, FolderSwappedForLinkBeforeOpeningIsNeverEntered) {
   };
   TempDir dir;
   target = dir / "outside";
-  const auto before = makeOutsideFolder(target);
+  const auto before = makeFiles(target, 20);
   const fs::path victim = dir / "victim";
   for (const fs::path& folder : {victim / "a" / "sub", victim}) {  // a folder inside, then the selected one
     writeFile(victim / "a" / "sub" / "inner" / "file", "y");
@@ -153,7 +151,7 @@ TEST(RemoveItem, FolderSwappedForLinkBeforeOpeningIsNeverEntered) {
 TEST(RemoveItem, SwappingAFolderForALinkNeverReachesOutside) {
   TempDir dir;
   const fs::path outside = dir / "outside", victim = dir / "victim", sub = victim / "a" / "sub";
-  const auto before = makeOutsideFolder(outside);
+  const auto before = makeFiles(outside, 20);
   for (int round = 0; round < 150; ++round) {
     for (int i = 0; i < 30; ++i) writeFile(sub / ("f" + std::to_string(i)), "x");
     for (int i = 0; i < 10; ++i) writeFile(sub / "many" / std::to_string(i), "y");
@@ -166,10 +164,6 @@ TEST(RemoveItem, SwappingAFolderForALinkNeverReachesOutside) {
     if (present(victim)) removeItem(victim);
     ASSERT_FALSE(present(victim));
   }
-}
-
-void makeFiles(const fs::path& folder, int count) {
-  for (int i = 0; i < count; ++i) writeFile(folder / ("sub" + std::to_string(i % 4)) / std::to_string(i), "x");
 }
 
 // Failures of both walks, with a pool as large as a big Mac's of its own (a forked child has no shared workers).
