@@ -50,10 +50,9 @@ TEST(RemoveItem, RemovesTreesOfOddNamesAndLinksButNeverTheirTargets) {
   TempDir dir;
   const fs::path outside = dir / "outside", victim = dir / "victim folder";
   const auto before = makeFiles(outside, 20);
-  writeFile(victim / "new\nline" / "-rf" / "--" / "file", "2");
-  writeFile(victim / std::string("bad\xff\xfe utf8") / std::string("\xc3\x28"), "3");
-  writeFile(victim / ".hidden" / "..." / "x", "4");
-  writeFile(victim / "locked-file", "5");
+  for (const fs::path& file : {victim / "new\nline" / "-rf" / "--" / "file", victim / "bad\xff\xfe utf8" / "\xc3\x28",
+                               victim / ".hidden" / "..." / "x", victim / "locked-file"})
+    writeFile(file, "x");
   ::chmod((victim / "locked-file").c_str(), 0);
   ASSERT_EQ(::mkfifo((victim / "fifo").c_str(), 0600), 0);
   fs::create_hard_link(victim / "locked-file", dir / "hard link outside");

@@ -123,12 +123,11 @@ TEST_F(SystemScan, TrashUpdatesAndAllSourcesInTheirFixedOrderWithLargeUserLogs) 
   EXPECT_EQ(group->items()[1]->extraInfo(), fixture.at("/Library/Updates/041-12345").string());
   // All sources, the large user logs among them.
   standInTmutil("com.apple.TimeMachine.2024-03-04-094100.local\n", 0);
-  for (const auto& [file, bytes] : {std::pair{"~/Library/Logs/CoreSimulator/sim.log", 3 * kMiB},
-                                    {"~/Library/Logs/big.log", 2 * kMiB},
-                                    {"~/Library/Logs/small.log", 10 * kKiB},
-                                    {"~/Library/Logs/.hidden.log", 2 * kMiB},
-                                    {"~/Library/Application Support/MobileSync/Backup/X/Manifest.db", 2 * kMiB}})
-    fixture.file(file, bytes);
+  fixture.file("~/Library/Logs/CoreSimulator/sim.log", 3 * kMiB);
+  fixture.file("~/Library/Logs/small.log", 10 * kKiB);
+  for (const char* file : {"~/Library/Logs/big.log", "~/Library/Logs/.hidden.log",
+                           "~/Library/Application Support/MobileSync/Backup/X/Manifest.db"})
+    fixture.file(file, 2 * kMiB);
   auto items = scanSystemItems();
   ASSERT_EQ(labelsOf(items), (Labels{"Time Machine Local Snapshots", "Trash", "macOS Updates & Installers",
                                      "iOS Device Backups", "User Logs"}));
