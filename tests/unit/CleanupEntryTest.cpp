@@ -153,7 +153,7 @@ TEST(CleanupEntryDeathTest, ASumBeyondSixtyFourBitsStopsWithAMessage) {
   EXPECT_DEATH(group->selectedSize(), "overflows");
 }
 
-// Each call as one line; a unit as "location: description <file name> index/count". Stops when reaching unit 2.
+// Each call as one line; a unit as "location: description <file name> index/count". Stops when reaching unit 3.
 struct RecordingDeleteDelegate : DevFilesDeleteDelegate {
   std::vector<std::string> events;
   std::stop_source stop;
@@ -163,7 +163,7 @@ struct RecordingDeleteDelegate : DevFilesDeleteDelegate {
                     const std::optional<fs::path>& url, size_t index, size_t count) override {
     events.push_back(location + ": " + description + " <" + shown(url) + "> " + std::to_string(index) + "/" +
                      std::to_string(count));
-    if (index == 2) stop.request_stop();
+    if (index == 3) stop.request_stop();
   }
   void deleteFailed(DevFiles&, const std::exception& error, const std::string&, const std::string&,
                     const std::optional<fs::path>& url) override {
@@ -211,29 +211,19 @@ TEST_F(DeletionEngine, WalksLocationsInOrderEachDepthFirstFromTheLastChildSkippi
   EXPECT_DEBUG_DEATH(workList(), "ticked item under an unticked location");
 }
 
-TEST_F(DeletionEngine, EachPathIsAUnitAndAFailedUnitIsReportedWhileTheRunGoesOn) {
-  const fs::path one = temp / "one", vanished = temp / "vanished", three = temp / "three";
-  for (const auto& path : {one, three}) writeFileOfSize(path, 100);
-  add(Location::derivedData, entry("Project", true, {}, {one, vanished, three}));
-
-  deleteSelected(*devFiles, false);
-  EXPECT_THAT(delegate->events,
-              ElementsAre("started", "Derived Data: Project  <one> 1/3", "Derived Data: Project  <vanished> 2/3",
-                          "failed <vanished>", "Derived Data: Project  <three> 3/3", "finished"));
-  EXPECT_FALSE(fs::exists(one) || fs::exists(three));
-  // The engine leaves the tree as it was.
-  EXPECT_EQ(devFiles->entry(Location::derivedData)->items().front()->paths().size(), 3u);
-}
-
-TEST_F(DeletionEngine, AStoppedDeletionFinishesTheUnitAtHandAndReportsTheEnd) {
-  const fs::path one = temp / "one", two = temp / "two", three = temp / "three";
-  for (const auto& path : {one, two, three}) writeFileOfSize(path, 100);
-  add(Location::derivedData, entry("Project", true, {}, {one, two, three}));
+// A failed unit is reported and the run goes on; a stop (at unit 3) lets the unit at hand finish.
+TEST_F(DeletionEngine, EachPathIsAUnitAFailedOneIsReportedAndAStopEndsTheRunAfterTheUnitAtHand) {
+  const fs::path one = temp / "one", vanished = temp / "vanished", three = temp / "three", four = temp / "four";
+  for (const auto& path : {one, three, four}) writeFileOfSize(path, 100);
+  add(Location::derivedData, entry("Project", true, {}, {one, vanished, three, four}));
 
   deleteSelected(*devFiles, false, delegate->stop.get_token());
-  EXPECT_THAT(delegate->events, ElementsAre("started", "Derived Data: Project  <one> 1/3",
-                                            "Derived Data: Project  <two> 2/3", "finished"));
-  EXPECT_EQ(std::tuple(fs::exists(one), fs::exists(two), fs::exists(three)), std::tuple(false, false, true));
+  EXPECT_THAT(delegate->events,
+              ElementsAre("started", "Derived Data: Project  <one> 1/4", "Derived Data: Project  <vanished> 2/4",
+                          "failed <vanished>", "Derived Data: Project  <three> 3/4", "finished"));
+  EXPECT_EQ(std::tuple(fs::exists(one), fs::exists(three), fs::exists(four)), std::tuple(false, false, true));
+  // The engine leaves the tree as it was.
+  EXPECT_EQ(devFiles->entry(Location::derivedData)->items().front()->paths().size(), 4u);
 }
 
 TEST_F(DeletionEngine, DryRunLeavesTheTreeByteIdenticalAndSaysSo) {

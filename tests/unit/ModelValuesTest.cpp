@@ -215,7 +215,7 @@ TEST(FileDates, CreationDateOfRealItemsAndMissingOnes) {
   EXPECT_FALSE(fileCreationDate(dir / "missing").has_value());
 }
 
-TEST(Text, ComparesNumbersByValueCaseLastInTheLocaleCapitalizesAndComposes) {
+TEST(Text, ComparesNumbersByValueCaseLastCapitalizesComposesAndFormatsDatesInTheLocale) {
   ScopedTextLocale locale("en_US", "UTC");
   std::vector<std::string> texts = {"Xcode 15.10", "xcode 15.2", "Zebra",  "Xcode 15.1",
                                     "apple",       "Xcode 9",    "file10", "file2"};
@@ -238,10 +238,7 @@ TEST(Text, ComparesNumbersByValueCaseLastInTheLocaleCapitalizesAndComposes) {
     ScopedTextLocale scoped(language, "UTC");
     EXPECT_EQ(localizedStandardCompare("\xC3\xB6l", "zebra") > 0, after) << language;
   }
-}
-
-TEST(Text, FormatsDatesInTheLocaleAndTimeZone) {
-  // Berlin is UTC+1 in winter; late evening in Los Angeles is already the next day in UTC.
+  // Dates: Berlin is UTC+1 in winter; late evening in Los Angeles is already the next day in UTC.
   const std::vector<std::tuple<const char*, const char*, TimePoint, const char*, const char*>> cases = {
       {"en_US", "UTC", kMarch4, "Mar 4, 2024", "3/4/24, 9:41\u202FAM"},
       {"en_US", "UTC", distantPast(), "Jan 1, 1", nullptr},

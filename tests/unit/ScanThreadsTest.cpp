@@ -48,7 +48,6 @@ int64_t readTree(const CleanupEntry& entry) {
 
 class ScanThreads : public ::testing::Test {
  protected:
-  void SetUp() override { home = test::FixtureHome::write(temp / "home"); }
   std::shared_ptr<DevFiles> create(DevFiles::Executor executor = nullptr) {
     return DevFiles::create(home.developerFolder, std::nullopt, std::nullopt, std::move(executor)).value_or(nullptr);
   }
@@ -64,7 +63,7 @@ class ScanThreads : public ::testing::Test {
   std::deque<std::function<void()>> tasks;
   test::TempDir temp;
   ScopedHost host{test::hostWithRoot(temp.path())};
-  test::FixtureHome home;
+  test::FixtureHome home = test::FixtureHome::write(temp / "home");
   std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
 };
 
