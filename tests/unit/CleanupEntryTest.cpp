@@ -115,15 +115,12 @@ TEST(CleanupEntry, ATickChangesTheSubtreeAndTheAncestorsAndReportsExactlyWhatCha
   EXPECT_TRUE(a->isCheckable() && !entry("empty")->isCheckable());  // nothing to clean, nothing to tick
 }
 
-TEST(CleanupEntry, SizesOrderUnknownFirst) {
+TEST(CleanupEntry, SizesOrderUnknownFirstAndTreesAreMeasuredCountingHardLinksOnceAndDescribed) {
   std::vector<Size> sizes = {Size::value(5), Size::unknown(), Size::value(-1), Size::value(0), Size::unknown()};
   std::stable_sort(sizes.begin(), sizes.end());
   EXPECT_EQ(sizes,
             (std::vector<Size>{Size::unknown(), Size::unknown(), Size::value(-1), Size::value(0), Size::value(5)}));
   EXPECT_NE(Size::unknown(), Size::value(0));
-}
-
-TEST(CleanupEntry, MeasuresTreesCountingHardLinksOnceInParallelAsInSequenceAndDescribesThem) {
   TempDir dir;
   writeFileOfSize(dir / "a/big", 300000);
   writeFileOfSize(dir / "b/own", 100000);

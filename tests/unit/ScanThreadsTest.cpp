@@ -140,7 +140,11 @@ TEST_F(ScanThreads, AStoppedScanPostsNothingMoreShowsOnlyFinishedLocationsAndIts
   EXPECT_EQ(stoppedIterations.load(), 64);
 }
 
-TEST(ThreadPoolTest, ConcurrentPerformRunsEveryIterationOnceOnWorkersAndTheCaller) {
+void failIf(bool fail) {
+  if (fail) throw std::runtime_error("failed");
+}
+
+TEST(ThreadPoolTest, ConcurrentPerformRunsEveryIterationOnceOnWorkersAndTheCallerAndErrorsReachTheCaller) {
   ThreadPool pool(2);
   for (size_t count : {0u, 1u, 7u, 10000u}) {
     std::vector<std::atomic<int>> runs(count);
@@ -155,6 +159,18 @@ TEST(ThreadPoolTest, ConcurrentPerformRunsEveryIterationOnceOnWorkersAndTheCalle
     for (arrived.fetch_add(1); arrived.load() < 3;) std::this_thread::yield();
   });
   EXPECT_EQ(std::set(std::begin(threads), std::end(threads)).size(), 3u);
+  EXPECT_THROW(
+      pool.concurrentPerform(
+          4, [&](size_t outer) { pool.concurrentPerform(4, [&](size_t inner) { failIf(outer == 2 && inner == 1); }); }),
+      std::runtime_error);
+  ThreadPool::TaskGroup group(pool);
+  std::atomic<int> ran{0};
+  for (int i = 0; i < 200; ++i) group.run([&ran, i] { failIf(++ran && i % 50 == 0); });
+  EXPECT_THROW(group.wait(), std::runtime_error);
+  EXPECT_EQ(ran.load(), 200);
+  group.run([&ran] { ran.fetch_add(1); });  // the error was reported once; the group is clean again
+  EXPECT_NO_THROW(group.wait());
+  EXPECT_EQ(ran.load(), 201);
 }
 
 TEST(ThreadPoolTest, NestedUseOnASingleWorkerCompletes) {
@@ -168,26 +184,6 @@ TEST(ThreadPoolTest, NestedUseOnASingleWorkerCompletes) {
     group.wait();
   });
   EXPECT_EQ(leaves.load(), 4 * 5 * 6);
-}
-
-void failIf(bool fail) {
-  if (fail) throw std::runtime_error("failed");
-}
-
-TEST(ThreadPoolTest, ErrorsReachTheCallerAfterEveryTaskRanAndThePoolKeepsWorking) {
-  ThreadPool pool(2);
-  EXPECT_THROW(
-      pool.concurrentPerform(
-          4, [&](size_t outer) { pool.concurrentPerform(4, [&](size_t inner) { failIf(outer == 2 && inner == 1); }); }),
-      std::runtime_error);
-  ThreadPool::TaskGroup group(pool);
-  std::atomic<int> ran{0};
-  for (int i = 0; i < 200; ++i) group.run([&ran, i] { failIf(++ran && i % 50 == 0); });
-  EXPECT_THROW(group.wait(), std::runtime_error);
-  EXPECT_EQ(ran.load(), 200);
-  group.run([&ran] { ran.fetch_add(1); });  // the error was reported once; the group is clean again
-  EXPECT_NO_THROW(group.wait());
-  EXPECT_EQ(ran.load(), 201);
 }
 
 // A parallel tree walk whose tasks add tasks, while outside threads share the pool.
