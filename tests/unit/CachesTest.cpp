@@ -179,7 +179,7 @@ TEST(Catalogue, RowsAreWellFormedAndAListIsGroupedThroughoutOrNotAtAll) {
 
 using ProjectBuildsScannerTest = CatalogueHome;
 
-TEST_F(ProjectBuildsScannerTest, RulesPickCacheFoldersAndNeverEnterThem) {
+TEST_F(ProjectBuildsScannerTest, RulesPickCacheFoldersNeverEnterThemAndReportEachOnce) {
   project("site/package.json", {"node_modules/dep/target", ".next/cache"});
   project("site/node_modules/dep/Cargo.toml");  // inside a found folder: never examined
   project("mixed/CMakeLists.txt", {"build", ".gradle"});
@@ -198,6 +198,11 @@ TEST_F(ProjectBuildsScannerTest, RulesPickCacheFoldersAndNeverEnterThem) {
                                     {Kind::gradleBuild, {"mixed/.gradle"}},
                                     {Kind::cordovaPlatforms, {"cordova2/platforms"}},
                                     {Kind::rubyVendorBundle, {"rails/vendor/bundle"}}}));
+  // A covered folder is left out; the second root lies inside the first, so every folder below it is reachable twice.
+  project("code/a/Cargo.toml", {"target", "DerivedData", "../b/DerivedData"});
+  EXPECT_EQ(
+      relative(ProjectBuildsScanner::findFolders({home / "code", home / "code/a"}, {home / "code/b/DerivedData/"}, {})),
+      (std::map<Kind, Labels>{{Kind::derivedData, {"code/a/DerivedData"}}, {Kind::rustTarget, {"code/a/target"}}}));
 }
 
 TEST_F(ProjectBuildsScannerTest, DepthLimitHiddenFoldersPackagesLinksExclusionsAndSystemRoots) {
@@ -232,14 +237,6 @@ TEST_F(ProjectBuildsScannerTest, DepthLimitHiddenFoldersPackagesLinksExclusionsA
       UnorderedElementsAre(deep + "target", "code/Library/app/target", "code/engine/target",
                            "code/Not.a.package/target", "../root/opt/tool/target", "../root/usr/local/src/app/target"));
   EXPECT_THAT(found[Kind::derivedData], ElementsAre("code/ios/DerivedData"));
-}
-
-TEST_F(ProjectBuildsScannerTest, CoveredFoldersAndFoldersReachableTwiceAreReportedOnce) {
-  project("code/a/Cargo.toml", {"target", "DerivedData", "../b/DerivedData"});
-  // The second root lies inside the first, so every folder below it is reachable twice.
-  EXPECT_EQ(
-      relative(ProjectBuildsScanner::findFolders({home, home / "code"}, {home / "code/b/DerivedData/"}, {})),
-      (std::map<Kind, Labels>{{Kind::derivedData, {"code/a/DerivedData"}}, {Kind::rustTarget, {"code/a/target"}}}));
 }
 
 // A tree wide enough for the pool to interleave listings; a plain last-in-first-out walk gives the expected order.

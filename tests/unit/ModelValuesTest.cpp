@@ -93,7 +93,7 @@ AppleDevices tableFrom(const test::TempDir& dir, std::string_view csv) {
   return AppleDevices::fromFile(dir / "device_identifiers.csv");
 }
 
-TEST(AppleDevices, LooksUpNamesWithTheTableRules) {
+TEST(AppleDevices, LooksUpNamesWithTheTableRulesAndAMissingOrBrokenTableLogsOnce) {
   test::TempDir dir;
   LogCapture log;
   auto table = tableFrom(dir,
@@ -124,10 +124,8 @@ TEST(AppleDevices, LooksUpNamesWithTheTableRules) {
   for (const auto& [csv, type] : {std::pair{"a\n1.5\nx\n", text}, {"a\n+5\n", integer}, {"a\n+1.5\n", decimal}})
     EXPECT_EQ(CsvTable::parse(csv).columnType(0), type) << csv;
   EXPECT_TRUE(CsvTable::parse("\xEF\xBB\xBFidentifier,name\na,b\n").columnIndex("identifier"));  // no byte-order mark
-}
-
-TEST(AppleDevices, AMissingOrBrokenTableLogsOnceAndAnswersWithTheIdentifier) {
-  test::TempDir dir;
+  // A missing or broken table logs once, and every lookup answers with the identifier.
+  std::filesystem::remove(dir / "device_identifiers.csv");
   for (const auto& [contents, reason] : std::vector<std::pair<std::optional<std::string>, std::string>>{
            {std::nullopt, "AppleDevices: device_identifiers.csv missing in bundle."},
            {"identifier,name\n\"iPhone16,2,iPhone\n", "unterminated quoted field"},
@@ -137,9 +135,9 @@ TEST(AppleDevices, AMissingOrBrokenTableLogsOnceAndAnswersWithTheIdentifier) {
            {"identifier,name\na,\xFF\xFE\n", "not UTF-8"},
            {"identifier,name\nlonely\n", "line 2 has 1 field, the header has 2"},
            {"identifier,name\n\"a,1\",b\nWatch7,1,Apple Watch\n", "line 3 has 3 fields"}}) {
-    LogCapture log;
+    LogCapture logged;
     auto devices = contents ? tableFrom(dir, *contents) : AppleDevices::fromFile(dir / "device_identifiers.csv");
-    EXPECT_THAT(log.lines(),
+    EXPECT_THAT(logged.lines(),
                 ElementsAre(AllOf(HasSubstr(contents ? "AppleDevices: Unable to load device_identifiers.csv: " : ""),
                                   HasSubstr(reason))));
     EXPECT_EQ(devices.size(), 0u) << reason;
@@ -171,7 +169,7 @@ TEST_F(XcodeEntries, DeviceSupportLabelsWithAndWithoutDevicesBuildsAndArchitectu
   }
 }
 
-TEST_F(XcodeEntries, OSTypesComeFromExactNamesAndIconsCoverTheVersionsWithTheirOwnPicture) {
+TEST_F(XcodeEntries, OSTypesComeFromExactNamesIconsCoverTheVersionsAndEntriesAreTheSameByTheirFacts) {
   const std::vector<std::pair<std::string, OSType>> names = {
       {"iOS", OSType::iOS},           {"watchOS", OSType::watchOS}, {"tvOS", OSType::tvOS},  {"macOS", OSType::macOS},
       {"visionOS", OSType::visionOS}, {"ios", OSType::other},       {"xrOS", OSType::other}, {"iOS ", OSType::other}};
@@ -189,9 +187,7 @@ TEST_F(XcodeEntries, OSTypesComeFromExactNamesAndIconsCoverTheVersionsWithTheirO
     DeviceSupportFileEntry entry(std::nullopt, type, version(text), std::nullopt, kMarch4, std::nullopt, false);
     EXPECT_EQ(entry.icon(), Icon::image(std::string("OS/") + picture)) << picture << " " << text;
   }
-}
-
-TEST_F(XcodeEntries, DeviceSupportEntriesAreTheSameItemByTheirFacts) {
+  // Two entries are the same item by their facts.
   const AppleBuild build("(21E219)");
   auto make = [](std::optional<std::string> device, std::string_view text, std::optional<AppleBuild> built,
                  std::optional<std::string> architecture = {}, EntryDate date = kMarch4) {

@@ -131,7 +131,7 @@ TEST_F(SystemScan, BackupsNamedFromTheirInfoTrashUpdatesAndAllSourcesInTheirFixe
             "Logs at " + fixture.at("~/Library/Logs/big.log").string() + ". Recreated by the app that writes them.");
 }
 
-TEST(CloudDisplayName, NamesTheProviderAndTheAccount) {
+TEST_F(SystemScan, CloudFoldersAreNamedForTheProviderAndAccountAndFoundOnceLargestFirst) {
   Labels shown;  // prefixes are case-sensitive
   for (const char* folder : {"GoogleDrive-ann@example.com", "OneDrive - Contoso Ltd", "Dropbox (Personal)", "Box-Box",
                              "pCloud Drive", "Sync-Work", "ProtonDrive-ann@proton.me", "Creative Cloud Files",
@@ -140,9 +140,6 @@ TEST(CloudDisplayName, NamesTheProviderAndTheAccount) {
   EXPECT_EQ(shown, (Labels{"Google Drive – ann@example.com", "OneDrive – Contoso Ltd", "Dropbox – Personal", "Box",
                            "pCloud – Drive", "Sync.com – Work", "Proton Drive – ann@proton.me", "Creative Cloud",
                            "iCloud Drive", "MEGA – x", "SomethingElse-x", "dropbox"}));
-}
-
-TEST_F(SystemScan, CloudFoldersFindsEachSyncedFolderOnceLargestFirst) {
   fs::create_directories(fixture.at("~/Library/CloudStorage"));
   EXPECT_TRUE(scanCloudFolders().empty()) << "nothing synced, nothing listed";
   fixture.file("~/Library/CloudStorage/Dropbox/Photos/a.jpg", 3 * kMiB);
