@@ -150,14 +150,6 @@ TEST_F(MakeEntries, HardLinksCountOncePerEntryButAgainInAnotherEntry) {
             std::tuple(size_t{2}, once, once));
 }
 
-TEST(CacheEntrySize, LargeEnoughFromOneMebibyte) {
-  CleanupEntry entry("x", "");
-  for (auto [bytes, large] : {std::pair{1'048'575, false}, {1'048'576, true}}) {
-    entry.setSize(CleanupEntry::Size::value(bytes));
-    EXPECT_EQ(DevCaches::isLargeEnough(entry), large) << bytes;
-  }
-}
-
 // Data rows, not code: each is well formed, and a list is grouped throughout or not at all.
 TEST(Catalogue, RowsAreWellFormedAndAListIsGroupedThroughoutOrNotAtAll) {
   std::set<std::string> labels;
@@ -294,6 +286,12 @@ TEST_F(ProjectBuildsScannerTest, EntriesKeepFoldersOfAtLeastOneMebibyteLargestFi
               ElementsAre("Rust \u2013 target", "big/target | ~/code/big | 0", "medium/target | ~/code/medium | 0",
                           "Ruby \u2013 vendor/bundle", "vendor/bundle | ~/code/rails/vendor | 0"));
   EXPECT_THAT(entries[0]->items()[0]->paths(), ElementsAre(home / "code/big/target"));
+  // The threshold itself, on any entry.
+  CleanupEntry entry("x", "");
+  for (auto [bytes, large] : {std::pair{1'048'575, false}, {1'048'576, true}}) {
+    entry.setSize(CleanupEntry::Size::value(bytes));
+    EXPECT_EQ(DevCaches::isLargeEnough(entry), large) << bytes;
+  }
 }
 
 // Patterns and the project walk pass over what they cannot list, silently.

@@ -144,7 +144,7 @@ void failIf(bool fail) {
   if (fail) throw std::runtime_error("failed");
 }
 
-TEST(ThreadPoolTest, ConcurrentPerformRunsEveryIterationOnceOnWorkersAndTheCallerAndErrorsReachTheCaller) {
+TEST(ThreadPoolTest, RunsEveryIterationOnceOnWorkersAndCallerErrorsReachTheCallerAndNestingEndsOnOneWorker) {
   ThreadPool pool(2);
   for (size_t count : {0u, 1u, 7u, 10000u}) {
     std::vector<std::atomic<int>> runs(count);
@@ -171,17 +171,14 @@ TEST(ThreadPoolTest, ConcurrentPerformRunsEveryIterationOnceOnWorkersAndTheCalle
   group.run([&ran] { ran.fetch_add(1); });  // the error was reported once; the group is clean again
   EXPECT_NO_THROW(group.wait());
   EXPECT_EQ(ran.load(), 201);
-}
-
-TEST(ThreadPoolTest, NestedUseOnASingleWorkerCompletes) {
   // One worker and three levels of nesting, groups inside loops: only help-while-waiting lets this finish.
-  ThreadPool pool(1);
+  ThreadPool single(1);
   std::atomic<int> leaves{0};
-  pool.concurrentPerform(4, [&](size_t) {
-    ThreadPool::TaskGroup group(pool);
+  single.concurrentPerform(4, [&](size_t) {
+    ThreadPool::TaskGroup nested(single);
     for (int task = 0; task < 5; ++task)
-      group.run([&] { pool.concurrentPerform(6, [&](size_t) { leaves.fetch_add(1); }); });
-    group.wait();
+      nested.run([&] { single.concurrentPerform(6, [&](size_t) { leaves.fetch_add(1); }); });
+    nested.wait();
   });
   EXPECT_EQ(leaves.load(), 4 * 5 * 6);
 }
