@@ -286,7 +286,6 @@ TEST_F(ProjectBuildsScannerTest, EntriesKeepFoldersOfAtLeastOneMebibyteLargestFi
               ElementsAre("Rust \u2013 target", "big/target | ~/code/big | 0", "medium/target | ~/code/medium | 0",
                           "Ruby \u2013 vendor/bundle", "vendor/bundle | ~/code/rails/vendor | 0"));
   EXPECT_THAT(entries[0]->items()[0]->paths(), ElementsAre(home / "code/big/target"));
-  // The threshold itself, on any entry.
   CleanupEntry entry("x", "");
   for (auto [bytes, large] : {std::pair{1'048'575, false}, {1'048'576, true}}) {
     entry.setSize(CleanupEntry::Size::value(bytes));

@@ -124,7 +124,6 @@ TEST(AppleDevices, LooksUpNamesWithTheTableRulesAndAMissingOrBrokenTableLogsOnce
   for (const auto& [csv, type] : {std::pair{"a\n1.5\nx\n", text}, {"a\n+5\n", integer}, {"a\n+1.5\n", decimal}})
     EXPECT_EQ(CsvTable::parse(csv).columnType(0), type) << csv;
   EXPECT_TRUE(CsvTable::parse("\xEF\xBB\xBFidentifier,name\na,b\n").columnIndex("identifier"));  // no byte-order mark
-  // A missing or broken table logs once, and every lookup answers with the identifier.
   std::filesystem::remove(dir / "device_identifiers.csv");
   for (const auto& [contents, reason] : std::vector<std::pair<std::optional<std::string>, std::string>>{
            {std::nullopt, "AppleDevices: device_identifiers.csv missing in bundle."},
@@ -187,7 +186,6 @@ TEST_F(XcodeEntries, OSTypesComeFromExactNamesIconsCoverTheVersionsAndEntriesAre
     DeviceSupportFileEntry entry(std::nullopt, type, version(text), std::nullopt, kMarch4, std::nullopt, false);
     EXPECT_EQ(entry.icon(), Icon::image(std::string("OS/") + picture)) << picture << " " << text;
   }
-  // Two entries are the same item by their facts.
   const AppleBuild build("(21E219)");
   auto make = [](std::optional<std::string> device, std::string_view text, std::optional<AppleBuild> built,
                  std::optional<std::string> architecture = {}, EntryDate date = kMarch4) {

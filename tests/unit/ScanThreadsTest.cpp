@@ -126,7 +126,6 @@ TEST_F(ScanThreads, AStoppedScanPostsNothingMoreShowsOnlyFinishedLocationsAndIts
   EXPECT_THAT(queuedDriver->entry(Location::derivedData)->items(), IsEmpty());
   EXPECT_EQ(queuedDriver->state(), DevFiles::State::initial);
 
-  // Deep loops of a stopped job give up.
   ASSERT_GT(measurePath(home.developerFolder, nullptr), 0);
   ASSERT_FALSE(scanProjectBuilds({}).empty());
 
