@@ -30,7 +30,11 @@ const EntryDate kMarch4 = sys_days{year{2024} / March / 4} + hours{9} + minutes{
 
 Version version(std::string_view text) { return *Version::fromString(text); }
 
-TEST(AppleBuild, SplitsIntoNumberLetterAndDailyPartAndOrdersByThem) {
+std::optional<std::string> printed(const std::optional<Version>& version) {
+  return version ? std::optional<std::string>(version->toString()) : std::nullopt;
+}
+
+TEST(AppleBuildAndVersion, PartsOfBuildsAndDottedVersionsTheSystemRecordPrintingAndOrder) {
   // White space before the number, the letter and the daily part is skipped; e with a combining accent is one letter.
   std::string parts;  // number, letter and daily part of each, "-" for an absent one
   for (const char* text : {"21A5248p", "15", "   ", " 21 E219", " 21 A \n 5248p", "(21E219)", "-3A1",
@@ -55,22 +59,16 @@ TEST(AppleBuild, SplitsIntoNumberLetterAndDailyPartAndOrdersByThem) {
   // Neither of two equal builds comes first; a number decides as soon as one side has it.
   for (const auto& [a, b] : {std::pair{"21A5248p", " 21 A 5248p"}, {"0B", "A"}})
     EXPECT_FALSE(AppleBuild(a) < AppleBuild(b) || AppleBuild(b) < AppleBuild(a)) << a;
-}
-
-std::optional<std::string> printed(const std::optional<Version>& version) {
-  return version ? std::optional<std::string>(version->toString()) : std::nullopt;
-}
-
-TEST(Version, ParsesDottedTextAndTheSystemRecordPrintsThemBackAndOrdersThem) {
+  // Versions: nothing is trimmed, empty pieces are dropped.
   for (const char* text : {"18446744073709551616.1", "15", "1.2.3.4", "1.2.3..4", " 15.2", "-1.2", "１.２"})
-    EXPECT_FALSE(Version::fromString(text)) << text;  // nothing is trimmed
+    EXPECT_FALSE(Version::fromString(text)) << text;
   EXPECT_EQ(version("18446744073709551615.1").toString(), "18446744073709551615.1");
   for (const auto& [text, shown] : {std::pair{"15.2.0", "15.2.0"}, {".1..2.", "1.2"}, {"007.08", "7.8"}})
-    EXPECT_EQ(version(text).toString(), shown) << text;  // empty pieces are dropped
-  const std::vector<std::string> ascending = {"2.0", "9.9.9", "10.0", "16.0", "16.0.1", "16.1", "16.10", "17.0"};
-  for (size_t i = 0; i + 1 < ascending.size(); ++i) {
-    const Version earlier = version(ascending[i]), later = version(ascending[i + 1]);
-    EXPECT_TRUE(earlier < later && !(later < earlier)) << ascending[i];
+    EXPECT_EQ(version(text).toString(), shown) << text;
+  const std::vector<std::string> versions = {"2.0", "9.9.9", "10.0", "16.0", "16.0.1", "16.1", "16.10", "17.0"};
+  for (size_t i = 0; i + 1 < versions.size(); ++i) {
+    const Version earlier = version(versions[i]), later = version(versions[i + 1]);
+    EXPECT_TRUE(earlier < later && !(later < earlier)) << versions[i];
   }
   // An absent patch equals a zero patch, though it prints differently.
   EXPECT_EQ(version("15.2"), version("15.2.0"));
