@@ -227,9 +227,7 @@ TEST_F(DeletionEngine, DryRunLeavesTheTreeByteIdenticalAndSaysSo) {
   fixture.populate();
   fs::create_directory_symlink(temp.path(), fixture.xcode() / "DerivedData" / "link-to-home");
   devFiles->scan({Location::derivedData, Location::archives, Location::oldDocumentation});
-  devFiles->entry(Location::derivedData)->select();
-  devFiles->entry(Location::oldDocumentation)->select();
-  devFiles->entry(Location::derivedData)->updateSelection();
+  for (Location location : {Location::derivedData, Location::oldDocumentation}) devFiles->entry(location)->select();
   const auto before = snapshot(temp.path());
   LogCapture log;
 
