@@ -195,7 +195,7 @@ TEST_F(XcodeEntries, OSTypesComeFromExactNamesIconsCoverTheVersionsAndEntriesAre
                base == make({}, "17.4", build, "arm64e") || base == make("iPhone15,2", "17.4", build));
 }
 
-TEST(FileDates, CreationDateOfRealItemsAndMissingOnes) {
+TEST(TextAndDates, FileCreationDatesComparesNumbersByValueCaseLastCapitalizesComposesAndFormatsInTheLocale) {
   test::TempDir dir;
   const auto before = system_clock::now() - seconds(5);
   test::writeFile(dir / "folder/file", "x");
@@ -205,9 +205,6 @@ TEST(FileDates, CreationDateOfRealItemsAndMissingOnes) {
   std::filesystem::create_symlink(dir / "nowhere", dir / "dangling");
   EXPECT_TRUE(fileCreationDate(dir / "dangling").has_value());
   EXPECT_FALSE(fileCreationDate(dir / "missing").has_value());
-}
-
-TEST(Text, ComparesNumbersByValueCaseLastCapitalizesComposesAndFormatsDatesInTheLocale) {
   ScopedTextLocale locale("en_US", "UTC");
   std::vector<std::string> texts = {"Xcode 15.10", "xcode 15.2", "Zebra",  "Xcode 15.1",
                                     "apple",       "Xcode 9",    "file10", "file2"};

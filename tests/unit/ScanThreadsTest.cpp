@@ -143,7 +143,7 @@ void failIf(bool fail) {
   if (fail) throw std::runtime_error("failed");
 }
 
-TEST(ThreadPoolTest, RunsEveryIterationOnceOnWorkersAndCallerErrorsReachTheCallerAndNestingEndsOnOneWorker) {
+TEST(ThreadPoolTest, RunsEveryIterationOnceErrorsReachTheCallerNestingEndsAndTasksAddTasksBesideOutsideCallers) {
   ThreadPool pool(2);
   for (size_t count : {0u, 1u, 7u, 10000u}) {
     std::vector<std::atomic<int>> runs(count);
@@ -180,24 +180,20 @@ TEST(ThreadPoolTest, RunsEveryIterationOnceOnWorkersAndCallerErrorsReachTheCalle
     nested.wait();
   });
   EXPECT_EQ(leaves.load(), 4 * 5 * 6);
-}
-
-// A parallel tree walk whose tasks add tasks, while outside threads share the pool.
-TEST(ThreadPoolTest, TasksThatAddTasksAndOutsideCallersShareOnePool) {
-  ThreadPool pool(3);
+  ThreadPool wide(3);  // a parallel tree walk whose tasks add tasks, while outside threads share the pool.
   std::atomic<int> visited{0}, total{0};
   std::vector<std::thread> callers;
   for (int caller = 0; caller < 4; ++caller)
     callers.emplace_back([&] {
-      for (int round = 0; round < 50; ++round) pool.concurrentPerform(20, [&](size_t) { total.fetch_add(1); });
+      for (int round = 0; round < 50; ++round) wide.concurrentPerform(20, [&](size_t) { total.fetch_add(1); });
     });
-  ThreadPool::TaskGroup group(pool);
+  ThreadPool::TaskGroup walk(wide);
   std::function<void(int)> visit = [&](int depth) {
     visited.fetch_add(1);
-    for (int child = 0; depth > 0 && child < 4; ++child) group.run([&visit, depth] { visit(depth - 1); });
+    for (int child = 0; depth > 0 && child < 4; ++child) walk.run([&visit, depth] { visit(depth - 1); });
   };
-  group.run([&] { visit(6); });
-  group.wait();
+  walk.run([&] { visit(6); });
+  walk.wait();
   for (auto& caller : callers) caller.join();
   EXPECT_EQ(visited.load(), 5461);  // 1 + 4 + 16 + ... + 4^6
   EXPECT_EQ(total.load(), 4 * 50 * 20);
