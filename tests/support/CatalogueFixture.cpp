@@ -10,8 +10,6 @@
 
 #include <stdexcept>
 
-#include "support/StandInTools.h"
-
 namespace tw::test {
 namespace {
 

@@ -90,8 +90,7 @@ TEST(CleanupEntry, SelectsTheWholeSubtreeAndCountsTheSelectedSize) {
   a->setSelection(mixed);  // only "on" counts for the entry itself
   EXPECT_EQ(root->selectedSize(), 20);
   group->deselect();
-  EXPECT_EQ(a->selection(), off);
-  EXPECT_EQ(root->selection(), on);
+  EXPECT_EQ(std::pair(a->selection(), root->selection()), std::pair(off, on));
   EXPECT_EQ(root->updateSelection(), off);
   EXPECT_EQ(root->selectedSize(), 0);
 }
@@ -116,15 +115,12 @@ TEST(CleanupEntry, ATickChangesTheSubtreeAndTheAncestorsAndReportsExactlyWhatCha
   EXPECT_TRUE(a->isCheckable() && !entry("empty")->isCheckable());  // nothing to clean, nothing to tick
 }
 
-TEST(CleanupEntry, SizesOrderUnknownFirst) {
+TEST(CleanupEntry, SizesOrderUnknownFirstAndTreesAreMeasuredCountingHardLinksOnceAndDescribed) {
   std::vector<Size> sizes = {Size::value(5), Size::unknown(), Size::value(-1), Size::value(0), Size::unknown()};
   std::stable_sort(sizes.begin(), sizes.end());
   EXPECT_EQ(sizes,
             (std::vector<Size>{Size::unknown(), Size::unknown(), Size::value(-1), Size::value(0), Size::value(5)}));
   EXPECT_NE(Size::unknown(), Size::value(0));
-}
-
-TEST(CleanupEntry, MeasuresTreesCountingHardLinksOnceInParallelAsInSequenceAndDescribesThem) {
   TempDir dir;
   writeFileOfSize(dir / "a/big", 300000);
   writeFileOfSize(dir / "b/own", 100000);
@@ -154,15 +150,17 @@ TEST(CleanupEntryDeathTest, ASumBeyondSixtyFourBitsStopsWithAMessage) {
   EXPECT_DEATH(group->selectedSize(), "overflows");
 }
 
-// Each call as one line; a unit as "location: description <file name> index/count".
+// Each call as one line; a unit as "location: description <file name> index/count". Stops when reaching unit 3.
 struct RecordingDeleteDelegate : DevFilesDeleteDelegate {
   std::vector<std::string> events;
+  std::stop_source stop;
   static std::string shown(const std::optional<fs::path>& url) { return url.value_or("-").filename().string(); }
   void deleteStarted(DevFiles&) override { events.push_back("started"); }
   void deletingItem(DevFiles&, const std::string& location, const std::string& description,
                     const std::optional<fs::path>& url, size_t index, size_t count) override {
     events.push_back(location + ": " + description + " <" + shown(url) + "> " + std::to_string(index) + "/" +
                      std::to_string(count));
+    if (index == 3) stop.request_stop();
   }
   void deleteFailed(DevFiles&, const std::exception& error, const std::string&, const std::string&,
                     const std::optional<fs::path>& url) override {
@@ -210,27 +208,26 @@ TEST_F(DeletionEngine, WalksLocationsInOrderEachDepthFirstFromTheLastChildSkippi
   EXPECT_DEBUG_DEATH(workList(), "ticked item under an unticked location");
 }
 
-TEST_F(DeletionEngine, EachPathIsAUnitAndAFailedUnitIsReportedWhileTheRunGoesOn) {
-  const fs::path one = temp / "one", vanished = temp / "vanished", three = temp / "three";
-  for (const auto& path : {one, three}) writeFileOfSize(path, 100);
-  add(Location::derivedData, entry("Project", true, {}, {one, vanished, three}));
+// A failed unit is reported and the run goes on; a stop (at unit 3) lets the unit at hand finish.
+TEST_F(DeletionEngine, EachPathIsAUnitAFailedOneIsReportedAndAStopEndsTheRunAfterTheUnitAtHand) {
+  const fs::path one = temp / "one", vanished = temp / "vanished", three = temp / "three", four = temp / "four";
+  for (const auto& path : {one, three, four}) writeFileOfSize(path, 100);
+  add(Location::derivedData, entry("Project", true, {}, {one, vanished, three, four}));
 
-  deleteSelected(*devFiles, false);
+  deleteSelected(*devFiles, false, delegate->stop.get_token());
   EXPECT_THAT(delegate->events,
-              ElementsAre("started", "Derived Data: Project  <one> 1/3", "Derived Data: Project  <vanished> 2/3",
-                          "failed <vanished>", "Derived Data: Project  <three> 3/3", "finished"));
-  EXPECT_FALSE(fs::exists(one) || fs::exists(three));
+              ElementsAre("started", "Derived Data: Project  <one> 1/4", "Derived Data: Project  <vanished> 2/4",
+                          "failed <vanished>", "Derived Data: Project  <three> 3/4", "finished"));
+  EXPECT_EQ(std::tuple(fs::exists(one), fs::exists(three), fs::exists(four)), std::tuple(false, false, true));
   // The engine leaves the tree as it was.
-  EXPECT_EQ(devFiles->entry(Location::derivedData)->items().front()->paths().size(), 3u);
+  EXPECT_EQ(devFiles->entry(Location::derivedData)->items().front()->paths().size(), 4u);
 }
 
 TEST_F(DeletionEngine, DryRunLeavesTheTreeByteIdenticalAndSaysSo) {
   fixture.populate();
   fs::create_directory_symlink(temp.path(), fixture.xcode() / "DerivedData" / "link-to-home");
   devFiles->scan({Location::derivedData, Location::archives, Location::oldDocumentation});
-  devFiles->entry(Location::derivedData)->select();
-  devFiles->entry(Location::oldDocumentation)->select();
-  devFiles->entry(Location::derivedData)->updateSelection();
+  for (Location location : {Location::derivedData, Location::oldDocumentation}) devFiles->entry(location)->select();
   const auto before = snapshot(temp.path());
   LogCapture log;
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <limits>
 
 #include "model/AppleBuild.h"
 #include "model/AppleDevices.h"
@@ -23,37 +22,36 @@ namespace {
 
 using namespace std::chrono;
 using test::LogCapture;
-using ::testing::HasSubstr;
+using namespace ::testing;
 using OSType = DeviceSupportFileEntry::OSType;
 using Icon = CleanupEntry::Icon;
 
-// 4 March 2024, 09:41:00 UTC.
 const EntryDate kMarch4 = sys_days{year{2024} / March / 4} + hours{9} + minutes{41};
 
 Version version(std::string_view text) { return *Version::fromString(text); }
 
-TEST(AppleBuild, SplitsIntoNumberLetterAndDailyPartAndOrdersByThem) {
+std::optional<std::string> printed(const std::optional<Version>& version) {
+  return version ? std::optional<std::string>(version->toString()) : std::nullopt;
+}
+
+TEST(AppleBuildAndVersion, PartsOfBuildsAndDottedVersionsTheSystemRecordPrintingAndOrder) {
   // White space before the number, the letter and the daily part is skipped; e with a combining accent is one letter.
-  const std::vector<std::tuple<std::string, std::optional<int64_t>, std::optional<std::string>, std::string>> cases = {
-      {"21A5248p", 21, "A", "5248p"},
-      {"15", 15, std::nullopt, ""},
-      {"   ", std::nullopt, std::nullopt, ""},
-      {" 21 E219", 21, "E", "219"},
-      {" 21 A \n 5248p", 21, "A", "5248p"},
-      {"(21E219)", std::nullopt, "(", "21E219)"},
-      {"-3A1", -3, "A", "1"},
-      {"99999999999999999999Z", std::numeric_limits<int64_t>::max(), "Z", ""},
-      {"20e\xCC\x81x", 20, "e\xCC\x81", "x"}};
-  for (const auto& [text, major, letter, daily] : cases) {
+  std::string parts;  // number, letter and daily part of each, "-" for an absent one
+  for (const char* text : {"21A5248p", "15", "   ", " 21 E219", " 21 A \n 5248p", "(21E219)", "-3A1",
+                           "99999999999999999999Z", "20e\xCC\x81x"}) {
     AppleBuild build(text);
-    EXPECT_TRUE(build.major == major && build.minor == letter && build.daily == daily) << text;
     EXPECT_EQ(build.toString(), text);
+    parts += (build.major ? std::to_string(*build.major) : "-") + " " + build.minor.value_or("-") + " " +
+             build.daily.value_or("-") + "|";
   }
+  EXPECT_EQ(parts,
+            "21 A 5248p|15 - |- - |21 E 219|21 A 5248p|- ( 21E219)|-3 A 1|9223372036854775807 Z |20 e\xCC\x81 x|");
   EXPECT_EQ(AppleBuild("21A5248p"), AppleBuild(" 21 A 5248p"));  // equality compares the parts
   EXPECT_NE(AppleBuild("A1"), AppleBuild("0A1"));                // an absent number differs from 0
   // Strictly ascending: no number counts as 0, no letter before a letter, upper before lower case.
-  const std::vector<std::string> ascending = {"-2A",  "",       "A1",  "1A",   "9Z",   "21",     "21A5248p", "21A559",
-                                              "21B5", "21E999", "21F", "21a1", "22A1", "22A100", "22A99"};
+  const std::vector<std::string> ascending = {"-2A", "",     "(20E247)", "(21E219)", "A1",   "1A",
+                                              "9Z",  "21",   "21A5248p", "21A559",   "21B5", "21E999",
+                                              "21F", "21a1", "22A1",     "22A100",   "22A99"};
   for (size_t i = 0; i + 1 < ascending.size(); ++i) {
     const AppleBuild earlier(ascending[i]), later(ascending[i + 1]);
     EXPECT_TRUE(earlier < later && !(later < earlier)) << ascending[i] << " < " << ascending[i + 1];
@@ -61,23 +59,16 @@ TEST(AppleBuild, SplitsIntoNumberLetterAndDailyPartAndOrdersByThem) {
   // Neither of two equal builds comes first; a number decides as soon as one side has it.
   for (const auto& [a, b] : {std::pair{"21A5248p", " 21 A 5248p"}, {"0B", "A"}})
     EXPECT_FALSE(AppleBuild(a) < AppleBuild(b) || AppleBuild(b) < AppleBuild(a)) << a;
-  EXPECT_TRUE(AppleBuild("(20E247)") < AppleBuild("(21E219)"));
-}
-
-std::optional<std::string> printed(const std::optional<Version>& version) {
-  return version ? std::optional<std::string>(version->toString()) : std::nullopt;
-}
-
-TEST(Version, ParsesDottedTextAndTheSystemRecordPrintsThemBackAndOrdersThem) {
+  // Versions: nothing is trimmed, empty pieces are dropped.
   for (const char* text : {"18446744073709551616.1", "15", "1.2.3.4", "1.2.3..4", " 15.2", "-1.2", "１.２"})
-    EXPECT_FALSE(Version::fromString(text)) << text;  // nothing is trimmed
+    EXPECT_FALSE(Version::fromString(text)) << text;
   EXPECT_EQ(version("18446744073709551615.1").toString(), "18446744073709551615.1");
   for (const auto& [text, shown] : {std::pair{"15.2.0", "15.2.0"}, {".1..2.", "1.2"}, {"007.08", "7.8"}})
-    EXPECT_EQ(version(text).toString(), shown) << text;  // empty pieces are dropped
-  const std::vector<std::string> ascending = {"2.0", "9.9.9", "10.0", "16.0", "16.0.1", "16.1", "16.10", "17.0"};
-  for (size_t i = 0; i + 1 < ascending.size(); ++i) {
-    const Version earlier = version(ascending[i]), later = version(ascending[i + 1]);
-    EXPECT_TRUE(earlier < later && !(later < earlier)) << ascending[i];
+    EXPECT_EQ(version(text).toString(), shown) << text;
+  const std::vector<std::string> versions = {"2.0", "9.9.9", "10.0", "16.0", "16.0.1", "16.1", "16.10", "17.0"};
+  for (size_t i = 0; i + 1 < versions.size(); ++i) {
+    const Version earlier = version(versions[i]), later = version(versions[i + 1]);
+    EXPECT_TRUE(earlier < later && !(later < earlier)) << versions[i];
   }
   // An absent patch equals a zero patch, though it prints differently.
   EXPECT_EQ(version("15.2"), version("15.2.0"));
@@ -100,7 +91,7 @@ AppleDevices tableFrom(const test::TempDir& dir, std::string_view csv) {
   return AppleDevices::fromFile(dir / "device_identifiers.csv");
 }
 
-TEST(AppleDevices, LooksUpNamesWithTheTableRules) {
+TEST(AppleDevices, LooksUpNamesWithTheTableRulesAndAMissingOrBrokenTableLogsOnce) {
   test::TempDir dir;
   LogCapture log;
   auto table = tableFrom(dir,
@@ -116,17 +107,13 @@ TEST(AppleDevices, LooksUpNamesWithTheTableRules) {
                          "x,\"Odd,1\",\"Say \"\"hi\"\", C:\\dir\",2020\n"         // doubled quotes, no escapes
                          "x,\"Multi,1\",\"Two\nLines\n\",2020\n");
   EXPECT_TRUE(log.lines().empty());
-  const std::pair<const char*, const char*> names[] = {
-      {"iPhone16,2", "iPhone 15 Pro Max"},
-      {"iPhone15,2", "iPhone 14 Pro"},
-      {"Odd,1", "Say \"hi\", C:\\dir"},
-      {"Multi,1", "Two\nLines"},
-      {"", "Unknown Device"},
-      {"AppleTV14,1", "Apple TV 4K (3rd generation)"},
-  };
-  for (const auto& [identifier, name] : names) EXPECT_EQ(table.lookup(identifier), name);
-  for (const char* identifier : {"Watch7,1", "Watch7,2", "NULL", "Unknown9,9"})
-    EXPECT_EQ(table.lookup(identifier), identifier);
+  std::vector<std::string> names;
+  for (const char* identifier : {"iPhone16,2", "iPhone15,2", "Odd,1", "Multi,1", "", "AppleTV14,1", "Watch7,1",
+                                 "Watch7,2", "NULL", "Unknown9,9"})
+    names.push_back(table.lookup(identifier));
+  EXPECT_EQ(names, (std::vector<std::string>{"iPhone 15 Pro Max", "iPhone 14 Pro", "Say \"hi\", C:\\dir", "Two\nLines",
+                                             "Unknown Device", "Apple TV 4K (3rd generation)", "Watch7,1", "Watch7,2",
+                                             "NULL", "Unknown9,9"}));
   EXPECT_EQ(table.size(), 7u);
   // A column holding only numbers or booleans is read as such: its cells are no text.
   EXPECT_EQ(tableFrom(dir, "identifier,name\nA1,1\nA2,2.5\n").lookup("A1"), "A1");
@@ -135,11 +122,7 @@ TEST(AppleDevices, LooksUpNamesWithTheTableRules) {
   for (const auto& [csv, type] : {std::pair{"a\n1.5\nx\n", text}, {"a\n+5\n", integer}, {"a\n+1.5\n", decimal}})
     EXPECT_EQ(CsvTable::parse(csv).columnType(0), type) << csv;
   EXPECT_TRUE(CsvTable::parse("\xEF\xBB\xBFidentifier,name\na,b\n").columnIndex("identifier"));  // no byte-order mark
-}
-
-TEST(AppleDevices, AMissingOrBrokenTableLogsOnceAndAnswersWithTheIdentifier) {
-  test::TempDir dir;
-  // A missing table (the first case) and broken ones.
+  std::filesystem::remove(dir / "device_identifiers.csv");
   for (const auto& [contents, reason] : std::vector<std::pair<std::optional<std::string>, std::string>>{
            {std::nullopt, "AppleDevices: device_identifiers.csv missing in bundle."},
            {"identifier,name\n\"iPhone16,2,iPhone\n", "unterminated quoted field"},
@@ -149,11 +132,11 @@ TEST(AppleDevices, AMissingOrBrokenTableLogsOnceAndAnswersWithTheIdentifier) {
            {"identifier,name\na,\xFF\xFE\n", "not UTF-8"},
            {"identifier,name\nlonely\n", "line 2 has 1 field, the header has 2"},
            {"identifier,name\n\"a,1\",b\nWatch7,1,Apple Watch\n", "line 3 has 3 fields"}}) {
-    LogCapture log;
+    LogCapture logged;
     auto devices = contents ? tableFrom(dir, *contents) : AppleDevices::fromFile(dir / "device_identifiers.csv");
-    ASSERT_EQ(log.lines().size(), 1u) << reason;
-    EXPECT_THAT(log.lines()[0], HasSubstr(contents ? "AppleDevices: Unable to load device_identifiers.csv: " : ""));
-    EXPECT_THAT(log.lines()[0], HasSubstr(reason));
+    EXPECT_THAT(logged.lines(),
+                ElementsAre(AllOf(HasSubstr(contents ? "AppleDevices: Unable to load device_identifiers.csv: " : ""),
+                                  HasSubstr(reason))));
     EXPECT_EQ(devices.size(), 0u) << reason;
     EXPECT_EQ(devices.lookup("iPhone16,2"), "iPhone16,2");
   }
@@ -169,13 +152,12 @@ class XcodeEntries : public ::testing::Test {
 TEST_F(XcodeEntries, DeviceSupportLabelsWithAndWithoutDevicesBuildsAndArchitectures) {
   using Opt = std::optional<std::string>;
   const std::vector<std::tuple<Opt, OSType, std::string, Opt, Opt, std::string, std::string>> cases = {
-      {std::nullopt, OSType::iOS, "17.4", "(21E219)", std::nullopt, "iOS 17.4 (21E219)",
-       "iOS 17.4 (21E219) Mar 4, 2024"},
+      {{}, OSType::iOS, "17.4", "(21E219)", {}, "iOS 17.4 (21E219)", "iOS 17.4 (21E219) Mar 4, 2024"},
       {"iPhone15,2", OSType::iOS, "17.4", "(21E219)", "arm64e", "iOS 17.4 (21E219) (iPhone 14 Pro)", ""},
-      {"iPhone99,9", OSType::watchOS, "10.1.1", std::nullopt, std::nullopt, "watchOS 10.1.1  (iPhone99,9)", ""},
-      {std::nullopt, OSType::tvOS, "17.0", std::nullopt, std::nullopt, "tvOS 17.0 ", "tvOS 17.0  Mar 4, 2024"},
-      {std::nullopt, OSType::macOS, "14.4", std::nullopt, std::nullopt, "macOS 14.4 ", ""},
-      {std::nullopt, OSType::other, "17.4", "21E219", std::nullopt, " 17.4 21E219", "17.4 21E219 Mar 4, 2024"}};
+      {"iPhone99,9", OSType::watchOS, "10.1.1", {}, {}, "watchOS 10.1.1  (iPhone99,9)", ""},
+      {{}, OSType::tvOS, "17.0", {}, {}, "tvOS 17.0 ", "tvOS 17.0  Mar 4, 2024"},
+      {{}, OSType::macOS, "14.4", {}, {}, "macOS 14.4 ", ""},
+      {{}, OSType::other, "17.4", "21E219", {}, " 17.4 21E219", "17.4 21E219 Mar 4, 2024"}};
   for (const auto& [device, type, text, build, architecture, label, tooltip] : cases) {
     DeviceSupportFileEntry entry(device, type, version(text), build ? std::optional(AppleBuild(*build)) : std::nullopt,
                                  kMarch4, architecture, false);
@@ -184,12 +166,11 @@ TEST_F(XcodeEntries, DeviceSupportLabelsWithAndWithoutDevicesBuildsAndArchitectu
   }
 }
 
-TEST_F(XcodeEntries, OSTypesComeFromExactNamesAndIconsCoverTheVersionsWithTheirOwnPicture) {
+TEST_F(XcodeEntries, OSTypesComeFromExactNamesIconsCoverTheVersionsAndEntriesAreTheSameByTheirFacts) {
   const std::vector<std::pair<std::string, OSType>> names = {
       {"iOS", OSType::iOS},           {"watchOS", OSType::watchOS}, {"tvOS", OSType::tvOS},  {"macOS", OSType::macOS},
       {"visionOS", OSType::visionOS}, {"ios", OSType::other},       {"xrOS", OSType::other}, {"iOS ", OSType::other}};
   for (const auto& [name, type] : names) EXPECT_EQ(DeviceSupportFileEntry::osTypeFromName(name), type) << name;
-  // Each type with a version and its picture.
   const std::tuple<OSType, const char*, const char*> pictures[] = {
       {OSType::iOS, "1.0", "iOS/Generic"},      {OSType::iOS, "2.0", "iOS/2"},
       {OSType::iOS, "19.0", "iOS/Generic"},     {OSType::iOS, "26.0", "iOS/26"},
@@ -203,24 +184,18 @@ TEST_F(XcodeEntries, OSTypesComeFromExactNamesAndIconsCoverTheVersionsWithTheirO
     DeviceSupportFileEntry entry(std::nullopt, type, version(text), std::nullopt, kMarch4, std::nullopt, false);
     EXPECT_EQ(entry.icon(), Icon::image(std::string("OS/") + picture)) << picture << " " << text;
   }
-}
-
-TEST_F(XcodeEntries, DeviceSupportEntriesAreTheSameItemByTheirFacts) {
-  auto make = [](std::optional<std::string> device, std::string_view versionText, std::optional<AppleBuild> build,
-                 std::optional<std::string> architecture, EntryDate date = kMarch4) {
-    return DeviceSupportFileEntry(std::move(device), OSType::iOS, version(versionText), std::move(build), date,
-                                  std::move(architecture), false);
+  const AppleBuild build("(21E219)");
+  auto make = [](std::optional<std::string> device, std::string_view text, std::optional<AppleBuild> built,
+                 std::optional<std::string> architecture = {}, EntryDate date = kMarch4) {
+    return DeviceSupportFileEntry(device, OSType::iOS, version(text), built, date, architecture, false);
   };
-  const auto base = make(std::nullopt, "17.4", AppleBuild("(21E219)"), std::nullopt);
-  EXPECT_TRUE(base == make(std::nullopt, "17.4.0", AppleBuild("(21E219)"), std::nullopt));
-  EXPECT_TRUE(base == make(std::nullopt, "17.4", AppleBuild("(21E219)"), std::nullopt, distantPast()));
-  EXPECT_FALSE(base == make(std::nullopt, "17.4.1", AppleBuild("(21E219)"), std::nullopt));
-  EXPECT_FALSE(base == make(std::nullopt, "17.4", std::nullopt, std::nullopt));
-  EXPECT_FALSE(base == make(std::nullopt, "17.4", AppleBuild("(21E219)"), "arm64e"));
-  EXPECT_FALSE(base == make("iPhone15,2", "17.4", AppleBuild("(21E219)"), std::nullopt));
+  const auto base = make({}, "17.4", build);
+  EXPECT_TRUE(base == make({}, "17.4.0", build) && base == make({}, "17.4", build, {}, distantPast()));
+  EXPECT_FALSE(base == make({}, "17.4.1", build) || base == make({}, "17.4", {}) ||
+               base == make({}, "17.4", build, "arm64e") || base == make("iPhone15,2", "17.4", build));
 }
 
-TEST(FileDates, CreationDateOfRealItemsAndMissingOnes) {
+TEST(TextAndDates, FileCreationDatesComparesNumbersByValueCaseLastCapitalizesComposesAndFormatsInTheLocale) {
   test::TempDir dir;
   const auto before = system_clock::now() - seconds(5);
   test::writeFile(dir / "folder/file", "x");
@@ -230,9 +205,6 @@ TEST(FileDates, CreationDateOfRealItemsAndMissingOnes) {
   std::filesystem::create_symlink(dir / "nowhere", dir / "dangling");
   EXPECT_TRUE(fileCreationDate(dir / "dangling").has_value());
   EXPECT_FALSE(fileCreationDate(dir / "missing").has_value());
-}
-
-TEST(Text, ComparesNumbersByValueCaseLastInTheLocaleCapitalizesAndComposes) {
   ScopedTextLocale locale("en_US", "UTC");
   std::vector<std::string> texts = {"Xcode 15.10", "xcode 15.2", "Zebra",  "Xcode 15.1",
                                     "apple",       "Xcode 9",    "file10", "file2"};
@@ -240,9 +212,8 @@ TEST(Text, ComparesNumbersByValueCaseLastInTheLocaleCapitalizesAndComposes) {
   EXPECT_EQ(texts, (std::vector<std::string>{"apple", "file2", "file10", "Xcode 9", "Xcode 15.1", "xcode 15.2",
                                              "Xcode 15.10", "Zebra"}));
   // Texts that differ only in case are not the same, but get a fixed order either way round.
-  int caseOnly = localizedStandardCompare("derived", "Derived");
-  EXPECT_NE(caseOnly, 0);
-  EXPECT_EQ(localizedStandardCompare("Derived", "derived"), -caseOnly);
+  const int caseOnly = localizedStandardCompare("derived", "Derived");
+  EXPECT_TRUE(caseOnly != 0 && localizedStandardCompare("Derived", "derived") == -caseOnly) << caseOnly;
   EXPECT_EQ(localizedStandardCompare("Same", "Same"), 0);
   EXPECT_LT(localizedStandardCompare("\xC3\xA9t\xC3\xA9", "ete2"), 0);  // accents weigh less than digits
   EXPECT_NE(localizedStandardCompare("a\xFF", "a\xFE"), 0);             // broken UTF-8 compares without failing
@@ -256,10 +227,7 @@ TEST(Text, ComparesNumbersByValueCaseLastInTheLocaleCapitalizesAndComposes) {
     ScopedTextLocale scoped(language, "UTC");
     EXPECT_EQ(localizedStandardCompare("\xC3\xB6l", "zebra") > 0, after) << language;
   }
-}
-
-TEST(Text, FormatsDatesInTheLocaleAndTimeZone) {
-  // Berlin is UTC+1 in winter; late evening in Los Angeles is already the next day in UTC.
+  // Dates: Berlin is UTC+1 in winter; late evening in Los Angeles is already the next day in UTC.
   const std::vector<std::tuple<const char*, const char*, TimePoint, const char*, const char*>> cases = {
       {"en_US", "UTC", kMarch4, "Mar 4, 2024", "3/4/24, 9:41\u202FAM"},
       {"en_US", "UTC", distantPast(), "Jan 1, 1", nullptr},
@@ -275,19 +243,15 @@ TEST(Text, FormatsDatesInTheLocaleAndTimeZone) {
 using Cases = std::vector<std::pair<int64_t, const char*>>;
 
 // The C locale (en_US_POSIX) writes numbers as American English does; 999,500 B moves on to MB.
-const Cases kEnglish = {{0, "Zero KB"},         {1, "1 byte"},           {2, "2 bytes"},
-                        {999, "999 bytes"},     {1000, "1 KB"},          {1499, "1 KB"},
-                        {1500, "2 KB"},         {999499, "999 KB"},      {999500, "1 MB"},
-                        {1000000, "1 MB"},      {1049999, "1 MB"},       {1050000, "1.1 MB"},
-                        {1500000, "1.5 MB"},    {1048576, "1 MB"},       {999949999, "999.9 MB"},
-                        {999950000, "1 GB"},    {1234567890, "1.23 GB"}, {1205000000, "1.21 GB"},
-                        {1200000000, "1.2 GB"}, {1000000000000, "1 TB"}, {5555000000000000, "5.56 PB"},
-                        {INT64_MAX, "9.22 EB"}, {-1, "-1 byte"},         {-999, "-999 bytes"},
-                        {-1500, "-2 KB"},       {-1500000, "-1.5 MB"},   {INT64_MIN, "-9.22 EB"}};
+const Cases kEnglish = {
+    {0, "Zero KB"},          {1, "1 byte"},          {999, "999 bytes"},      {1000, "1 KB"},
+    {1499, "1 KB"},          {1500, "2 KB"},         {999499, "999 KB"},      {999500, "1 MB"},
+    {1049999, "1 MB"},       {1050000, "1.1 MB"},    {999949999, "999.9 MB"}, {999950000, "1 GB"},
+    {1205000000, "1.21 GB"}, {1200000000, "1.2 GB"}, {1000000000000, "1 TB"}, {5555000000000000, "5.56 PB"},
+    {INT64_MAX, "9.22 EB"},  {-1, "-1 byte"},        {-999, "-999 bytes"},    {-1500000, "-1.5 MB"},
+    {INT64_MIN, "-9.22 EB"}};
 // Numbers follow the locale while the units stay.
-const Cases kGerman = {
-    {0, "Zero KB"},      {1, "1 byte"},           {999, "999 bytes"},    {1500, "2 KB"},
-    {1300000, "1,3 MB"}, {1234567890, "1,23 GB"}, {-1500000, "-1,5 MB"}, {5555000000000000, "5,56 PB"}};
+const Cases kGerman = {{1300000, "1,3 MB"}, {1234567890, "1,23 GB"}, {-1500000, "-1,5 MB"}};
 
 TEST(ByteCountFormatter, MatchesTheFileStyleTableWithNumbersInTheLocale) {
   for (const auto& [locale, zone, cases] : {std::tuple{"en_US", "UTC", &kEnglish},

@@ -7,7 +7,6 @@
 #include <set>
 #include <thread>
 
-#include "clean/DeletionEngine.h"
 #include "fs/DirectorySize.h"
 #include "platform/Cancellation.h"
 #include "platform/ThreadPool.h"
@@ -25,11 +24,10 @@ namespace fs = std::filesystem;
 using Location = DevFiles::Location;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using Tasks = std::deque<std::function<void()>>;
 
-struct RecordingDelegate : DevFilesScanDelegate, DevFilesDeleteDelegate {
+struct RecordingDelegate : DevFilesScanDelegate {
   std::optional<Location> stopAfter;
-  std::stop_source stop;  // requested after the location stopAfter, and when the deletion reaches its third unit
+  std::stop_source stop;  // requested after the location stopAfter
   std::vector<std::string> events;
   std::atomic<bool> finished = false;
   void scanStarted(DevFiles&) override { events.emplace_back("started"); }
@@ -38,36 +36,18 @@ struct RecordingDelegate : DevFilesScanDelegate, DevFilesDeleteDelegate {
     if (location == stopAfter) stop.request_stop();
   }
   void scanFinished(DevFiles&) override { events.emplace_back("finished"), finished = true; }
-  void deleteStarted(DevFiles&) override { events.emplace_back("started"); }
-  void deletingItem(DevFiles&, const std::string&, const std::string&, const std::optional<fs::path>&, size_t index,
-                    size_t) override {
-    events.push_back("deleting " + std::to_string(index));
-    if (index == 2) stop.request_stop();
-  }
-  void deleteFailed(DevFiles&, const std::exception&, const std::string&, const std::string&,
-                    const std::optional<fs::path>&) override {
-    events.emplace_back("failed");
-  }
-  void deleteFinished(DevFiles&) override { events.emplace_back("finished"); }
 };
 
-// Everything a view reads of the tree, read the way a view would.
-int64_t readWholeTree(const DevFiles& devFiles) {
-  int64_t checksum = devFiles.totalSize() % 1000 + static_cast<int64_t>(devFiles.state());
-  std::vector<CleanupEntryPtr> stack(devFiles.rootEntries().begin(), devFiles.rootEntries().end());
-  while (!stack.empty()) {
-    const CleanupEntryPtr entry = stack.back();
-    stack.pop_back();
-    checksum += static_cast<int64_t>(entry->label().size() + entry->extraInfo().size() + entry->paths().size());
-    checksum += entry->size().bytesOrZero() % 1000 + entry->selectedSize() % 1000 + int64_t(entry->selection());
-    stack.insert(stack.end(), entry->items().begin(), entry->items().end());
-  }
+// Everything a view reads of an entry and its subtree, read the way a view would.
+int64_t readTree(const CleanupEntry& entry) {
+  int64_t checksum = static_cast<int64_t>(entry.label().size() + entry.extraInfo().size() + entry.paths().size());
+  checksum += entry.size().bytesOrZero() % 1000 + entry.selectedSize() % 1000 + int64_t(entry.selection());
+  for (const auto& item : entry.items()) checksum += readTree(*item);
   return checksum;
 }
 
 class ScanThreads : public ::testing::Test {
  protected:
-  void SetUp() override { home = test::FixtureHome::write(temp / "home"); }
   std::shared_ptr<DevFiles> create(DevFiles::Executor executor = nullptr) {
     return DevFiles::create(home.developerFolder, std::nullopt, std::nullopt, std::move(executor)).value_or(nullptr);
   }
@@ -80,10 +60,10 @@ class ScanThreads : public ::testing::Test {
   }
 
   std::mutex mutex;
-  Tasks tasks;
+  std::deque<std::function<void()>> tasks;
   test::TempDir temp;
   ScopedHost host{test::hostWithRoot(temp.path())};
-  test::FixtureHome home;
+  test::FixtureHome home = test::FixtureHome::write(temp / "home");
   std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
 };
 
@@ -102,7 +82,9 @@ TEST_F(ScanThreads, AScanOnAWorkerLeavesTheShownTreeToItsOwner) {
       if (task) tasks.pop_front();
       lock.unlock();
       if (task) task();
-      reads += readWholeTree(*devFiles) != 0;
+      int64_t checksum = devFiles->totalSize() % 1000 + static_cast<int64_t>(devFiles->state());
+      for (const auto& root : devFiles->rootEntries()) checksum += readTree(*root);
+      reads += checksum != 0;
     }
   });
   devFiles->scan({DevFiles::allLocations().begin(), DevFiles::allLocations().end()});
@@ -144,7 +126,6 @@ TEST_F(ScanThreads, AStoppedScanPostsNothingMoreShowsOnlyFinishedLocationsAndIts
   EXPECT_THAT(queuedDriver->entry(Location::derivedData)->items(), IsEmpty());
   EXPECT_EQ(queuedDriver->state(), DevFiles::State::initial);
 
-  // Deep loops of a stopped job give up.
   ASSERT_GT(measurePath(home.developerFolder, nullptr), 0);
   ASSERT_FALSE(scanProjectBuilds({}).empty());
 
@@ -158,21 +139,11 @@ TEST_F(ScanThreads, AStoppedScanPostsNothingMoreShowsOnlyFinishedLocationsAndIts
   EXPECT_EQ(stoppedIterations.load(), 64);
 }
 
-TEST_F(ScanThreads, AStoppedDeletionFinishesTheUnitAtHandAndReportsTheEnd) {
-  auto devFiles = create();
-  devFiles->scan({Location::derivedData});
-  devFiles->entry(Location::derivedData)->changeSelection(CleanupEntry::Selection::on);
-  devFiles->setDeleteDelegate(delegate);
-  const std::vector<DeletionItem> units = makeDeletionList(*devFiles);
-  ASSERT_GE(units.size(), 3u);
-
-  deleteSelected(*devFiles, false, delegate->stop.get_token());
-  EXPECT_THAT(delegate->events, ElementsAre("started", "deleting 1", "deleting 2", "finished"));
-  for (size_t index = 0; index < units.size(); ++index)
-    EXPECT_EQ(fs::exists(*units[index].url), index >= 2) << *units[index].url;
+void failIf(bool fail) {
+  if (fail) throw std::runtime_error("failed");
 }
 
-TEST(ThreadPoolTest, ConcurrentPerformRunsEveryIterationOnceOnWorkersAndTheCaller) {
+TEST(ThreadPoolTest, RunsEveryIterationOnceErrorsReachTheCallerNestingEndsAndTasksAddTasksBesideOutsideCallers) {
   ThreadPool pool(2);
   for (size_t count : {0u, 1u, 7u, 10000u}) {
     std::vector<std::atomic<int>> runs(count);
@@ -180,37 +151,13 @@ TEST(ThreadPoolTest, ConcurrentPerformRunsEveryIterationOnceOnWorkersAndTheCalle
     for (size_t i = 0; i < count; ++i) ASSERT_EQ(runs[i].load(), 1) << "iteration " << i << " of " << count;
   }
   // Every iteration waits until three have started at once: the caller and both workers take part.
-  std::mutex mutex;
-  std::set<std::thread::id> threads;
+  std::thread::id threads[3];
   std::atomic<int> arrived{0};
-  pool.concurrentPerform(3, [&](size_t) {
-    std::unique_lock lock(mutex);
-    threads.insert(std::this_thread::get_id());
-    lock.unlock();
+  pool.concurrentPerform(3, [&](size_t index) {
+    threads[index] = std::this_thread::get_id();
     for (arrived.fetch_add(1); arrived.load() < 3;) std::this_thread::yield();
   });
-  EXPECT_EQ(threads.size(), 3u);
-}
-
-TEST(ThreadPoolTest, NestedUseOnASingleWorkerCompletes) {
-  // One worker and three levels of nesting, groups inside loops: only help-while-waiting lets this finish.
-  ThreadPool pool(1);
-  std::atomic<int> leaves{0};
-  pool.concurrentPerform(4, [&](size_t) {
-    ThreadPool::TaskGroup group(pool);
-    for (int task = 0; task < 5; ++task)
-      group.run([&] { pool.concurrentPerform(6, [&](size_t) { leaves.fetch_add(1); }); });
-    group.wait();
-  });
-  EXPECT_EQ(leaves.load(), 4 * 5 * 6);
-}
-
-void failIf(bool fail) {
-  if (fail) throw std::runtime_error("failed");
-}
-
-TEST(ThreadPoolTest, ErrorsReachTheCallerAfterEveryTaskRanAndThePoolKeepsWorking) {
-  ThreadPool pool(2);
+  EXPECT_EQ(std::set(std::begin(threads), std::end(threads)).size(), 3u);
   EXPECT_THROW(
       pool.concurrentPerform(
           4, [&](size_t outer) { pool.concurrentPerform(4, [&](size_t inner) { failIf(outer == 2 && inner == 1); }); }),
@@ -223,24 +170,30 @@ TEST(ThreadPoolTest, ErrorsReachTheCallerAfterEveryTaskRanAndThePoolKeepsWorking
   group.run([&ran] { ran.fetch_add(1); });  // the error was reported once; the group is clean again
   EXPECT_NO_THROW(group.wait());
   EXPECT_EQ(ran.load(), 201);
-}
-
-// A parallel tree walk whose tasks add tasks, while outside threads share the pool.
-TEST(ThreadPoolTest, TasksThatAddTasksAndOutsideCallersShareOnePool) {
-  ThreadPool pool(3);
+  // One worker and three levels of nesting, groups inside loops: only help-while-waiting lets this finish.
+  ThreadPool single(1);
+  std::atomic<int> leaves{0};
+  single.concurrentPerform(4, [&](size_t) {
+    ThreadPool::TaskGroup nested(single);
+    for (int task = 0; task < 5; ++task)
+      nested.run([&] { single.concurrentPerform(6, [&](size_t) { leaves.fetch_add(1); }); });
+    nested.wait();
+  });
+  EXPECT_EQ(leaves.load(), 4 * 5 * 6);
+  ThreadPool wide(3);  // a parallel tree walk whose tasks add tasks, while outside threads share the pool.
   std::atomic<int> visited{0}, total{0};
   std::vector<std::thread> callers;
   for (int caller = 0; caller < 4; ++caller)
     callers.emplace_back([&] {
-      for (int round = 0; round < 50; ++round) pool.concurrentPerform(20, [&](size_t) { total.fetch_add(1); });
+      for (int round = 0; round < 50; ++round) wide.concurrentPerform(20, [&](size_t) { total.fetch_add(1); });
     });
-  ThreadPool::TaskGroup group(pool);
+  ThreadPool::TaskGroup walk(wide);
   std::function<void(int)> visit = [&](int depth) {
     visited.fetch_add(1);
-    for (int child = 0; depth > 0 && child < 4; ++child) group.run([&visit, depth] { visit(depth - 1); });
+    for (int child = 0; depth > 0 && child < 4; ++child) walk.run([&visit, depth] { visit(depth - 1); });
   };
-  group.run([&] { visit(6); });
-  group.wait();
+  walk.run([&] { visit(6); });
+  walk.wait();
   for (auto& caller : callers) caller.join();
   EXPECT_EQ(visited.load(), 5461);  // 1 + 4 + 16 + ... + 4^6
   EXPECT_EQ(total.load(), 4 * 50 * 20);

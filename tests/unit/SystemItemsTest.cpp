@@ -66,7 +66,8 @@ TEST_F(SystemScan, SnapshotsListedByTmutilFormOneGroupOfSizelessItemsThatTmutilD
   EXPECT_THROW(group->items()[0]->deleteItem(std::nullopt), Shell::CommandError);
 }
 
-TEST_F(SystemScan, DeviceBackupsAreNamedFromTheirInfo) {
+TEST_F(SystemScan, BackupsNamedFromTheirInfoTrashUpdatesAndAllSourcesInTheirFixedOrderWithLargeUserLogs) {
+  EXPECT_TRUE(scanSystemItems().empty()) << "nothing on a fresh machine";
   const fs::path backups = fixture.at("~/Library/Application Support/MobileSync/Backup");
   const size_t sizes[] = {4 * kMiB, 3 * kMiB, 2 * kMiB, 2 * kMiB, 100 * kKiB, 5 * kMiB / 2};
   for (char folder = 'A'; folder <= 'F'; ++folder)
@@ -94,10 +95,6 @@ TEST_F(SystemScan, DeviceBackupsAreNamedFromTheirInfo) {
             "⚠️ Backup at " + (backups / "00008101-A").string() + ". Deleting removes it permanently.");
   EXPECT_EQ(ann.paths(), std::vector<fs::path>{backups / "00008101-A"});
   EXPECT_EQ(ann.selection(), CleanupEntry::Selection::off) << "a backup is never preselected for deletion";
-}
-
-TEST_F(SystemScan, TrashUpdatesAndAllSourcesInTheirFixedOrderWithLargeUserLogs) {
-  EXPECT_TRUE(scanSystemItems().empty()) << "nothing on a fresh machine";
   // The Trash from 1 MiB, with its visible top-level items.
   fixture.file("~/.Trash/movie.mov", 900 * kKiB);
   EXPECT_FALSE(SystemItems::trash()) << "below 1 MiB";
@@ -116,19 +113,16 @@ TEST_F(SystemScan, TrashUpdatesAndAllSourcesInTheirFixedOrderWithLargeUserLogs) 
   for (const char* other : {"Install macOS Sonoma.app/Contents/SharedSupport/a.dmg", "Install Xcode.app/Contents/x",
                             "Install macOS Notes/x", "Install macOS Beta.app.zip"})
     fixture.file(std::string("/Applications/") + other, 5 * kMiB);
-  CleanupEntryPtr group = SystemItems::updatesAndInstallers();
-  ASSERT_TRUE(group);
-  ASSERT_EQ(labelsOf(group->items()), (Labels{"Install macOS Sonoma.app", "041-12345"}));
-  for (const auto& item : group->items()) EXPECT_TRUE(dynamic_cast<const PrivilegedFileEntry*>(item.get()));
-  EXPECT_EQ(group->items()[1]->extraInfo(), fixture.at("/Library/Updates/041-12345").string());
-  // All sources, the large user logs among them.
+  CleanupEntryPtr updates = SystemItems::updatesAndInstallers();
+  ASSERT_TRUE(updates);
+  ASSERT_EQ(labelsOf(updates->items()), (Labels{"Install macOS Sonoma.app", "041-12345"}));
+  for (const auto& item : updates->items()) EXPECT_TRUE(dynamic_cast<const PrivilegedFileEntry*>(item.get()));
+  EXPECT_EQ(updates->items()[1]->extraInfo(), fixture.at("/Library/Updates/041-12345").string());
+  // All sources, the large user logs among them, the backups above too.
   standInTmutil("com.apple.TimeMachine.2024-03-04-094100.local\n", 0);
-  for (const auto& [file, bytes] : {std::pair{"~/Library/Logs/CoreSimulator/sim.log", 3 * kMiB},
-                                    {"~/Library/Logs/big.log", 2 * kMiB},
-                                    {"~/Library/Logs/small.log", 10 * kKiB},
-                                    {"~/Library/Logs/.hidden.log", 2 * kMiB},
-                                    {"~/Library/Application Support/MobileSync/Backup/X/Manifest.db", 2 * kMiB}})
-    fixture.file(file, bytes);
+  fixture.file("~/Library/Logs/CoreSimulator/sim.log", 3 * kMiB);
+  fixture.file("~/Library/Logs/small.log", 10 * kKiB);
+  for (const char* file : {"~/Library/Logs/big.log", "~/Library/Logs/.hidden.log"}) fixture.file(file, 2 * kMiB);
   auto items = scanSystemItems();
   ASSERT_EQ(labelsOf(items), (Labels{"Time Machine Local Snapshots", "Trash", "macOS Updates & Installers",
                                      "iOS Device Backups", "User Logs"}));
@@ -137,7 +131,7 @@ TEST_F(SystemScan, TrashUpdatesAndAllSourcesInTheirFixedOrderWithLargeUserLogs) 
             "Logs at " + fixture.at("~/Library/Logs/big.log").string() + ". Recreated by the app that writes them.");
 }
 
-TEST(CloudDisplayName, NamesTheProviderAndTheAccount) {
+TEST_F(SystemScan, CloudFoldersAreNamedForTheProviderAndAccountAndFoundOnceLargestFirst) {
   Labels shown;  // prefixes are case-sensitive
   for (const char* folder : {"GoogleDrive-ann@example.com", "OneDrive - Contoso Ltd", "Dropbox (Personal)", "Box-Box",
                              "pCloud Drive", "Sync-Work", "ProtonDrive-ann@proton.me", "Creative Cloud Files",
@@ -146,9 +140,6 @@ TEST(CloudDisplayName, NamesTheProviderAndTheAccount) {
   EXPECT_EQ(shown, (Labels{"Google Drive – ann@example.com", "OneDrive – Contoso Ltd", "Dropbox – Personal", "Box",
                            "pCloud – Drive", "Sync.com – Work", "Proton Drive – ann@proton.me", "Creative Cloud",
                            "iCloud Drive", "MEGA – x", "SomethingElse-x", "dropbox"}));
-}
-
-TEST_F(SystemScan, CloudFoldersFindsEachSyncedFolderOnceLargestFirst) {
   fs::create_directories(fixture.at("~/Library/CloudStorage"));
   EXPECT_TRUE(scanCloudFolders().empty()) << "nothing synced, nothing listed";
   fixture.file("~/Library/CloudStorage/Dropbox/Photos/a.jpg", 3 * kMiB);
