@@ -120,8 +120,7 @@ struct Settings : ::testing::Test {
 };
 
 TEST_F(Settings, EveryValueIsStoredAsOtherToolsReadItAndTheirOwnValuesAreKept) {
-  ScopedHost scoped(Host{.configDirectory = dir / "xdg", .bundle = "/Applications/Tidewell.app"});
-  EXPECT_EQ(Preferences::shared().storePath(), dir / "xdg/tidewell/dev.tidewell.Tidewell.plist");
+  ScopedHost scoped(Host{.bundle = "/Applications/Tidewell.app"});
   EXPECT_EQ(preferences.appFolder(), "/Applications/Tidewell.app");
   EXPECT_FALSE(fs::exists(store));  // reading never creates the file
 
