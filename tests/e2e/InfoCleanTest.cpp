@@ -1,6 +1,5 @@
 // "info" and "clean" through the real executable on generated homes, hostile input and a synced folder included.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "e2e/Sandbox.h"
 #include "fs/DirectorySize.h"
@@ -148,10 +147,6 @@ TEST_F(InfoClean, ASyncedCloudFolderIsListedButOnlyItsCacheIsCountedAndCleaned) 
   ASSERT_RAN(cloud);
   EXPECT_THAT(cloud.standardOutput, HasSubstr("Total bytes cleaned: " + formatByteCount(cacheBytes) + "\n"));
   EXPECT_FALSE(fs::exists(dropbox / ".dropbox.cache")) << "the client's cache is an ordinary cleanable item";
-  // Nothing in the deletion lines names the synced folder other than its cache.
-  const std::string& out = cloud.standardOutput;
-  for (size_t at = 0; (at = out.find(dropbox.string() + "/", at)) != out.npos; ++at)
-    EXPECT_EQ(out.substr(at, dropbox.string().size() + 15), dropbox.string() + "/.dropbox.cache") << out;
   const auto all = run({"clean", "all"}, elsewhere);
   ASSERT_RAN(all);
   EXPECT_THAT(all.standardOutput, Not(HasSubstr("Warning: Following file couldn't be removed")));
