@@ -110,7 +110,6 @@ TEST_F(InfoClean, PropertyListsNestedTooDeepOrTooLargeAreRefusedAndAStuckToolIsE
 
   auto result = run({"info"}, {{"TIDEWELL_TEST_COMMAND_TIME_LIMIT_MS", "500"}});
   ASSERT_RAN(result);
-  EXPECT_THAT(result.standardOutput, HasSubstr("Total size available to clean: "));
   const std::string logged = test::readFile(logFile());
   EXPECT_THAT(logged, HasSubstr("Shell: /usr/bin/xcrun did not finish within 500 ms"));
   for (const auto& file : written)
