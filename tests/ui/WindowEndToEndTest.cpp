@@ -59,12 +59,11 @@ TEST_F(WindowEndToEnd, ScanTotalMatchesInfoThenDryRunAndRealCleanRescan) {
 
   const auto before = test::snapshot(home);  // Dry run: confirmed with the dry-run text, nothing on disk changes.
   auto printed = runWindow(
-      "wait-scans 1\nprint title\ntick Derived Data\nprint selected\ndry-run on\nclean\nanswer Clean\n"
+      "wait-scans 1\nprint title\ntick Derived Data\ndry-run on\nclean\nanswer Clean\n"
       "wait-scans 2\nquit\n");
   EXPECT_EQ(printed["title"], Strings{title});
   EXPECT_THAT(printed["alert"],
               ::testing::ElementsAre(HasSubstr("Clean selected files | Tidewell is running in \"dry run\" mode.")));
-  EXPECT_NE(printed["selected"].at(0), "Selected: Zero KB");
   EXPECT_EQ(test::snapshot(home), before) << "a dry run changed the disk";
 
   printed = runWindow(  // For real: the derived data goes, the lifetime total grows, the rescan shows less.
@@ -82,8 +81,7 @@ TEST_F(WindowEndToEnd, ScanTotalMatchesInfoThenDryRunAndRealCleanRescan) {
 TEST_F(WindowEndToEnd, RemindersSwitchedOnInPreferencesAreStoredAndTimed) {
   if (!std::getenv("DBUS_SESSION_BUS_ADDRESS"))
     GTEST_SKIP() << "needs a private session bus: run through ctest (dbus-run-session)";
-  const fs::path calls = scratch / "systemctl-calls";
-  test::writeStandInTool(root, "/usr/bin/systemctl", "echo \"$*\" >> " + test::shellQuoted(calls.string()));
+  test::writeStandInTool(root, "/usr/bin/systemctl", "exit 0");  // its calls and the timer's dates: RemindersTest
   // The stand-in notification server on the test's bus, stopped when the test ends.
   std::string server = TIDEWELL_NOTIFICATION_SERVER, record = (scratch / "notify-calls").string(), answer;
   char* arguments[] = {server.data(), record.data(), answer.data(), nullptr};
@@ -96,11 +94,8 @@ TEST_F(WindowEndToEnd, RemindersSwitchedOnInPreferencesAreStoredAndTimed) {
   preferences().setBool(Preferences::Keys::notificationsEnabled, false);
 
   auto printed = runWindow(  // On, then another period: the second schedule replaces the first series.
-      "wait-scans 1\npreferences\nprint preferences\nreminders on\nprint preferences\nperiod Every week\n"
-      "print preferences\nquit\n");
-  EXPECT_EQ(printed["preferences"], (Strings{"reminders off | Every month | pop-up disabled | dry run off",
-                                             "reminders on | Every month | pop-up enabled | dry run off",
-                                             "reminders on | Every week | pop-up enabled | dry run off"}));
+      "wait-scans 1\npreferences\nreminders on\nperiod Every week\nprint preferences\nquit\n");
+  EXPECT_EQ(printed["preferences"], Strings{"reminders on | Every week | pop-up enabled | dry run off"});
 
   const auto requests =
       nlohmann::json::parse(test::readFile(state / "tidewell/pending-notifications.json")).at("requests");
@@ -112,18 +107,7 @@ TEST_F(WindowEndToEnd, RemindersSwitchedOnInPreferencesAreStoredAndTimed) {
   // A week apart, each from the one before (the requests' contents are the services tests' to check).
   for (size_t i = 1; i < requests.size(); ++i) EXPECT_EQ((day(i) - day(i - 1)).count(), 7) << i;
 
-  const std::string timer = test::readFile(config / "systemd/user/tidewell-scan-reminder.timer");
-  EXPECT_THAT(timer, HasSubstr("Persistent=true\n"));
-  Strings dates{"calendar"};
-  std::istringstream lines(timer);
-  for (std::string line; std::getline(lines, line);)
-    if (line.starts_with("OnCalendar=")) dates.push_back(line.substr(11));
-  ASSERT_EQ(dates.size(), 53u);
-  if (fs::exists("/usr/bin/systemd-analyze")) {
-    const auto checked = test::runProcess("/usr/bin/systemd-analyze", dates);
-    EXPECT_EQ(checked.exitStatus, 0) << checked.standardOutput << checked.standardError;
-  }
-  EXPECT_THAT(test::readCallLog(calls), ::testing::Contains("--user enable tidewell-scan-reminder.timer"));
+  EXPECT_THAT(test::readFile(config / "systemd/user/tidewell-scan-reminder.timer"), HasSubstr("Persistent=true\n"));
 }
 
 }  // namespace
