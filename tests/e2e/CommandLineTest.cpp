@@ -165,6 +165,7 @@ TEST(LogFiles, WithoutTmpdirEachUserLogsIntoAPrivateFolderOfItsOwn) {
   fs::permissions(root / "tmp", fs::perms::all | fs::perms::sticky_bit);
   test::TempDir first;
   EXPECT_EQ(problemsOfAStartAs(first / "home", root.path()), "");
+  EXPECT_EQ(fs::status(first / "home/.local/state/tidewell").permissions(), fs::perms::owner_all);
 
   test::TempDir second;  // A second user, with a home of its own, starts twice after the first.
   fs::create_directories(second / "home");

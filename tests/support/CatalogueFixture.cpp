@@ -10,6 +10,8 @@
 
 #include <stdexcept>
 
+#include "support/StandInTools.h"
+
 namespace tw::test {
 namespace {
 
