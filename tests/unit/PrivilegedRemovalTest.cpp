@@ -51,7 +51,6 @@ TEST_F(PrivilegedRemovalCheck, AcceptsOnlyListedItemsReachedWithoutLinks) {
       {root + "/Library//Updates/041-12345", "components"},
       {root + "/Library/Updates/041-12345/", "components"},
       {root + "/Library/Updates/041-12345/update.pkg", "not a system item"},
-      {root + "/Library/Updates", "not a system item"},
       {root + "/Library/Updates/index.plist", "not a system item"},
       {root + "/Library/Updates/.hidden", "not a system item"},
       {root + "/Applications/Xcode.app", "not a system item"},
