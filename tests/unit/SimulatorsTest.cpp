@@ -213,7 +213,6 @@ TEST_F(Simulators, RuntimesAreListedMeasuredAndDeletedOnePerUnitBySimctlWhoseFai
 
   for (const auto& runtime : {runtimes[0], runtimes[1]}) runtime->select();
   for (const auto& top : devFiles->rootEntries()) top->updateSelection();
-  EXPECT_EQ(devFiles->selectedSize(), 2000);  // an entry's own size counts only when it holds a path
   fs::remove(callLog);
   deleteSelected(*devFiles, true);  // dry run: the tool is never asked
   EXPECT_EQ(readCallLog(callLog), Lines{});
