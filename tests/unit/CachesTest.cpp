@@ -29,6 +29,7 @@ using Labels = std::vector<std::string>;
 using Kind = ProjectBuildsScanner::Kind;
 using ::testing::ElementsAre;
 using ::testing::UnorderedElementsAre;
+
 class CatalogueHome : public ::testing::Test {
  protected:
   CatalogueFixture fixture;

@@ -1,6 +1,9 @@
-// Property lists, the settings store built on them (shared with other tools) and the preferences kept in it.
+// Property lists, the settings store built on them (shared with other tools), the preferences kept in it, folder
+// bookmarks and the logger.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -9,9 +12,13 @@
 #include <algorithm>
 #include <csignal>
 #include <functional>
+#include <sstream>
 #include <thread>
 
+#include "app/Logger.h"
 #include "app/Preferences.h"
+#include "platform/Bookmark.h"
+#include "platform/Error.h"
 #include "platform/Host.h"
 #include "platform/PropertyList.h"
 #include "platform/UserDefaults.h"
@@ -28,8 +35,10 @@ using Reason = PropertyListError::Reason;
 using Strings = std::vector<std::string>;
 using Value = UserDefaults::Value;
 using test::readFile, test::writeFile, test::deepBinaryList, test::deepXmlList, test::repeat, test::xmlList;
-using ::testing::_, ::testing::AllOf, ::testing::ElementsAre, ::testing::HasSubstr, ::testing::StartsWith;
+using ::testing::_, ::testing::AllOf, ::testing::ElementsAre, ::testing::HasSubstr, ::testing::StartsWith,
+    ::testing::StrEq, ::testing::ThrowsMessage;
 using namespace std::literals;
+using Level = Logger::Level;
 
 // Closings hidden from a naive scan, then openings: each round 200 levels deeper to the parser.
 std::string hiding(const std::string& before, const std::string& after) {
@@ -381,6 +390,95 @@ TEST(PreferencesConcurrency, ProcessesAndThreadsAddingAtTheSameMomentNeverLoseBy
   EXPECT_EQ(preferences.notificationsPeriod(), Period::everyWeek);
   EXPECT_EQ(preferences.customDerivedDataFolder(), fs::path("/Volumes/Work/DD"));
   if (folder != fallback.path()) fs::remove_all(folder);
+}
+
+// A logger writing to a file in `folder` and not to the console.
+std::unique_ptr<Logger> fileLogger(const fs::path& folder, Level level = Level::info) {
+  auto logger = std::make_unique<Logger>("MainLog", level, Logger::FileLogging::on, folder, "dev.tidewell.Tidewell");
+  logger->setConsoleLogging(false);
+  return logger;
+}
+
+TEST(Logger, KeepsLatestAndPreviousLogInAPrivateFolderAndWritesWhatItsLevelPassesAsGiven) {
+  test::TempDir dir;
+  const auto latest = dir / "state/tidewell/dev.tidewell.Tidewell-MainLog-LogFile-latest.log";
+  const auto previous = dir / "state/tidewell/dev.tidewell.Tidewell-MainLog-LogFile-previous.log";
+  std::optional<std::string> before;  // what the run before wrote
+  for (const std::string run : {"first 100%", "second %s %n", "third {}"}) {
+    std::string seen;  // the lines the observer saw
+    auto logger = fileLogger(dir / "state/tidewell", Level::warning);
+    logger->setLineObserver([&](Level, const std::string& line) { seen += line + "\n"; });
+    EXPECT_EQ(before ? readFile(previous) : "", before.value_or(""));
+    logger->info("dropped");
+    logger->warning(run);
+    logger->error("kept");
+    EXPECT_EQ(seen, "\u26A0\uFE0F " + run + "\n\u274C kept\n");
+    before = seen;
+  }
+  EXPECT_EQ(readFile(latest), before);
+  // Without a folder, no file.
+  test::writeFile(dir / "file", "not a folder");
+  EXPECT_FALSE(fileLogger(dir / "file/tidewell")->isLoggingToFile());
+}
+
+TEST(Logger, ConcurrentLinesStayWhole) {
+  test::TempDir dir;
+  auto logger = fileLogger(dir.path());
+  const std::string payload(300, 'p');
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 8; ++t)
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 200; ++i) logger->info("thread " + std::to_string(t) + " " + payload);
+    });
+  for (auto& thread : threads) thread.join();
+  std::istringstream contents(readFile(*logger->logFilePath()));
+  size_t lines = 0;
+  for (std::string line; std::getline(contents, line); ++lines)
+    EXPECT_TRUE(line.rfind("\u2755 thread ", 0) == 0 && line.ends_with(" " + payload)) << line;
+  EXPECT_EQ(lines, 8u * 200u);
+}
+
+TEST(Bookmark, ResolvesOnlyIntactBlobsAndIsStaleOnlyWhenThePathNamesAnotherFolder) {
+  test::TempDir dir;
+  const fs::path folder = dir / std::string("odd \n name \xff");
+  fs::create_directories(folder);
+  const auto blob = Bookmark::create(folder);
+  const auto damagedMessage = ThrowsMessage<Error>(
+      StrEq("The bookmark couldn\u2019t be resolved because its data isn\u2019t in the correct format."));
+  for (size_t index = 0; index < blob.size(); ++index) {
+    auto damaged = blob;
+    damaged[index] ^= 0x20;
+    EXPECT_THAT([&] { Bookmark::resolve(damaged); }, damagedMessage) << "a flipped byte at " << index;
+    damaged.resize(index);
+    EXPECT_THAT([&] { Bookmark::resolve(damaged); }, damagedMessage) << "cut short at " << index;
+  }
+  // Fields changed and the trailing checksum made to match: version, flags, path length, path.
+  constexpr size_t kFlags = 8 + 4 + 8 + 8, kLength = kFlags + 1 + 8 + 4;
+  for (auto [offset, value] : {std::pair<size_t, uint8_t>{8, 2},
+                               {kFlags, 7},
+                               {kLength + 3, static_cast<uint8_t>(blob[kLength + 3] ^ 0x40)},
+                               {kLength + 4, 'x'}}) {
+    auto changed = blob;
+    changed[offset] = value;
+    ASSERT_TRUE(EVP_Digest(changed.data(), changed.size() - 32, changed.data() + changed.size() - 32, nullptr,
+                           EVP_sha256(), nullptr));
+    EXPECT_THAT([&] { Bookmark::resolve(changed); },
+                ThrowsMessage<Error>(testing::HasSubstr(offset == 8 ? "made by a newer version of Tidewell" : "")))
+        << "a changed field at " << offset;
+  }
+
+  test::writeFile(folder / "new file", "x");  // the contents changing is not the folder changing
+  EXPECT_EQ(Bookmark::resolve(blob).path, folder);
+  EXPECT_FALSE(Bookmark::resolve(blob).isStale);
+  fs::create_directories(dir / "elsewhere");
+  fs::remove_all(folder);
+  fs::create_directory_symlink(dir / "elsewhere", folder);  // a link to some other folder in its place
+  EXPECT_TRUE(Bookmark::resolve(blob).isStale);
+  fs::remove(folder);
+  EXPECT_THAT([&] { Bookmark::resolve(blob); },
+              ThrowsMessage<FileSystemError>(StrEq("The file \u201C" + folder.filename().string() +
+                                                   "\u201D couldn\u2019t be opened because it doesn\u2019t exist.")));
+  EXPECT_THROW(Bookmark::create(folder), FileSystemError);
 }
 
 }  // namespace
