@@ -81,7 +81,7 @@ TEST_F(WindowEndToEnd, ScanTotalMatchesInfoThenDryRunAndRealCleanRescan) {
 TEST_F(WindowEndToEnd, RemindersSwitchedOnInPreferencesAreStoredAndTimed) {
   if (!std::getenv("DBUS_SESSION_BUS_ADDRESS"))
     GTEST_SKIP() << "needs a private session bus: run through ctest (dbus-run-session)";
-  test::writeStandInTool(root, "/usr/bin/systemctl", "exit 0");  // its calls and the timer's dates: RemindersTest
+  test::writeStandInTool(root, "/usr/bin/systemctl", "exit 0");  // its calls and the timer's dates: the services tests
   // The stand-in notification server on the test's bus, stopped when the test ends.
   std::string server = TIDEWELL_NOTIFICATION_SERVER, record = (scratch / "notify-calls").string(), answer;
   char* arguments[] = {server.data(), record.data(), answer.data(), nullptr};
