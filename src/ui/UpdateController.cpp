@@ -91,12 +91,15 @@ void UpdateController::check(Trigger trigger) {
 void UpdateController::finish(QNetworkReply* reply, Trigger trigger) {
   reply->deleteLater();
   running_.clear();
+  // Progress is reported only every so often: a feed that arrives whole between two reports is
+  // measured here.
+  if (reply->property("tooLarge").toBool() || reply->bytesAvailable() > kMaximumFeedSize) {
+    fail(trigger, tr("The update feed is too large."));
+    return;
+  }
   if (reply->error() != QNetworkReply::NoError) {
     QString reason;
-    if (reply->property("tooLarge").toBool()) {
-      reason = tr("The update feed is too large.");
-    } else if (reply->error() == QNetworkReply::OperationCanceledError ||
-               reply->error() == QNetworkReply::TimeoutError) {
+    if (reply->error() == QNetworkReply::OperationCanceledError || reply->error() == QNetworkReply::TimeoutError) {
       reason = tr("The update server did not answer within %1 seconds.").arg(timeout_.count() / 1000.0);
     } else {
       reason = reply->errorString();

@@ -99,11 +99,14 @@ struct FeedServer : QTcpServer {
     connect(this, &QTcpServer::newConnection, this, [this] {
       while (QTcpSocket* socket = nextPendingConnection()) {
         connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
-          if (++requests, response.isEmpty()) return;  // a stuck server
-          // The last byte comes late, after Qt has reported the progress of the rest.
-          socket->write(response.chopped(1));
-          QTimer::singleShot(300, socket,
-                             [this, socket] { socket->write(response.right(1)), socket->disconnectFromHost(); });
+          ++requests;
+          if (response.isEmpty()) return;  // a stuck server
+          // A late last byte comes after Qt has reported the progress of the rest.
+          socket->write(lateLastByte ? response.chopped(1) : response);
+          QTimer::singleShot(lateLastByte ? 300 : 0, socket, [this, socket] {
+            if (lateLastByte) socket->write(response.right(1));
+            socket->disconnectFromHost();
+          });
         });
       }
     });
@@ -114,6 +117,7 @@ struct FeedServer : QTcpServer {
   }
   QUrl url() const { return QUrl(QStringLiteral("http://127.0.0.1:%1/appcast.xml").arg(serverPort())); }
   QByteArray response;
+  bool lateLastByte = true;
   int requests = 0;
 };
 
@@ -170,6 +174,12 @@ TEST_F(UpdateControllerTest, TellsTheUserWhatTheFeedSays) {
     EXPECT_EQ(check(&UpdateController::checkForUpdates, 5000, QUrl(url)), outcome) << shown.toStdString();
     EXPECT_EQ(this->shown, QStringList{QString(shown).replace("%1", server.url().toString())});
   }
+  // Sent at once, a feed can arrive whole between two progress reports: it is measured when it is in.
+  server.lateLastByte = false;
+  server.serve(200, older.leftJustified((4 << 20) + 1));
+  shown.clear();
+  EXPECT_EQ(check(&UpdateController::checkForUpdates), failed);
+  EXPECT_EQ(shown, QStringList{"failed: The update feed is too large."});
 }
 
 TEST_F(UpdateControllerTest, AutomaticChecksOnlyAfterConsentAskedOnTheSecondStart) {
