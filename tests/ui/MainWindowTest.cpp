@@ -289,7 +289,8 @@ class WindowModel : public ::testing::Test {
 
   // Puts `items` below the location as a scan would, then reports it finished.
   void finishLocation(Location location, std::vector<CleanupEntryPtr> items) {
-    devFiles->entry(location)->addItems(items), model.locationScanned(location);
+    devFiles->entry(location)->addItems(items);
+    model.locationScanned(location);
   }
   QModelIndex row(const CleanupEntryPtr& entry) { return model.indexOf(entry.get()); }
 

@@ -49,11 +49,12 @@ std::string hiding(const std::string& before, const std::string& after) {
 template <class Read>
 std::optional<Reason> failureOf(Read read, const fs::path& file = {}) {
   try {
-    return read(), std::nullopt;
+    read();
   } catch (const PropertyListError& error) {
     EXPECT_THAT(error.what(), HasSubstr(file.string()));
     return error.reason();
   }
+  return std::nullopt;
 }
 
 TEST(PropertyList, NestingSizeAndKindAreCheckedBeforeTheParserRuns) {
